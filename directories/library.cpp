@@ -1,0 +1,3 @@
+#include "library.h"
+
+QString directory::libraryVersion() { return QStringLiteral("1.0.0"); }

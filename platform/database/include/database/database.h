@@ -1,0 +1,51 @@
+#pragma once
+#include "database_export.h"
+#include "table.h"
+#include <QHash>
+#include <QSharedPointer>
+#include <QString>
+#include <QStringList>
+#include <memory>
+
+struct Batch;
+
+// The database object the core hands out. Its first virtual operations are
+// reached by slot number: 4 table by name, 5 has table; keep the order.
+class DATABASE_EXPORT Database
+{
+public:
+    Database();
+    virtual ~Database();                                           // slots 1, 2
+    virtual void reserved3();                                      // 3
+    virtual QSharedPointer<Table> table(QString const& name) const; // 4
+    virtual bool hasTable(QString const& name) const;              // 5
+
+    // Schema: create tables from data/schema.json (throws Exception).
+    void loadSchema(QString const& path);
+    void loadSchemaJson(QByteArray const& json, QString const& origin = QStringLiteral("schema"));
+    QSharedPointer<Table> createTable(TableSchema const& schema);
+    void dropTable(QString const& name);
+    QStringList tableNames() const;
+
+    // A factory for the master index of the named table, used when the
+    // table is created (or recreated). The product registers its cached
+    // typed index this way, so the database never links against it.
+    void setMasterIndexFactory(QString const& table, Table::MasterIndexFactory factory);
+    static void setDefaultMasterIndexFactory(QString const& table, Table::MasterIndexFactory factory);
+
+    // Applies one decoded batch on the calling (updating) thread: validated
+    // whole first, then applied whole. Throws Exception naming the batch's
+    // origin, the row and the reason when rejected; nothing changes then.
+    void apply(Batch const& batch);
+
+    // Decodes `path` (JSON Lines) on a worker thread and applies each batch
+    // here as it arrives. Stops at the first bad batch, which is not applied,
+    // and throws; the batches before it stay applied. Returns batches applied.
+    int loadFile(QString const& path, std::function<void(int applied, qint64 bytesRead, qint64 bytesTotal)> progress = {});
+    // Decodes the whole file first; applies nothing if any line is bad.
+    int loadFileAtomically(QString const& path);
+
+private:
+    QHash<QString, QSharedPointer<Table>> m_tables;
+    QHash<QString, Table::MasterIndexFactory> m_factories;
+};

@@ -1,0 +1,103 @@
+#pragma once
+#include "database_export.h"
+#include "fieldtype.h"
+#include "record.h"
+#include <QHash>
+#include <QList>
+#include <QRecursiveMutex>
+#include <QString>
+#include <QStringList>
+#include <atomic>
+#include <functional>
+#include <vector>
+
+class Index;
+class IndexList;
+class IndexSort;
+class MasterIndex_Column_Pure;
+
+struct DATABASE_EXPORT TableSchema
+{
+    QString name;
+    QList<ColumnDef> columns;   // name, type, length, scale, nullable
+    QStringList key;            // master-index key columns
+};
+
+// One replicated table: its column layout, its rows (held by its master
+// index) and the indexes registered on it.
+//
+// Row buffer: RowHeader (reference count, flags, Table*), then the null-flag
+// bytes, then the values at fixed offsets. Rows are written in place on the
+// updating thread.
+class DATABASE_EXPORT Table
+{
+public:
+    using MasterIndexFactory = std::function<MasterIndex_Column_Pure*(Table*, QStringList const&)>;
+
+    explicit Table(TableSchema const& schema, MasterIndexFactory const& factory = MasterIndexFactory());
+    ~Table();
+    Table(Table const&) = delete;
+    Table& operator=(Table const&) = delete;
+
+    QString name() const { return m_name; }
+    int columnCount() const { return int(m_columns.size()); }
+    int columnIndex(QString const& name) const;
+    ColumnDef const& columnDef(int column) const;        // an Unknown def for a bad number
+    QStringList const& keyColumns() const { return m_key; }
+    QList<int> const& keyColumnNumbers() const { return m_keyNumbers; }
+    int rowSize() const { return m_rowSize; }
+
+    MasterIndex_Column_Pure* masterIndex() const { return m_master; }
+    int rowCount() const;
+
+    Field dataPtr(unsigned char* row, int column) const;
+    unsigned char* allocRow() const;                     // reference count 1, all null
+    void freeRow(unsigned char* row) const;
+
+    void lock() const { m_mutex.lock(); }
+    void unlock() const { m_mutex.unlock(); }
+
+    void addIndex(Index* index);
+    void removeIndex(Index* index);
+    void addDependentIndex(Index* index);
+    void removeDependentIndex(Index* index);
+    void setIndexName(QString const& name, Index* index);
+    Index* indexByName(QString const& name) const;
+    QList<Index*> const& indexes() const { return m_indexes; }
+    QList<Index*> const& dependents() const { return m_dependents; }
+
+    // Every registered index, master first.
+    void clear();
+    void build();
+    void rebuild();
+
+    // Live rows of this table (still referenced), for diagnostics and tests.
+    int liveRowBuffers() const { return m_liveRows.load() - (m_dropped.load() ? 0 : 1); }
+    // Bytes held by row buffers (excluding allocator overhead).
+    qint64 rowBytes() const { return qint64(liveRowBuffers()) * m_rowSize; }
+
+private:
+    friend class Database;
+    friend class BatchApplier;
+    static void release(Table* table);   // deleter of the shared pointer
+    void freeBuffer(unsigned char* row) const;
+
+    QString m_name;
+    std::vector<ColumnDef> m_columns;
+    QHash<QString, int> m_columnByName;
+    QStringList m_key;
+    QList<int> m_keyNumbers;
+    int m_rowSize = 0;
+    int m_flagBytes = 0;
+    std::vector<int> m_stringColumns;    // type 8: QString objects to destroy
+    std::vector<int> m_blockColumns;     // type 9
+    MasterIndex_Column_Pure* m_master = nullptr;
+    QList<Index*> m_indexes;             // master index first
+    QList<Index*> m_dependents;
+    QHash<QString, Index*> m_named;
+    mutable QRecursiveMutex m_mutex;
+    // Rows alive plus one for the owner: the Table is deleted when the last
+    // row buffer is freed after the database dropped it.
+    mutable std::atomic<int> m_liveRows{1};
+    std::atomic<bool> m_dropped{false};
+};

@@ -1,0 +1,39 @@
+#pragma once
+#include <database/batch.h>
+#include <QByteArray>
+#include <QHash>
+#include <vector>
+
+// Key existence carried from one planned batch to the next without touching
+// the table, so that a whole file can be checked before any of it applies.
+struct KeyOverlay
+{
+    bool cleared = false;
+    QHash<QByteArray, bool> exists;
+};
+
+// What a batch does to its table once its operations are folded together.
+struct BatchPlan
+{
+    bool clearAll = false;
+    std::vector<Record> inserts;         // images of new rows
+    struct Update { Record row; Record image; std::vector<int> columns; };
+    std::vector<Update> updates;
+    std::vector<Record> deletes;
+    int firstColumn = -1;
+    int lastColumn = -1;
+};
+
+class BatchApplier
+{
+public:
+    // Checks every operation against the table (and `overlay`, when given)
+    // and folds them. Throws Exception naming origin, row and reason;
+    // changes nothing. With an overlay, records the batch's outcome in it.
+    static BatchPlan plan(Batch const& batch, KeyOverlay* overlay = nullptr);
+    // Drives the table's indexes through the plan (see docs/change-path.md).
+    static void apply(Table* table, BatchPlan const& plan);
+
+    static QByteArray keyBytes(Table const* table, unsigned char const* row);
+    static void copyColumn(Table const* table, unsigned char* dst, unsigned char* src, int column);
+};

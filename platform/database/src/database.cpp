@@ -1,0 +1,112 @@
+#include <database/batch.h>
+#include <database/database.h>
+#include <database/exception.h>
+#include <database/index.h>
+#include "batchapplier.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMutex>
+
+namespace {
+QHash<QString, Table::MasterIndexFactory>& defaultFactories()
+{
+    static QHash<QString, Table::MasterIndexFactory> factories;
+    return factories;
+}
+QMutex g_factoryMutex;
+} // namespace
+
+Database::Database() = default;
+Database::~Database() = default;
+void Database::reserved3() {}
+
+QSharedPointer<Table> Database::table(QString const& name) const { return m_tables.value(name); }
+bool Database::hasTable(QString const& name) const { return m_tables.contains(name); }
+QStringList Database::tableNames() const
+{
+    QStringList names = m_tables.keys();
+    names.sort();
+    return names;
+}
+
+void Database::setMasterIndexFactory(QString const& table, Table::MasterIndexFactory factory)
+{
+    m_factories.insert(table, std::move(factory));
+}
+
+void Database::setDefaultMasterIndexFactory(QString const& table, Table::MasterIndexFactory factory)
+{
+    QMutexLocker lock(&g_factoryMutex);
+    defaultFactories().insert(table, std::move(factory));
+}
+
+QSharedPointer<Table> Database::createTable(TableSchema const& schema)
+{
+    if (m_tables.contains(schema.name)) throw Exception(QStringLiteral("Table '%1' already exists").arg(schema.name));
+    Table::MasterIndexFactory factory = m_factories.value(schema.name);
+    if (!factory) {
+        QMutexLocker lock(&g_factoryMutex);
+        factory = defaultFactories().value(schema.name);
+    }
+    QSharedPointer<Table> table(new Table(schema, factory), &Table::release);
+    m_tables.insert(schema.name, table);
+    return table;
+}
+
+void Database::dropTable(QString const& name) { m_tables.remove(name); }
+
+void Database::loadSchema(QString const& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) throw Exception(QStringLiteral("%1: cannot open: %2").arg(path, file.errorString()));
+    loadSchemaJson(file.readAll(), path);
+}
+
+void Database::loadSchemaJson(QByteArray const& json, QString const& origin)
+{
+    QJsonParseError error;
+    QJsonDocument doc = QJsonDocument::fromJson(json, &error);
+    if (error.error != QJsonParseError::NoError)
+        throw Exception(QStringLiteral("%1: bad JSON at byte %2: %3").arg(origin).arg(error.offset).arg(error.errorString()));
+    QJsonArray tables = doc.object().value(QStringLiteral("tables")).toArray();
+    if (tables.isEmpty()) throw Exception(QStringLiteral("%1: no \"tables\"").arg(origin));
+    QList<TableSchema> schemas;
+    for (QJsonValue const& tv : tables) {
+        QJsonObject t = tv.toObject();
+        TableSchema schema;
+        schema.name = t.value(QStringLiteral("name")).toString();
+        if (schema.name.isEmpty()) throw Exception(QStringLiteral("%1: a table has no name").arg(origin));
+        for (QJsonValue const& k : t.value(QStringLiteral("key")).toArray()) schema.key << k.toString();
+        for (QJsonValue const& cv : t.value(QStringLiteral("columns")).toArray()) {
+            QJsonObject c = cv.toObject();
+            ColumnDef def;
+            def.name = c.value(QStringLiteral("name")).toString();
+            def.type = c.value(QStringLiteral("type")).toInt(0);
+            def.length = c.value(QStringLiteral("length")).toInt(0);
+            def.scale = short(c.value(QStringLiteral("scale")).toInt(0));
+            def.nullable = c.value(QStringLiteral("nullable")).toBool(true);
+            if (def.name.isEmpty()) throw Exception(QStringLiteral("%1: table '%2' has a column without a name").arg(origin, schema.name));
+            schema.columns.append(def);
+        }
+        schemas.append(schema);
+    }
+    // Check every table before creating any.
+    for (TableSchema const& s : schemas) {
+        if (m_tables.contains(s.name)) throw Exception(QStringLiteral("%1: table '%2' already exists").arg(origin, s.name));
+        try {
+            Table probe(s);
+        } catch (Exception const& e) {
+            throw Exception(QStringLiteral("%1: %2").arg(origin, e.message()));
+        }
+    }
+    for (TableSchema const& s : schemas) createTable(s);
+}
+
+void Database::apply(Batch const& batch)
+{
+    BatchPlan plan = BatchApplier::plan(batch);
+    BatchApplier::apply(batch.table.data(), plan);
+}

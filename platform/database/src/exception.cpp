@@ -1,0 +1,4 @@
+#include <database/exception.h>
+
+Exception::Exception(QString const& message) : m_message(message) {}
+Exception::~Exception() = default;

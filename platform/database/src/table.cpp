@@ -1,0 +1,186 @@
+#include <database/exception.h>
+#include <database/index.h>
+#include <database/table.h>
+
+#include <QElapsedTimer>
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace {
+int alignmentOf(FieldType::Type t)
+{
+    switch (t) {
+    case FieldType::Int: return 4;
+    case FieldType::Char: return 2;
+    case FieldType::Block: return 4;
+    default: return 8;
+    }
+}
+ColumnDef const& unknownColumn()
+{
+    static ColumnDef const def;
+    return def;
+}
+unsigned char g_noFlags = 0;   // flag byte of absent columns: never written
+} // namespace
+
+Table::Table(TableSchema const& schema, MasterIndexFactory const& factory)
+    : m_name(schema.name), m_key(schema.key)
+{
+    int n = schema.columns.size();
+    if (n == 0) throw Exception(QStringLiteral("Table '%1' has no columns").arg(m_name));
+    m_columns.reserve(std::size_t(n));
+    for (int i = 0; i < n; ++i) {
+        ColumnDef c = schema.columns.at(i);
+        if (c.type < FieldType::Int || c.type > FieldType::Block)
+            throw Exception(QStringLiteral("Table '%1': column '%2' has unknown type %3").arg(m_name, c.name).arg(c.type));
+        if (c.type == FieldType::Char && (c.length <= 0 || c.length % 2))
+            throw Exception(QStringLiteral("Table '%1': column '%2' needs an even length").arg(m_name, c.name));
+        if (m_columnByName.contains(c.name))
+            throw Exception(QStringLiteral("Table '%1': column '%2' is defined twice").arg(m_name, c.name));
+        c.length = FieldType::storageSize(c.typeCode(), c.length);
+        if (c.type != FieldType::Decimal && c.type != FieldType::XDecimal) c.scale = 0;
+        m_columnByName.insert(c.name, i);
+        m_columns.push_back(c);
+    }
+    // Layout: header, flag bytes, then values grouped by alignment so that
+    // no padding is wasted between them.
+    m_flagBytes = (n + 7) / 8;
+    int offset = int(sizeof(RowHeader)) + m_flagBytes;
+    for (int align : {8, 4, 2}) {
+        for (int i = 0; i < n; ++i) {
+            ColumnDef& c = m_columns[std::size_t(i)];
+            if (alignmentOf(c.typeCode()) != align) continue;
+            offset = (offset + align - 1) / align * align;
+            c.offset = offset;
+            offset += c.length;
+        }
+    }
+    m_rowSize = (offset + 7) / 8 * 8;
+    for (int i = 0; i < n; ++i) {
+        ColumnDef& c = m_columns[std::size_t(i)];
+        c.flagOffset = int(sizeof(RowHeader)) + i / 8;
+        c.mask = static_cast<unsigned char>(1u << (i % 8));
+        if (c.type == FieldType::VarChar) m_stringColumns.push_back(i);
+    }
+    for (QString const& k : m_key) {
+        int c = columnIndex(k);
+        if (c < 0) throw Exception(QStringLiteral("Table '%1': key column '%2' does not exist").arg(m_name, k));
+        if (m_columns[std::size_t(c)].nullable)
+            throw Exception(QStringLiteral("Table '%1': key column '%2' must not be nullable").arg(m_name, k));
+        m_keyNumbers.append(c);
+    }
+    if (m_key.isEmpty()) throw Exception(QStringLiteral("Table '%1' has no key").arg(m_name));
+    m_master = factory ? factory(this, m_key) : nullptr;
+    if (!m_master) m_master = new MasterIndex_Column_Pure(this, m_keyNumbers);
+    m_indexes.append(m_master);
+}
+
+Table::~Table() = default;
+
+void Table::release(Table* table)
+{
+    // The database let go of the table: drop its rows now; rows that other
+    // holders still reference keep the layout alive until they are freed.
+    table->m_dropped.store(true);
+    MasterIndex_Column_Pure* master = table->m_master;
+    table->m_master = nullptr;
+    table->m_indexes.clear();
+    table->m_dependents.clear();
+    delete master;
+    if (table->m_liveRows.fetch_sub(1, std::memory_order_acq_rel) == 1) delete table;
+}
+
+int Table::columnIndex(QString const& name) const { return m_columnByName.value(name, -1); }
+
+ColumnDef const& Table::columnDef(int column) const
+{
+    if (column < 0 || column >= int(m_columns.size())) return unknownColumn();
+    return m_columns[std::size_t(column)];
+}
+
+int Table::rowCount() const { return m_master ? m_master->count() : 0; }
+
+Field Table::dataPtr(unsigned char* row, int column) const
+{
+    if (!row || column < 0 || column >= int(m_columns.size()))
+        return Field(&unknownColumn(), nullptr, &g_noFlags, 1);
+    ColumnDef const& c = m_columns[std::size_t(column)];
+    return Field(&c, row + c.offset, row + c.flagOffset, c.mask);
+}
+
+unsigned char* Table::allocRow() const
+{
+    auto* row = static_cast<unsigned char*>(std::calloc(1, std::size_t(m_rowSize)));
+    if (!row) throw std::bad_alloc();
+    auto* h = new (row) RowHeader;
+    h->ref.store(1, std::memory_order_relaxed);
+    h->flags = 0;
+    h->table = const_cast<Table*>(this);
+    for (int c : m_stringColumns) new (row + m_columns[std::size_t(c)].offset) QString();
+    m_liveRows.fetch_add(1, std::memory_order_relaxed);
+    return row;
+}
+
+void Table::freeRow(unsigned char* row) const
+{
+    if (!row) return;
+    for (int c : m_stringColumns)
+        std::launder(reinterpret_cast<QString*>(row + m_columns[std::size_t(c)].offset))->~QString();
+    reinterpret_cast<RowHeader*>(row)->~RowHeader();
+    std::free(row);
+    if (m_liveRows.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+}
+
+void Table::addIndex(Index* index)
+{
+    if (index && !m_indexes.contains(index)) m_indexes.append(index);
+}
+
+void Table::removeIndex(Index* index)
+{
+    if (index == m_master) return;
+    m_indexes.removeAll(index);
+    for (auto it = m_named.begin(); it != m_named.end();) it = it.value() == index ? m_named.erase(it) : std::next(it);
+}
+
+void Table::addDependentIndex(Index* index)
+{
+    if (index && !m_dependents.contains(index)) m_dependents.append(index);
+}
+
+void Table::removeDependentIndex(Index* index) { m_dependents.removeAll(index); }
+
+void Table::setIndexName(QString const& name, Index* index) { m_named.insert(name, index); }
+
+Index* Table::indexByName(QString const& name) const { return m_named.value(name, nullptr); }
+
+void Table::clear()
+{
+    lock();
+    QList<Index*> indexes = m_indexes;
+    for (Index* i : indexes) i->clear();
+    unlock();
+}
+
+void Table::build()
+{
+    lock();
+    QList<Index*> indexes = m_indexes;
+    for (Index* i : indexes) i->build();
+    unlock();
+}
+
+void Table::rebuild()
+{
+    lock();
+    QList<Index*> indexes = m_indexes;
+    // The master index holds the rows: it is resorted, never emptied.
+    for (Index* i : indexes) {
+        if (i == m_master) m_master->resort();
+        else i->rebuild();
+    }
+    unlock();
+}

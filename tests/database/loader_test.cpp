@@ -1,0 +1,115 @@
+#include "support.h"
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QSet>
+#include <QTemporaryDir>
+#include <QThread>
+
+namespace {
+QString writeFile(QTemporaryDir const& dir, QString const& name, QByteArray const& text)
+{
+    QString path = dir.filePath(name);
+    QFile f(path);
+    f.open(QIODevice::WriteOnly);
+    f.write(text);
+    return path;
+}
+
+struct ThreadRecorder : RecordingIndex
+{
+    ThreadRecorder() : RecordingIndex("t") {}
+    QSet<QThread*> threads;
+    void process(QList<Record> const&, QList<Record> const&, int, int, QList<Record> const&) override
+    {
+        threads.insert(QThread::currentThread());
+    }
+};
+} // namespace
+
+TEST(Loader, AppliesOnTheCallingThreadAndReportsProgress)
+{
+    TestDb t;
+    QTemporaryDir dir;
+    QByteArray text;
+    for (int i = 0; i < 50; ++i)
+        text += QStringLiteral(R"({"table":"items","ops":[{"insert":{"grp":1,"id":%1}}]})").arg(i).toUtf8() + "\n\n";
+    QString path = writeFile(dir, "log.jsonl", text);
+    ThreadRecorder rec;
+    t.items->addIndex(&rec);
+    int calls = 0;
+    qint64 lastBytes = 0;
+    int applied = t.db.loadFile(path, [&](int n, qint64 bytes, qint64 total) {
+        ++calls;
+        EXPECT_EQ(n, calls);
+        EXPECT_GE(bytes, lastBytes);
+        EXPECT_LE(bytes, total);
+        lastBytes = bytes;
+    });
+    t.items->removeIndex(&rec);
+    EXPECT_EQ(applied, 50);
+    EXPECT_EQ(t.items->rowCount(), 50);
+    EXPECT_EQ(rec.threads, QSet<QThread*>({QThread::currentThread()}));
+}
+
+TEST(Loader, StopsAtTheFirstBadBatchNamingFileAndLine)
+{
+    TestDb t;
+    QTemporaryDir dir;
+    QString path = writeFile(dir, "bad.jsonl",
+        R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}}]})" "\n"
+        R"({"table":"items","ops":[{"insert":{"grp":1,"id":2}},{"insert":{"grp":1,"id":1}}]})" "\n"
+        R"({"table":"items","ops":[{"insert":{"grp":1,"id":3}}]})" "\n");
+    try {
+        t.db.loadFile(path);
+        FAIL() << "accepted";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.message(), path + ":2: row 2: a row with key 1,1 already exists");
+    }
+    EXPECT_EQ(t.masterKeys(), QStringList({"1,1"}));   // line 1 stays, line 2 applied nothing
+}
+
+TEST(Loader, AtomicLoadAppliesNothingWhenAnyBatchFails)
+{
+    TestDb t;
+    QTemporaryDir dir;
+    QString good = writeFile(dir, "good.jsonl",
+        R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}}]})" "\n"
+        R"({"table":"items","ops":[{"clear":true},{"insert":{"grp":1,"id":2}}]})" "\n"
+        R"({"table":"items","ops":[{"delete":{"grp":1,"id":2}},{"insert":{"grp":1,"id":2}}]})" "\n");
+    EXPECT_EQ(t.db.loadFileAtomically(good), 3);
+    EXPECT_EQ(t.masterKeys(), QStringList({"1,2"}));
+    // Line 3 deletes a row that line 2's clear removed: found in the dry run.
+    QString bad = writeFile(dir, "bad.jsonl",
+        R"({"table":"items","ops":[{"insert":{"grp":5,"id":5}}]})" "\n"
+        R"({"table":"items","ops":[{"clear":true}]})" "\n"
+        R"({"table":"items","ops":[{"delete":{"grp":1,"id":2}}]})" "\n");
+    EXPECT_THROW(t.db.loadFileAtomically(bad), Exception);
+    EXPECT_EQ(t.masterKeys(), QStringList({"1,2"}));
+    QString broken = writeFile(dir, "broken.jsonl", "{\"table\":\"items\",\"ops\":[{\"insert\":{\"grp\":7,\"id\":7}}]}\n{oops\n");
+    EXPECT_THROW(t.db.loadFileAtomically(broken), Exception);
+    EXPECT_EQ(t.masterKeys(), QStringList({"1,2"}));
+    EXPECT_THROW(t.db.loadFile(dir.filePath("missing.jsonl")), Exception);
+}
+
+TEST(Loader, SchemaErrorsCreateNoTable)
+{
+    Database db;
+    EXPECT_THROW(db.loadSchemaJson(R"({"tables":[{"name":"a","key":["k"],"columns":[{"name":"k","type":1,"nullable":false}]},
+                                                 {"name":"b","key":["k"],"columns":[{"name":"k","type":1}]}]})"), Exception);
+    EXPECT_FALSE(db.hasTable("a"));
+    EXPECT_THROW(db.loadSchemaJson("not json"), Exception);
+    EXPECT_THROW(db.loadSchemaJson(R"({"tables":[{"name":"c","key":["k"],"columns":[{"name":"k","type":6,"length":3,"nullable":false}]}]})"), Exception);
+}
+
+TEST(Loader, BundledMarketLoads)
+{
+    QString dir = QStringLiteral(SOURCE_DIR "/data");
+    if (!QFile::exists(dir + "/market/snapshot.jsonl")) GTEST_SKIP() << "no bundled market";
+    Database db;
+    db.loadSchema(dir + "/schema.json");
+    EXPECT_EQ(db.tableNames().size(), 40);
+    EXPECT_GT(db.loadFileAtomically(dir + "/market/snapshot.jsonl"), 0);
+    EXPECT_GT(db.table("securities")->rowCount(), 100);
+    EXPECT_GT(db.loadFileAtomically(dir + "/market/replication.jsonl"), 0);
+}
