@@ -1,0 +1,4 @@
+#include <core/appsettings.h>
+
+AppSettings::AppSettings(QString const& group) : Settings(group) {}
+AppSettings::~AppSettings() = default;

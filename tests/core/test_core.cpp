@@ -1,0 +1,218 @@
+#include <core/defaultcore.h>
+#include <core/icore.h>
+#include <core/transactions.h>
+
+#include <QSignalSpy>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+// Entry `slot` (counted from 1) of the object's table of virtual operations.
+template <class Fn>
+Fn slotOf(void const* object, int slot)
+{
+    using Entry = void (*)();
+    Entry const* table = *static_cast<Entry const* const*>(object);
+    return reinterpret_cast<Fn>(table[slot - 1]);
+}
+
+// Slot number the compiler gives a virtual operation: in the Itanium ABI a
+// pointer to a virtual member holds 1 + the operation's byte offset in the
+// table. Pins the header's declaration order, whatever a call returns.
+template <class Pmf>
+int slotNumber(Pmf pmf)
+{
+    static_assert(sizeof(Pmf) == 2 * sizeof(std::uintptr_t), "Itanium member pointer");
+    std::uintptr_t words[2];
+    std::memcpy(words, &pmf, sizeof words);
+    if ((words[0] & 1) == 0) return 0;   // not virtual
+    return int((words[0] - 1) / sizeof(void*)) + 1;
+}
+
+// A program's own core, installed instead of the default.
+class ProgramCore : public ICore
+{
+public:
+    explicit ProgramCore(bool* destroyed = nullptr) : m_destroyed(destroyed) {}
+    ~ProgramCore() override { if (m_destroyed) *m_destroyed = true; }
+    Database* database() const override { return reinterpret_cast<Database*>(0x1000); }
+    ITransactionService* transactionService() const override { return &service; }
+    void notify(QString const&, int, void*, void*) override {}
+    QString currentLogin() const override { return QStringLiteral("trader7"); }
+    bool passwordWarningEnabled() const override { return warn; }
+    int passwordWarningDays() const override { return 41; }
+
+    mutable TransactionService service;
+    bool warn = true;
+
+private:
+    bool* m_destroyed;
+};
+
+struct DefaultCoreTest : ::testing::Test
+{
+    void SetUp() override
+    {
+        ICore::setInstance(nullptr);
+        core = DefaultCore::global();
+        core->clearNotifications();
+    }
+    void TearDown() override
+    {
+        core->clearNotifications();
+        core->setCurrentLogin(QString());
+        core->setPasswordWarningEnabled(true);
+        core->setPasswordWarningDays(7);
+    }
+    DefaultCore* core = nullptr;
+};
+
+} // namespace
+
+TEST(CoreSlots, HeadersNumberTheOperationsAsAgreed)
+{
+    EXPECT_EQ(slotNumber(&ICore::reserved3), 3);
+    EXPECT_EQ(slotNumber(&ICore::database), 6);
+    EXPECT_EQ(slotNumber(&ICore::transactionService), 11);
+    EXPECT_EQ(slotNumber(&ICore::notify), 23);
+    EXPECT_EQ(slotNumber(&ICore::currentLogin), 27);
+    EXPECT_EQ(slotNumber(&ICore::passwordWarningEnabled), 29);
+    EXPECT_EQ(slotNumber(&ICore::passwordWarningDays), 31);
+
+    EXPECT_EQ(slotNumber(&ITransactionService::reserved3), 3);
+    EXPECT_EQ(slotNumber(&ITransactionService::findTemplates), 4);
+    EXPECT_EQ(slotNumber(&ITransactionService::build), 6);
+    EXPECT_EQ(slotNumber(&ITransactionService::send), 7);
+}
+
+TEST_F(DefaultCoreTest, NamedOperationsSitInTheirSlots)
+{
+    core->setCurrentLogin(QStringLiteral("desk-3"));
+    core->setPasswordWarningEnabled(false);
+    core->setPasswordWarningDays(12);
+    ICore* c = ICore::instance();
+
+    EXPECT_EQ(slotOf<Database* (*)(ICore const*)>(c, 6)(c), c->database());
+    EXPECT_NE(c->database(), nullptr);
+    EXPECT_EQ(slotOf<ITransactionService* (*)(ICore const*)>(c, 11)(c), core->transactions());
+    EXPECT_EQ(slotOf<QString (*)(ICore const*)>(c, 27)(c), QStringLiteral("desk-3"));
+    EXPECT_FALSE(slotOf<bool (*)(ICore const*)>(c, 29)(c));
+    EXPECT_EQ(slotOf<int (*)(ICore const*)>(c, 31)(c), 12);
+
+    slotOf<void (*)(ICore*, QString const&, int, void*, void*)>(c, 23)(c, QStringLiteral("2|slot|"), 0, nullptr, nullptr);
+    EXPECT_EQ(core->notifications(), QStringList{QStringLiteral("2|slot|")});
+}
+
+TEST(CoreSlots, ProgramCoreIsReachedThroughTheSameSlots)
+{
+    bool destroyed = false;
+    ICore* c = new ProgramCore(&destroyed);
+    auto* program = static_cast<ProgramCore*>(c);
+
+    // Both answers, so that a wrong slot cannot pass by returning a stray byte.
+    EXPECT_TRUE(slotOf<bool (*)(ICore const*)>(c, 29)(c));
+    program->warn = false;
+    EXPECT_FALSE(slotOf<bool (*)(ICore const*)>(c, 29)(c));
+    EXPECT_EQ(slotOf<QString (*)(ICore const*)>(c, 27)(c), QStringLiteral("trader7"));
+
+    // Slot 2 is the deleting destructor.
+    slotOf<void (*)(ICore*)>(c, 2)(c);
+    EXPECT_TRUE(destroyed);
+}
+
+TEST(CoreSlots, TransactionServiceOperationsSitInTheirSlots)
+{
+    TransactionService service;
+    ITransactionService* s = &service;
+    TransactionMeta meta;
+    meta.messageCode = 1032;
+    meta.stockId = 4;
+    meta.name = QStringLiteral("drop by security");
+    meta.parameters = QStringList{QStringLiteral("Account")};
+    service.registerTemplate(meta);
+    RecordingTransport transport;
+    service.addTransport(&transport);
+
+    QList<QString> names;
+    auto find = slotOf<QList<TransactionMeta> (*)(ITransactionService const*, int, MarketFilter const&, QList<QString>&)>(s, 4);
+    QList<TransactionMeta> found = find(s, 1032, MarketFilter::single(4, 12), names);
+    ASSERT_EQ(found.size(), 1);
+    EXPECT_EQ(found.first().name, meta.name);
+    EXPECT_EQ(names, QList<QString>{meta.name});
+
+    auto build = slotOf<RawTransaction (*)(ITransactionService const*, TransactionMeta const&, QMap<QString, QVariant> const&)>(s, 6);
+    RawTransaction tx = build(s, found.first(), {{QStringLiteral("Account"), QStringLiteral("A1")}});
+    EXPECT_EQ(tx.messageCode, 1032);
+    EXPECT_EQ(tx.params.value(QStringLiteral("Account")).toString(), QStringLiteral("A1"));
+
+    auto send = slotOf<int (*)(ITransactionService*, RawTransaction const&)>(s, 7);
+    EXPECT_EQ(send(s, tx), 1);
+    EXPECT_EQ(transport.taken().size(), 1);
+}
+
+TEST_F(DefaultCoreTest, InstanceIsTheDefaultUntilAProgramInstallsItsOwn)
+{
+    EXPECT_EQ(ICore::instance(), core);
+    {
+        ProgramCore program;
+        ICore::setInstance(&program);
+        EXPECT_EQ(ICore::instance(), &program);
+        EXPECT_EQ(ICore::instance()->currentLogin(), QStringLiteral("trader7"));
+        ICore::setInstance(nullptr);
+    }
+    // The installed core was not owned: the default is back and untouched.
+    EXPECT_EQ(ICore::instance(), core);
+    EXPECT_EQ(ICore::instance()->transactionService(), core->transactions());
+}
+
+TEST_F(DefaultCoreTest, NotificationsAreRecordedInOrderAndSignalled)
+{
+    QSignalSpy spy(core->coreSignals(), &CoreSignals::userNotification);
+    ICore::instance()->notify(QStringLiteral("2|Пароль истекает|"), 0, nullptr, nullptr);
+    ICore::instance()->notify(QStringLiteral("Закрыт поток ликвидности S1"), 0, nullptr, nullptr);
+
+    EXPECT_EQ(core->notifications(),
+              (QStringList{QStringLiteral("2|Пароль истекает|"), QStringLiteral("Закрыт поток ликвидности S1")}));
+    ASSERT_EQ(spy.count(), 2);
+    EXPECT_EQ(spy.at(1).at(0).toString(), QStringLiteral("Закрыт поток ликвидности S1"));
+
+    core->clearNotifications();
+    EXPECT_TRUE(core->notifications().isEmpty());
+}
+
+TEST_F(DefaultCoreTest, NotificationsFromSeveralThreadsAreAllKept)
+{
+    auto burst = [](QString tag) {
+        for (int i = 0; i < 500; ++i)
+            ICore::instance()->notify(QStringLiteral("1|%1 %2|").arg(tag).arg(i), 0, nullptr, nullptr);
+    };
+    std::thread a(burst, QStringLiteral("a")), b(burst, QStringLiteral("b"));
+    a.join();
+    b.join();
+    QStringList all = core->notifications();
+    EXPECT_EQ(all.size(), 1000);
+    EXPECT_EQ(all.filter(QStringLiteral("|a ")).size(), 500);
+}
+
+TEST(UserNotification, TextIsSplitAtTheFirstTwoBars)
+{
+    struct Case { QString text; int kind; QString message; QString link; };
+    const Case cases[] = {
+        {QStringLiteral("2|Пароль истекает|"), 2, QStringLiteral("Пароль истекает"), QString()},
+        {QStringLiteral("1|Квазисделка 17|vtrm+stream://deal/confirmdeal?a=1|2"), 1,
+         QStringLiteral("Квазисделка 17"), QStringLiteral("vtrm+stream://deal/confirmdeal?a=1|2")},
+        {QStringLiteral("Закрыт поток ликвидности S1"), 0, QStringLiteral("Закрыт поток ликвидности S1"), QString()},
+        {QStringLiteral("x|not a kind|"), 0, QStringLiteral("x|not a kind|"), QString()},
+        {QStringLiteral("3|one bar only"), 0, QStringLiteral("3|one bar only"), QString()},
+    };
+    for (Case const& c : cases) {
+        UserNotification n = UserNotification::parse(c.text);
+        EXPECT_EQ(n.kind, c.kind) << c.text.toStdString();
+        EXPECT_EQ(n.message, c.message) << c.text.toStdString();
+        EXPECT_EQ(n.link, c.link) << c.text.toStdString();
+    }
+}

@@ -1,0 +1,202 @@
+#include <core/defaultcore.h>
+#include <core/transactions.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Params = QMap<QString, QVariant>;
+
+TransactionMeta meta(int code, int stock, int board, QString name, QStringList params = {},
+                     QStringList optional = {})
+{
+    TransactionMeta m;
+    m.messageCode = code;
+    m.stockId = stock;
+    m.boardId = board;
+    m.name = std::move(name);
+    m.parameters = std::move(params);
+    m.optionalParameters = std::move(optional);
+    return m;
+}
+
+QStringList namesOf(QList<TransactionMeta> const& list)
+{
+    QStringList out;
+    for (TransactionMeta const& m : list) out << m.name;
+    return out;
+}
+
+const QStringList kDropParams{QStringLiteral("Account"), QStringLiteral("order_id"), QStringLiteral("Security"),
+                              QStringLiteral("sec_id"), QStringLiteral("dkh_request")};
+
+struct TransactionsTest : ::testing::Test
+{
+    void SetUp() override
+    {
+        // Registered least specific first: lookup must still put the
+        // board-specific template ahead.
+        service.registerTemplate(meta(1025, 0, 0, QStringLiteral("add, any market")));
+        service.registerTemplate(meta(1028, 4, 0, QStringLiteral("drop, market 4"), kDropParams));
+        service.registerTemplate(meta(1028, 5, 0, QStringLiteral("drop, market 5"), kDropParams,
+                                      {QStringLiteral("BuySell"), QStringLiteral("Stream")}));
+        service.registerTemplate(meta(1025, 4, 12, QStringLiteral("add, board 4/12")));
+        service.registerTemplate(meta(1025, 4, 0, QStringLiteral("add, market 4")));
+    }
+
+    QStringList find(int code, MarketFilter const& filter)
+    {
+        QList<QString> names;
+        QStringList found = namesOf(service.findTemplates(code, filter, names));
+        EXPECT_EQ(found, QStringList(names));
+        return found;
+    }
+
+    Params dropParams() const
+    {
+        return {{QStringLiteral("Account"), QStringLiteral("A100")},
+                {QStringLiteral("order_id"), QStringLiteral("9001")},
+                {QStringLiteral("Security"), QStringLiteral("FUT-X")},
+                {QStringLiteral("sec_id"), QStringLiteral("77")},
+                {QStringLiteral("dkh_request"), 3}};
+    }
+
+    TransactionService service;
+};
+
+} // namespace
+
+TEST_F(TransactionsTest, FindPutsTheMostSpecificTemplateFirst)
+{
+    EXPECT_EQ(find(1025, MarketFilter::single(4, 12)),
+              (QStringList{QStringLiteral("add, board 4/12"), QStringLiteral("add, market 4"),
+                           QStringLiteral("add, any market")}));
+    EXPECT_EQ(find(1025, MarketFilter::single(4, 13)),
+              (QStringList{QStringLiteral("add, market 4"), QStringLiteral("add, any market")}));
+    EXPECT_EQ(find(1028, MarketFilter::single(5, 1)), QStringList{QStringLiteral("drop, market 5")});
+    EXPECT_TRUE(find(1028, MarketFilter::single(7, 1)).isEmpty());
+    EXPECT_TRUE(find(1032, MarketFilter::single(4, 12)).isEmpty());
+}
+
+TEST_F(TransactionsTest, FilterOfSeveralOrNoMarkets)
+{
+    MarketFilter two = MarketFilter::single(5, 1);
+    two.count = 2;
+    two.pairs[1] = {4, 3};
+    EXPECT_EQ(find(1028, two), (QStringList{QStringLiteral("drop, market 4"), QStringLiteral("drop, market 5")}));
+
+    // Pairs past the count are not looked at; an absurd count stops at the capacity.
+    two.count = 1;
+    EXPECT_EQ(find(1028, two), QStringList{QStringLiteral("drop, market 5")});
+    MarketFilter all;
+    all.count = 1000;
+    EXPECT_TRUE(find(1028, all).isEmpty());   // every pair is (0, 0), which no market-4/5 template serves
+    all.count = 0;
+    EXPECT_EQ(find(1028, all).size(), 2);
+}
+
+TEST_F(TransactionsTest, BuildKeepsDeclaredParametersAndReportsTheRest)
+{
+    TransactionMeta drop5 = meta(1028, 5, 0, QStringLiteral("drop, market 5"), kDropParams,
+                                 {QStringLiteral("BuySell"), QStringLiteral("Stream")});
+    Params p = dropParams();
+    p.insert(QStringLiteral("Stream"), QStringLiteral("S-4"));
+    p.insert(QStringLiteral("Colour"), QStringLiteral("red"));
+
+    RawTransaction tx = service.build(drop5, p);
+    EXPECT_EQ(tx.messageCode, 1028);
+    EXPECT_EQ(tx.stockId, 5);
+    EXPECT_EQ(tx.templateName, QStringLiteral("drop, market 5"));
+    p.remove(QStringLiteral("Colour"));
+    EXPECT_EQ(tx.params, p);
+    EXPECT_EQ(tx.unknown, QStringList{QStringLiteral("Colour")});
+    EXPECT_TRUE(tx.missing.isEmpty());
+    EXPECT_TRUE(tx.isComplete());
+
+    p.remove(QStringLiteral("order_id"));
+    p.remove(QStringLiteral("dkh_request"));
+    RawTransaction partial = service.build(drop5, p);
+    EXPECT_EQ(partial.missing, (QStringList{QStringLiteral("order_id"), QStringLiteral("dkh_request")}));
+    EXPECT_FALSE(partial.isComplete());
+}
+
+TEST_F(TransactionsTest, FreeFormTemplateTakesAnyMap)
+{
+    Params p{{QStringLiteral("Security"), QStringLiteral("FUT-X")}, {QStringLiteral("Type"), QStringLiteral("1")}};
+    RawTransaction tx = service.build(meta(1025, 0, 0, QStringLiteral("add")), p);
+    EXPECT_EQ(tx.params, p);
+    EXPECT_TRUE(tx.unknown.isEmpty());
+    EXPECT_TRUE(tx.isComplete());
+}
+
+TEST_F(TransactionsTest, SendGoesToTheFirstTransportThatAccepts)
+{
+    RecordingTransport drops({1028});
+    RecordingTransport everything;
+    service.addTransport(&drops);
+    service.addTransport(&everything);
+    service.addTransport(&drops);   // once only
+
+    RawTransaction drop = service.build(meta(1028, 4, 0, QStringLiteral("d"), kDropParams), dropParams());
+    drop.boardId = 12;
+    RawTransaction add = service.build(meta(1025, 0, 0, QStringLiteral("a")), {});
+    EXPECT_EQ(service.send(drop), 1);
+    EXPECT_EQ(service.send(add), 1);
+
+    ASSERT_EQ(drops.taken().size(), 1);
+    EXPECT_EQ(drops.taken().first().boardId, 12);
+    EXPECT_EQ(drops.taken().first().params, dropParams());
+    ASSERT_EQ(everything.taken().size(), 1);
+    EXPECT_EQ(everything.taken().first().messageCode, 1025);
+
+    service.removeTransport(&everything);
+    EXPECT_EQ(service.send(add), 0);
+    EXPECT_EQ(add.answer.code(), RawAnswer::NoTransport);
+    EXPECT_EQ(everything.taken().size(), 1);
+}
+
+TEST_F(TransactionsTest, NothingIsSentWithoutTransportOrWhenIncomplete)
+{
+    RawTransaction tx = service.build(meta(1028, 4, 0, QStringLiteral("d"), kDropParams), dropParams());
+    EXPECT_EQ(service.send(tx), 0);
+    EXPECT_EQ(tx.answer.code(), RawAnswer::NoTransport);
+
+    RecordingTransport everything;
+    service.addTransport(&everything);
+    Params p = dropParams();
+    p.remove(QStringLiteral("sec_id"));
+    RawTransaction partial = service.build(meta(1028, 4, 0, QStringLiteral("d"), kDropParams), p);
+    EXPECT_EQ(service.send(partial), 0);
+    EXPECT_TRUE(everything.taken().isEmpty());
+    EXPECT_EQ(partial.answer.code(), RawAnswer::Refused);
+    EXPECT_TRUE(partial.answer.text().contains(QStringLiteral("sec_id")));
+}
+
+TEST_F(TransactionsTest, AnswerReachesWhoeverCreatedIt)
+{
+    RecordingTransport transport;
+    transport.setReply(7, QStringLiteral("accepted by the exchange"));
+    service.addTransport(&transport);
+
+    RawAnswer mine;
+    RawTransaction tx = service.build(meta(1025, 0, 0, QStringLiteral("a")), {});
+    EXPECT_NE(tx.answer, mine);
+    tx.answer = mine;
+    EXPECT_FALSE(mine.isAnswered());
+    ASSERT_EQ(service.send(tx), 1);
+    EXPECT_TRUE(mine.isAnswered());
+    EXPECT_EQ(mine.code(), 7);
+    EXPECT_EQ(mine.text(), QStringLiteral("accepted by the exchange"));
+}
+
+TEST(DefaultCoreTransactions, RegistryOfTheDefaultCoreIsItsService)
+{
+    DefaultCore* core = DefaultCore::global();
+    core->transactions()->registerTemplate(meta(1032, 4, 0, QStringLiteral("drop by security")));
+    QList<QString> names;
+    QList<TransactionMeta> found =
+        core->transactionService()->findTemplates(1032, MarketFilter::single(4, 2), names);
+    core->transactions()->clearTemplates();
+    ASSERT_EQ(found.size(), 1);
+    EXPECT_EQ(found.first().name, QStringLiteral("drop by security"));
+}
