@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs the console on the bundled market.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/setup.sh"
+mkdir -p "$root/build"
+"$root/scripts/build.sh" "$root/build/release" -DDIRECTORY_BUILD_TESTS=OFF
+"$root/build/release/apps/directory-console" --replay "$@"

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Installs what building and testing need on a fresh Debian machine.
+set -euo pipefail
+packages=(build-essential cmake qtbase5-dev qttools5-dev-tools libgtest-dev libgmock-dev
+          libbenchmark-dev libsqlite3-dev clang libclang-rt-14-dev python3)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  sudo=""
+  [ "$(id -u)" -ne 0 ] && sudo="sudo"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
+fi
