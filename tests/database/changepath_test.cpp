@@ -106,7 +106,8 @@ INSTANTIATE_TEST_SUITE_P(Batches, Rejection, ::testing::Values(
     BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3}},{"upsert":{}}]})", "row 2: unknown operation"},
     BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3}}])", "bad JSON"},
     BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"grp":4}}]})", "given twice"},
-    BadBatch{R"({"ops":[]})", "names no table"}));
+    BadBatch{R"({"ops":[]})", "names no table"}),
+    [](::testing::TestParamInfo<BadBatch> const& info) { return "case" + std::to_string(info.index); });
 
 TEST(ChangePath, OpsBeforeTableNameAndEscapesDecode)
 {

@@ -78,7 +78,12 @@ Table::Table(TableSchema const& schema, MasterIndexFactory const& factory)
     m_indexes.append(m_master);
 }
 
-Table::~Table() = default;
+Table::~Table()
+{
+    // Set only for a table the database never owned (a trial build of a
+    // schema); a dropped table gave its master index up in release().
+    delete m_master;
+}
 
 void Table::release(Table* table)
 {
