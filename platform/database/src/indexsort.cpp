@@ -17,25 +17,30 @@ template <class Before>
 int boundIn(PartitionList<Record> const& list, int from, Before before, int* partOut, int* offsetOut)
 {
     int parts = list.partitionCount();
-    int base = 0, part = 0;
-    for (; part < parts; ++part) {
-        auto const& p = list.partitionAt(part);
-        if (base + p.count() > from && !before(p.items.back())) break;
-        base += p.count();
-    }
-    if (part == parts) {
+    if (parts == 0 || from >= list.count()) {
         if (partOut) { *partOut = parts ? parts - 1 : 0; *offsetOut = parts ? list.partitionAt(parts - 1).count() : 0; }
         return list.count();
     }
-    auto const& items = list.partitionAt(part).items;
-    int lo = from > base ? from - base : 0, hi = int(items.size());
+    int lo = list.partitionOf(from < 0 ? 0 : from), hi = parts;
     while (lo < hi) {
         int mid = lo + (hi - lo) / 2;
-        if (before(items[std::size_t(mid)])) lo = mid + 1;
+        if (before(list.partitionAt(mid).items.back())) lo = mid + 1;
         else hi = mid;
     }
-    if (partOut) { *partOut = part; *offsetOut = lo; }
-    return base + lo;
+    if (lo == parts) {
+        if (partOut) { *partOut = parts - 1; *offsetOut = list.partitionAt(parts - 1).count(); }
+        return list.count();
+    }
+    int part = lo, base = list.partitionStart(part);
+    auto const& items = list.partitionAt(part).items;
+    int first = from > base ? from - base : 0, last = int(items.size());
+    while (first < last) {
+        int mid = first + (last - first) / 2;
+        if (before(items[std::size_t(mid)])) first = mid + 1;
+        else last = mid;
+    }
+    if (partOut) { *partOut = part; *offsetOut = first; }
+    return base + first;
 }
 } // namespace
 

@@ -156,23 +156,26 @@ protected:
         int low = after + 1;
         int high = m_records.count();
         if (low >= high) return -1;
-        // Find the partition: the first whose last record is not smaller.
+        // The partition: the first (from the one holding `low`) whose last
+        // record is not smaller than the key, by binary search.
         int parts = m_records.partitionCount();
-        int base = 0, part = 0;
-        for (; part < parts; ++part) {
-            auto const& p = m_records.partitionAt(part);
-            if (base + p.count() > low && cmp(p.items.back(), key) >= 0) break;
-            base += p.count();
-        }
-        if (part == parts) return -1;
-        auto const& items = m_records.partitionAt(part).items;
-        int lo = low > base ? low - base : 0, hi = int(items.size()), result = -1;
+        int lo = m_records.partitionOf(low), hi = parts;
         while (lo < hi) {
             int mid = lo + (hi - lo) / 2;
+            if (cmp(m_records.partitionAt(mid).items.back(), key) < 0) lo = mid + 1;
+            else hi = mid;
+        }
+        if (lo == parts) return -1;
+        int part = lo;
+        int base = m_records.partitionStart(part);
+        auto const& items = m_records.partitionAt(part).items;
+        int first = low > base ? low - base : 0, last = int(items.size()), result = -1;
+        while (first < last) {
+            int mid = first + (last - first) / 2;
             int c = cmp(items[std::size_t(mid)], key);
-            if (c > 0) hi = mid;
-            else if (c == 0) { hi = mid; result = mid; }
-            else lo = mid + 1;
+            if (c > 0) last = mid;
+            else if (c == 0) { last = mid; result = mid; }
+            else first = mid + 1;
         }
         if (result < 0) return -1;
         if (found) *found = items[std::size_t(result)];

@@ -1,5 +1,6 @@
 #pragma once
 #include "rangeset.h"
+#include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <memory>
@@ -59,9 +60,8 @@ public:
         int offset() const { return m_pos; }
         int position() const
         {
-            int p = m_pos;
-            for (int i = 0; i < m_part; ++i) p += m_list->m_parts[i]->count();
-            return p;
+            if (m_part >= int(m_list->m_parts.size())) return m_list->m_count;
+            return m_list->m_starts[std::size_t(m_part)] + m_pos;
         }
 
     private:
@@ -83,11 +83,16 @@ public:
     T const& at(int i) const
     {
         if (i < 0 || i >= m_count) return empty();
-        for (auto const& p : m_parts) {
-            if (i < p->count()) return p->items[i];
-            i -= p->count();
-        }
-        return empty();
+        int part = partitionOf(i);
+        return m_parts[std::size_t(part)]->items[std::size_t(i - m_starts[std::size_t(part)])];
+    }
+    // Position of the first record of partition `part`.
+    int partitionStart(int part) const { return m_starts[std::size_t(part)]; }
+    // The partition that holds position i (0 <= i < count()).
+    int partitionOf(int i) const
+    {
+        auto it = std::upper_bound(m_starts.begin(), m_starts.end(), i);
+        return int(it - m_starts.begin()) - 1;
     }
     static T const& empty() { static T const e{}; return e; }
 
@@ -96,29 +101,28 @@ public:
     const_iterator iteratorAt(int i) const
     {
         if (i >= m_count) return end();
-        int part = 0;
-        while (i >= m_parts[part]->count()) { i -= m_parts[part]->count(); ++part; }
-        return const_iterator(this, part, i);
+        if (i < 0) i = 0;
+        int part = partitionOf(i);
+        return const_iterator(this, part, i - m_starts[std::size_t(part)]);
     }
 
     void insert(int i, T value)
     {
-        if (m_parts.empty()) m_parts.emplace_back(new Partition);
-        int part = 0;
-        if (i >= m_count) { part = int(m_parts.size()) - 1; i = m_parts[part]->count(); }
-        else while (i > m_parts[part]->count() || (i == m_parts[part]->count() && part + 1 < int(m_parts.size()))) {
-            i -= m_parts[part]->count(); ++part;
-        }
-        insertAt(part, i, std::move(value));
+        if (m_parts.empty()) { insertAt(0, 0, std::move(value)); return; }
+        if (i >= m_count) { int part = int(m_parts.size()) - 1; insertAt(part, m_parts[std::size_t(part)]->count(), std::move(value)); return; }
+        if (i < 0) i = 0;
+        int part = partitionOf(i);
+        insertAt(part, i - m_starts[std::size_t(part)], std::move(value));
     }
     void append(T value) { insert(m_count, std::move(value)); }
     // Inserts into a known partition at a known offset (from a two-level search).
     void insertAt(int part, int offset, T value)
     {
-        if (m_parts.empty()) { m_parts.emplace_back(new Partition); part = 0; offset = 0; }
-        auto& items = m_parts[part]->items;
+        if (m_parts.empty()) { m_parts.emplace_back(new Partition); m_starts.push_back(0); part = 0; offset = 0; }
+        auto& items = m_parts[std::size_t(part)]->items;
         items.insert(items.begin() + offset, std::move(value));
         ++m_count;
+        for (std::size_t k = std::size_t(part) + 1; k < m_starts.size(); ++k) ++m_starts[k];
         if (items.size() >= std::size_t(2 * partitionCapacity)) split(part);
     }
     void removeAt(int i)
@@ -129,10 +133,14 @@ public:
     }
     void removeAt(int part, int offset)
     {
-        auto& items = m_parts[part]->items;
+        auto& items = m_parts[std::size_t(part)]->items;
         items.erase(items.begin() + offset);
         --m_count;
-        if (items.empty()) m_parts.erase(m_parts.begin() + part);
+        for (std::size_t k = std::size_t(part) + 1; k < m_starts.size(); ++k) --m_starts[k];
+        if (items.empty()) {
+            m_parts.erase(m_parts.begin() + part);
+            m_starts.erase(m_starts.begin() + part);
+        }
     }
     void replaceAt(int part, int offset, T value) { m_parts[part]->items[offset] = std::move(value); }
 
@@ -153,12 +161,13 @@ public:
         assign(std::move(kept));
     }
 
-    void clear() { m_parts.clear(); m_count = 0; }
+    void clear() { m_parts.clear(); m_starts.clear(); m_count = 0; }
 
     // Replaces the content with `items`, packed into full partitions.
     void assign(std::vector<T>&& items)
     {
         m_parts.clear();
+        m_starts.clear();
         m_count = int(items.size());
         std::size_t n = items.size();
         for (std::size_t start = 0; start < n; start += partitionCapacity) {
@@ -167,6 +176,7 @@ public:
             p->items.reserve(stop - start);
             for (std::size_t k = start; k < stop; ++k) p->items.push_back(std::move(items[k]));
             m_parts.push_back(std::move(p));
+            m_starts.push_back(int(start));
         }
     }
     std::vector<T> takeAll()
@@ -188,10 +198,12 @@ private:
         auto mid = items.begin() + partitionCapacity;
         for (auto it = mid; it != items.end(); ++it) tail->items.push_back(std::move(*it));
         items.erase(mid, items.end());
+        m_starts.insert(m_starts.begin() + part + 1, m_starts[std::size_t(part)] + partitionCapacity);
         m_parts.insert(m_parts.begin() + part + 1, std::move(tail));
     }
 
     std::vector<std::unique_ptr<Partition>> m_parts;
+    std::vector<int> m_starts;   // position of each partition's first item
     int m_count = 0;
 };
 
