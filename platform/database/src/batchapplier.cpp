@@ -44,16 +44,11 @@ struct Entry
     int update = -1;     // into plan.updates
 };
 
-Record copyImage(Table const* table, Record const& image)
-{
-    Record copy(table);
-    for (int c = 0; c < table->columnCount(); ++c) BatchApplier::copyColumn(table, copy.row(), image.row(), c);
-    return copy;
-}
+Record copyImage(Table const* table, Record const& image) { return table->copyRow(image); }
 
 } // namespace
 
-BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay)
+BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysOnly)
 {
     BatchPlan plan;
     Table* table = batch.table.data();
@@ -103,7 +98,7 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay)
             if (e.state == State::Existing || e.state == State::Inserted)
                 fail(QStringLiteral("a row with key %1 already exists").arg(keyText(op.image)));
             e.insert = int(plan.inserts.size());
-            plan.inserts.push_back(copyImage(table, op.image));
+            plan.inserts.push_back(keysOnly ? op.image : copyImage(table, op.image));
             e.state = State::Inserted;
             break;
         case BatchOp::Update: {
@@ -114,6 +109,7 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay)
                 if (plan.firstColumn < 0 || c < plan.firstColumn) plan.firstColumn = c;
                 if (c > plan.lastColumn) plan.lastColumn = c;
             }
+            if (keysOnly) break;
             if (e.state == State::Inserted) {
                 for (int c : op.columns) copyColumn(table, plan.inserts[std::size_t(e.insert)].row(), op.image.row(), c);
                 break;

@@ -30,7 +30,9 @@ public:
     // Checks every operation against the table (and `overlay`, when given)
     // and folds them. Throws Exception naming origin, row and reason;
     // changes nothing. With an overlay, records the batch's outcome in it.
-    static BatchPlan plan(Batch const& batch, KeyOverlay* overlay = nullptr);
+    // A dry run (`keysOnly`) checks keys and records them in the overlay
+    // without building the row images.
+    static BatchPlan plan(Batch const& batch, KeyOverlay* overlay = nullptr, bool keysOnly = false);
     // Drives the table's indexes through the plan (see docs/change-path.md).
     static void apply(Table* table, BatchPlan const& plan);
 

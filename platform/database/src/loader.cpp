@@ -143,7 +143,7 @@ int Database::loadFileAtomically(QString const& path)
     // Dry run over the whole file first, so that nothing applies unless all does.
     {
         QHash<Table*, KeyOverlay> overlays;
-        for (Batch const& b : batches) BatchApplier::plan(b, &overlays[b.table.data()]);
+        for (Batch const& b : batches) BatchApplier::plan(b, &overlays[b.table.data()], true);
     }
     for (Batch const& b : batches) apply(b);
     return int(batches.size());

@@ -108,12 +108,21 @@ ColumnDef const& Table::columnDef(int column) const
 
 int Table::rowCount() const { return m_master ? m_master->count() : 0; }
 
-Field Table::dataPtr(unsigned char* row, int column) const
+Field Table::absentField() { return Field(&unknownColumn(), nullptr, &g_noFlags, 1); }
+
+Record Table::copyRow(Record const& source) const
 {
-    if (!row || column < 0 || column >= int(m_columns.size()))
-        return Field(&unknownColumn(), nullptr, &g_noFlags, 1);
-    ColumnDef const& c = m_columns[std::size_t(column)];
-    return Field(&c, row + c.offset, row + c.flagOffset, c.mask);
+    Record copy(this);
+    unsigned char* dst = copy.row();
+    unsigned char const* src = source.row();
+    // Values and flags byte for byte, then each string properly shared.
+    std::size_t header = sizeof(RowHeader);
+    std::memcpy(dst + header, src + header, std::size_t(m_rowSize) - header);
+    for (int c : m_stringColumns) {
+        std::size_t off = std::size_t(m_columns[std::size_t(c)].offset);
+        new (dst + off) QString(*std::launder(reinterpret_cast<QString const*>(src + off)));
+    }
+    return copy;
 }
 
 unsigned char* Table::allocRow() const

@@ -50,7 +50,17 @@ public:
     MasterIndex_Column_Pure* masterIndex() const { return m_master; }
     int rowCount() const;
 
-    Field dataPtr(unsigned char* row, int column) const;
+    Field dataPtr(unsigned char* row, int column) const
+    {
+        // Hot: every read of a column comes through here.
+        if (Q_LIKELY(row && unsigned(column) < unsigned(m_columns.size()))) {
+            ColumnDef const& c = m_columns[std::size_t(column)];
+            return Field(&c, row + c.offset, row + c.flagOffset, c.mask);
+        }
+        return absentField();
+    }
+    // A copy of `source` (a row of this table): values, null flags and strings.
+    Record copyRow(Record const& source) const;
     unsigned char* allocRow() const;                     // reference count 1, all null
     void freeRow(unsigned char* row) const;
 
@@ -80,6 +90,7 @@ private:
     friend class Database;
     friend class BatchApplier;
     static void release(Table* table);   // deleter of the shared pointer
+    static Field absentField();
     void freeBuffer(unsigned char* row) const;
 
     QString m_name;
