@@ -1,0 +1,374 @@
+#pragma once
+#include "library.h"
+
+#include <database/field.h>
+#include <database/index.h>
+#include <database/record.h>
+#include <database/table.h>
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <cstring>
+
+// Sorted indexes keyed by a list of columns, and the keys that search them
+// without a row.
+//
+// Two families:
+//  - MasterIndex_Column: any columns, compared field by field. Searched by a
+//    MasterKey.
+//  - MasterIndex_Struct<T...>: keys made of 32/64-bit integers or one short
+//    fixed string; comparing two rows reads fixed offsets of the row buffers
+//    with no Field objects, no type dispatch and no allocation. Searched by a
+//    MasterKey_Struct<T...>. Each template level holds one key column: the
+//    most derived level the first column, MasterIndex_Struct<T> the last.
+//
+// Threading: as IndexSort. The list changes on the updating thread only;
+// searches may come from any thread and take the index's read lock.
+
+// ---------------------------------------------------------------------------
+// MasterKey: the general key, the key columns' values in key order.
+//
+// The values are kept as an order-preserving byte string, so that comparing a
+// row's key with a MasterKey is a byte-by-byte comparison that agrees with the
+// order of the index (a plain memcmp of the stored values would not: integers
+// are little endian and decimals carry their scale). Per value:
+//   no value           00
+//   32/64-bit integer  01, 8 bytes big endian with the sign bit flipped
+//   double             03, 8 bytes (sign-folded IEEE bits; -0 is 0)
+//   decimal, xdecimal  04, sign (00 negative, 01 zero, 02 positive), then for
+//                      non-zero values a biased decimal exponent and the
+//                      significant digits (+1), 00-terminated; all of it
+//                      complemented for negative values
+//   text (6 and 8)     06, UTF-16 code units big endian, then 00 00
+//   date-time          07, 8 bytes as an integer
+//   block              09, the 404 bytes
+// Values of one column thus sort as the column does; equal values give equal
+// bytes (1.5 and 1.50, an int 7 and a 64-bit 7), so a MasterKey is also a
+// hash key. Texts with embedded NUL code units are not told apart after the
+// NUL, as fixed-width text stops there too.
+class DIRECTORY_EXPORT MasterKey
+{
+public:
+    MasterKey() = default;
+    explicit MasterKey(QList<FieldValue> const& values);
+    // The key of a row over the given columns.
+    MasterKey(Record const& record, QList<int> const& columns);
+
+    MasterKey& operator<<(Field const& value);
+    MasterKey& operator<<(int value);
+    MasterKey& operator<<(long long value);
+    MasterKey& operator<<(QString const& value);
+
+    int count() const { return m_count; }
+    bool isEmpty() const { return m_count == 0; }
+    QByteArray const& bytes() const { return m_bytes; }
+
+    // Sign of (the row's key over `columns`) - (this key), byte by byte.
+    // A key with fewer values than columns matches nothing.
+    int compareRow(Record const& record, QList<int> const& columns) const;
+
+    bool operator==(MasterKey const& o) const { return m_bytes == o.m_bytes; }
+    bool operator!=(MasterKey const& o) const { return m_bytes != o.m_bytes; }
+
+private:
+    QByteArray m_bytes;
+    int m_count = 0;
+};
+
+inline uint qHash(MasterKey const& key, uint seed = 0) { return qHash(key.bytes(), seed); }
+
+// ---------------------------------------------------------------------------
+// MasterIndexKey<Base>: a column-list index searchable by a MasterKey.
+template <class Base>
+class MasterIndexKey : public Base
+{
+public:
+    using Key = MasterKey;
+
+    MasterIndexKey(Table* table, QStringList const& columns) : Base(table, columns) {}
+    MasterIndexKey(Table* table, QList<int> const& columns) : Base(table, columns) {}
+
+    QString getClassName() const override { return QStringLiteral("MasterIndex"); }
+
+    // For IndexSort::searchBinary: the row's key against a MasterKey.
+    class CompareKey
+    {
+    public:
+        explicit CompareKey(MasterIndexKey const* index) : m_columns(&index->columns()) {}
+        int operator()(Record const& record, MasterKey const& key) const { return key.compareRow(record, *m_columns); }
+
+    private:
+        QList<int> const* m_columns;
+    };
+
+    MasterKey key(Record const& record) const { return MasterKey(record, this->m_columns); }
+    // First position after `after` holding `key`, or -1.
+    int searchKey(MasterKey const& key, int after) const { return this->searchBinary(key, after, CompareKey(this)); }
+    // The record at that position, or an empty record (no cache).
+    Record findKey(MasterKey const& key, int after) const { return this->findBinary(key, after, CompareKey(this)); }
+};
+
+// ---------------------------------------------------------------------------
+// MasterIndex_Column: any list of columns, compared with Field::compare.
+class DIRECTORY_EXPORT MasterIndex_Column : public MasterIndexKey<MasterIndex_Column_Pure>
+{
+public:
+    MasterIndex_Column(Table* table, QList<int> const& columns);
+    MasterIndex_Column(Table* table, QStringList const& columns);
+    ~MasterIndex_Column() override;
+
+    int compare(Record const& a, Record const& b) const override;
+    QString getClassName() const override;
+};
+
+// ---------------------------------------------------------------------------
+// Typed keys.
+
+// A fixed string of N UTF-16 code units, zero padded, as stored in a row.
+template <int N>
+struct ucharn
+{
+    quint16 units[N];
+
+    ucharn() : units{} {}
+    explicit ucharn(QString const& text) { FieldType::stringToVarChar(reinterpret_cast<unsigned char*>(units), 2 * N, text); }
+    QString toString() const
+    {
+        int n = 0;
+        while (n < N && units[n]) ++n;
+        return QString(reinterpret_cast<QChar const*>(units), n);
+    }
+    bool operator==(ucharn const& o) const { return std::memcmp(units, o.units, sizeof units) == 0; }
+    bool operator!=(ucharn const& o) const { return !(*this == o); }
+};
+static_assert(sizeof(ucharn<12>) == 24, "ucharn must be exactly its code units");
+
+template <int N>
+inline uint qHash(ucharn<N> const& v, uint seed = 0) { return qHashBits(v.units, sizeof v.units, seed); }
+
+namespace directory {
+namespace detail {
+
+// What a level of MasterIndex_Struct accepts, and how it compares.
+template <class T> struct KeyColumn;
+template <> struct KeyColumn<int>
+{
+    static constexpr FieldType::Type type = FieldType::Int;
+    static constexpr int length = 4;
+};
+template <> struct KeyColumn<long long>
+{
+    static constexpr FieldType::Type type = FieldType::Int64;
+    static constexpr int length = 8;
+};
+template <> struct KeyColumn<ucharn<12>>
+{
+    static constexpr FieldType::Type type = FieldType::Char;
+    static constexpr int length = 24;
+};
+
+template <class T>
+inline T load(unsigned char const* p)
+{
+    T v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+template <class T>
+inline int compareKeyValues(T a, T b) { return a < b ? -1 : (b < a ? 1 : 0); }
+template <int N>
+inline int compareKeyValues(ucharn<N> const& a, ucharn<N> const& b)
+{
+    for (int i = 0; i < N; ++i)
+        if (a.units[i] != b.units[i]) return a.units[i] < b.units[i] ? -1 : 1;
+    return 0;
+}
+
+inline uint hashCombine(uint seed, uint h) { return seed ^ (h + 0x9e3779b9u + (seed << 6) + (seed >> 2)); }
+
+// Set-up checks of MasterIndex_Struct; each throws the QString message.
+DIRECTORY_EXPORT void checkStructColumnCount(int expected, int given);
+// Checks key column `position` and returns the offset of its value in a row.
+DIRECTORY_EXPORT int checkStructColumn(Table const* table, QList<int> const& columns, QStringList const& names,
+                                       int position, FieldType::Type type, int length);
+
+struct NoSetup {};
+
+} // namespace detail
+} // namespace directory
+
+// The typed values of a key in key-column order: value, then the rest.
+template <class... T> struct MasterKey_Struct;
+
+template <class T>
+struct MasterKey_Struct<T>
+{
+    T value;
+
+    MasterKey_Struct() : value() {}
+    MasterKey_Struct(T v) : value(v) {}   // NOLINT: a one-column key reads naturally as its value
+    bool operator==(MasterKey_Struct const& o) const { return value == o.value; }
+    bool operator!=(MasterKey_Struct const& o) const { return !(*this == o); }
+};
+
+template <class T, class... Rest>
+struct MasterKey_Struct<T, Rest...>
+{
+    T value;
+    MasterKey_Struct<Rest...> rest;
+
+    MasterKey_Struct() : value(), rest() {}
+    MasterKey_Struct(T v, Rest... r) : value(v), rest(r...) {}
+    bool operator==(MasterKey_Struct const& o) const { return value == o.value && rest == o.rest; }
+    bool operator!=(MasterKey_Struct const& o) const { return !(*this == o); }
+};
+
+template <class T>
+inline uint qHash(MasterKey_Struct<T> const& k, uint seed = 0) { return qHash(k.value, seed); }
+template <class T, class U, class... Rest>
+inline uint qHash(MasterKey_Struct<T, U, Rest...> const& k, uint seed = 0)
+{
+    return directory::detail::hashCombine(qHash(k.value, seed), qHash(k.rest, seed));
+}
+
+// ---------------------------------------------------------------------------
+// MasterIndex_Struct<T...>
+
+template <class... T> class MasterIndex_Struct;
+
+// The base level: the last key column.
+template <class T>
+class MasterIndex_Struct<T> : public MasterIndex_Column_Pure
+{
+public:
+    using Key = MasterKey_Struct<T>;
+
+    // Throws the QString message of the first failed check.
+    MasterIndex_Struct(Table* table, QStringList const& columns) : MasterIndex_Struct(table, columns, directory::detail::NoSetup())
+    {
+        setup(0);
+    }
+
+    int compare(Record const& a, Record const& b) const override { return compareRows(a.row(), b.row()); }
+    QString getClassName() const override { return QStringLiteral("MasterIndex_Struct"); }
+
+    // Checks and binds key column i (this level's); at the base level the
+    // number of key columns must be i + 1.
+    void setup(int i)
+    {
+        directory::detail::checkStructColumnCount(i + 1, m_columns.size());
+        m_offset = directory::detail::checkStructColumn(m_table, m_columns, m_names, i, directory::detail::KeyColumn<T>::type,
+                                                        directory::detail::KeyColumn<T>::length);
+    }
+
+    class CompareKey
+    {
+    public:
+        explicit CompareKey(MasterIndex_Struct const* index) : m_index(index) {}
+        int operator()(Record const& record, Key const& key) const { return m_index->compareKeyRow(record.row(), key); }
+
+    private:
+        MasterIndex_Struct const* m_index;
+    };
+
+    Key key(Record const& record) const
+    {
+        Key k;
+        if (record.row()) readKey(record.row(), k);
+        return k;
+    }
+    int searchKey(Key const& key, int after) const { return searchBinary(key, after, CompareKey(this)); }
+    Record findKey(Key const& key, int after) const { return findBinary(key, after, CompareKey(this)); }
+
+protected:
+    MasterIndex_Struct(Table* table, QStringList const& columns, directory::detail::NoSetup)
+        : MasterIndex_Column_Pure(table, columns), m_names(columns)
+    {
+    }
+
+    int compareRows(unsigned char const* a, unsigned char const* b) const
+    {
+        using directory::detail::load;
+        return directory::detail::compareKeyValues(load<T>(a + m_offset), load<T>(b + m_offset));
+    }
+    int compareKeyRow(unsigned char const* row, Key const& key) const
+    {
+        return directory::detail::compareKeyValues(directory::detail::load<T>(row + m_offset), key.value);
+    }
+    void readKey(unsigned char const* row, Key& key) const { key.value = directory::detail::load<T>(row + m_offset); }
+
+    QStringList m_names;   // as requested, for messages about missing columns
+    int m_offset = 0;
+};
+
+// A level holding key column T in front of the levels of Rest.
+template <class T, class... Rest>
+class MasterIndex_Struct<T, Rest...> : public MasterIndex_Struct<Rest...>
+{
+    using Base = MasterIndex_Struct<Rest...>;
+
+public:
+    using Key = MasterKey_Struct<T, Rest...>;
+
+    MasterIndex_Struct(Table* table, QStringList const& columns) : Base(table, columns, directory::detail::NoSetup()) { setup(0); }
+
+    int compare(Record const& a, Record const& b) const override { return compareRows(a.row(), b.row()); }
+
+    // Binds this level's column i after the levels behind it (the last
+    // column is checked first).
+    void setup(int i)
+    {
+        Base::setup(i + 1);
+        m_offset = directory::detail::checkStructColumn(this->m_table, this->m_columns, this->m_names, i,
+                                                        directory::detail::KeyColumn<T>::type,
+                                                        directory::detail::KeyColumn<T>::length);
+    }
+
+    class CompareKey
+    {
+    public:
+        explicit CompareKey(MasterIndex_Struct const* index) : m_index(index) {}
+        int operator()(Record const& record, Key const& key) const { return m_index->compareKeyRow(record.row(), key); }
+
+    private:
+        MasterIndex_Struct const* m_index;
+    };
+
+    Key key(Record const& record) const
+    {
+        Key k;
+        if (record.row()) readKey(record.row(), k);
+        return k;
+    }
+    int searchKey(Key const& key, int after) const { return this->searchBinary(key, after, CompareKey(this)); }
+    Record findKey(Key const& key, int after) const { return this->findBinary(key, after, CompareKey(this)); }
+
+protected:
+    MasterIndex_Struct(Table* table, QStringList const& columns, directory::detail::NoSetup)
+        : Base(table, columns, directory::detail::NoSetup())
+    {
+    }
+
+    int compareRows(unsigned char const* a, unsigned char const* b) const
+    {
+        using directory::detail::load;
+        int r = directory::detail::compareKeyValues(load<T>(a + m_offset), load<T>(b + m_offset));
+        return r ? r : Base::compareRows(a, b);
+    }
+    int compareKeyRow(unsigned char const* row, Key const& key) const
+    {
+        int r = directory::detail::compareKeyValues(directory::detail::load<T>(row + m_offset), key.value);
+        return r ? r : Base::compareKeyRow(row, key.rest);
+    }
+    void readKey(unsigned char const* row, Key& key) const
+    {
+        key.value = directory::detail::load<T>(row + m_offset);
+        Base::readKey(row, key.rest);
+    }
+
+    int m_offset = 0;
+};

@@ -1,0 +1,289 @@
+#include "cachedindex.h"
+#include "index_fixture.h"
+#include "masterindex.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <random>
+#include <tuple>
+
+using namespace indextest;
+
+namespace {
+
+using Abc = std::tuple<int, int, int>;
+using Abd = std::tuple<int, int, qint64>;
+
+template <class I, class F>
+auto keysInOrder(I const& index, F read)
+{
+    std::vector<decltype(read(Record()))> keys;
+    for (auto it = index.begin(); it != index.end(); ++it) keys.push_back(read(*it));
+    return keys;
+}
+
+// Random rows with many ties in the leading columns, spread over several
+// partitions of the index.
+struct RandomRanked : Db
+{
+    explicit RandomRanked(int rows, unsigned seed = 7)
+    {
+        std::mt19937 rng(seed);
+        QString const alphabet = QStringLiteral("AB\u042F\uE000");
+        QJsonArray ops;
+        for (int i = 0; i < rows; ++i) {
+            QString s;
+            for (int n = int(rng() % 13); n > 0; --n) s += alphabet.at(int(rng() % 4));
+            qint64 d = qint64(int(rng() % 7) - 3) * (qint64(1) << 40) + qint64(rng() % 5);
+            ops.append(op("insert", rankedRow(i, int(rng() % 5) - 2, int(rng() % 5) - 2, int(rng() % 201) - 100, d, s)));
+        }
+        apply("ranked", ops);
+    }
+    int col(char const* name) const { return ranked()->columnIndex(name); }
+    Abc abc(Record const& r) const
+    {
+        return Abc(r.data(col("a")).rawInt32(), r.data(col("b")).rawInt32(), r.data(col("c")).rawInt32());
+    }
+    Abd abd(Record const& r) const
+    {
+        return Abd(r.data(col("a")).rawInt32(), r.data(col("b")).rawInt32(), r.data(col("d")).rawInt64());
+    }
+    std::u16string text(Record const& r) const
+    {
+        QString s = r.data(col("s")).toString();
+        std::u16string u(reinterpret_cast<char16_t const*>(s.utf16()), std::size_t(s.size()));
+        u.resize(12, u'\0');   // as stored: zero padded to the column's width
+        return u;
+    }
+    template <class F>
+    auto sortedRows(F read) const
+    {
+        std::vector<decltype(read(Record()))> keys;
+        auto* m = ranked()->masterIndex();
+        for (auto it = m->begin(); it != m->end(); ++it) keys.push_back(read(*it));
+        std::sort(keys.begin(), keys.end());
+        return keys;
+    }
+};
+
+} // namespace
+
+TEST(MasterIndexOrder, TypedAndGeneralIndexesSortLikeAPlainComparison)
+{
+    RandomRanked t(3000);
+    Table* table = t.ranked();
+    auto abc = [&](Record const& r) { return t.abc(r); };
+    auto abd = [&](Record const& r) { return t.abd(r); };
+    auto text = [&](Record const& r) { return t.text(r); };
+
+    Registered<MasterIndex_Struct<int, int, int>> typedAbc(table, QStringList{"a", "b", "c"});
+    Registered<MasterIndex_Column> generalAbc(table, QStringList{"a", "b", "c"});
+    Registered<MasterIndex_Struct<int, int, long long>> typedAbd(table, QStringList{"a", "b", "d"});
+    Registered<MasterIndex_Column> generalAbd(table, QStringList{"a", "b", "d"});
+    Registered<MasterIndex_Struct<ucharn<12>>> typedText(table, QStringList{"s"});
+    Registered<MasterIndex_Column> generalText(table, QStringList{"s"});
+
+    auto check = [&] {
+        EXPECT_EQ(keysInOrder(typedAbc.index, abc), t.sortedRows(abc));
+        EXPECT_EQ(keysInOrder(generalAbc.index, abc), t.sortedRows(abc));
+        EXPECT_EQ(keysInOrder(typedAbd.index, abd), t.sortedRows(abd));
+        EXPECT_EQ(keysInOrder(generalAbd.index, abd), t.sortedRows(abd));
+        EXPECT_EQ(keysInOrder(typedText.index, text), t.sortedRows(text));
+        EXPECT_EQ(keysInOrder(generalText.index, text), t.sortedRows(text));
+    };
+    check();
+
+    // Keep the order through a batch that deletes, inserts and moves rows.
+    QJsonArray ops;
+    for (int id = 0; id < 3000; id += 7) ops.append(op("delete", QJsonObject{{"id", id}}));
+    for (int id = 3; id < 3000; id += 11)
+        if (id % 7) ops.append(op("update", QJsonObject{{"id", id}, {"a", -id % 5}, {"c", id % 3}, {"s", QStringLiteral("B")}}));
+    for (int id = 3000; id < 3400; ++id) ops.append(op("insert", rankedRow(id, id % 3, -(id % 4), id % 17, -id, QStringLiteral("AB"))));
+    t.apply("ranked", ops);
+    check();
+}
+
+TEST(MasterIndexOrder, TypedKeysCompareColumnByColumn)
+{
+    Db t;
+    Table* table = t.ranked();
+    t.apply("ranked", QJsonArray{op("insert", rankedRow(1, 1, 2, 3, 0, "B")), op("insert", rankedRow(2, 1, 2, 2, 0, "AB")),
+                                 op("insert", rankedRow(3, 1, 1, 9, 0, "")), op("insert", rankedRow(4, 0, 9, 9, 0, "BA")),
+                                 op("insert", rankedRow(5, 1, 2, -3, 0, "A")), op("insert", rankedRow(6, 1, 2, 3, 0, "\u042F"))});
+    auto ids = [](IndexSort const& index) {
+        QList<qint64> out;
+        for (auto it = index.begin(); it != index.end(); ++it) out << it->data("id").rawInt64();
+        return out;
+    };
+    Registered<MasterIndex_Struct<int, int, int>> abc(table, QStringList{"a", "b", "c"});
+    // Equal first columns are ordered by the second, then the third; equal
+    // keys keep their insertion order.
+    EXPECT_EQ(ids(abc.index), QList<qint64>({4, 3, 5, 2, 1, 6}));
+
+    Registered<MasterIndex_Struct<ucharn<12>>> text(table, QStringList{"s"});
+    // Code unit by code unit, padding included: "AB" before "B".
+    EXPECT_EQ(ids(text.index), QList<qint64>({3, 5, 2, 1, 4, 6}));
+}
+
+TEST(MasterIndexSetup, EachCheckThrowsItsMessage)
+{
+    Db t;
+    Table* table = t.ranked();
+    using Make = std::function<void()>;
+    auto make3 = [table](QStringList c) { return Make([=] { MasterIndex_Struct<int, int, int> i(table, c); }); };
+    auto make64 = [table](QStringList c) { return Make([=] { MasterIndex_Struct<int, int, long long> i(table, c); }); };
+    auto makeText = [table](QStringList c) { return Make([=] { MasterIndex_Struct<ucharn<12>> i(table, c); }); };
+    struct Case
+    {
+        Make make;
+        QString message;
+    };
+    Case const cases[] = {
+        {make3({"a", "b"}), "MasterIndex_Struct: incorrect columns count 3!=2"},
+        {make3({"a", "b", "c", "d"}), "MasterIndex_Struct: incorrect columns count 3!=4"},
+        {make3({"a", "n", "c"}), "MasterIndex_Struct: column can't be nullable 1:'n'"},
+        {make3({"a", "nope", "c"}), "MasterIndex_Struct: column can't be nullable 1:'nope'"},
+        {make3({"a", "b", "d"}), "MasterIndex_Struct: incorrect column 2:'d' type: int!=int64"},
+        // The last column is checked first.
+        {make3({"n", "s", "d"}), "MasterIndex_Struct: incorrect column 2:'d' type: int!=int64"},
+        {make64({"a", "b", "c"}), "MasterIndex_Struct: incorrect column 2:'c' type: int64!=int"},
+        {makeText({"s16"}), "MasterIndex_Struct: incorrect column 0:'s16' type length: 24!=16"},
+        {makeText({"a"}), "MasterIndex_Struct: incorrect column 0:'a' type: char!=int"},
+    };
+    for (Case const& c : cases) {
+        QString thrown;
+        try {
+            c.make();
+        } catch (QString const& message) {
+            thrown = message;
+        }
+        EXPECT_EQ(thrown, c.message);
+    }
+}
+
+TEST(MasterIndexSetup, CreateFallsBackToTheGeneralIndexWithAWarning)
+{
+    Db t;
+    Table* table = t.ranked();
+    t.apply("ranked", QJsonArray{op("insert", rankedRow(1, 1, 2, 3, 4, "X"))});
+    QJsonObject withN = rankedRow(2, 5, 6, 7, 8, "Y");
+    withN["n"] = 6;
+    t.apply("ranked", QJsonArray{op("insert", withN)});
+
+    WarningCapture capture;
+    std::unique_ptr<MasterIndex_Column_Pure> fallback(MasterIndex_Struct_Cached<int, int, int>::create(table, {"a", "n", "c"}));
+    ASSERT_TRUE(fallback);
+    EXPECT_EQ(fallback->getClassName(), "MasterIndex_Column_Cached");
+    EXPECT_EQ(capture.warnings(), QStringList({"ThisIndexType : Cannot create optimized MasterIndex for 'ranked': "
+                                               "MasterIndex_Struct: column can't be nullable 1:'n'"}));
+    // The general index serves the same columns.
+    table->addIndex(fallback.get());
+    fallback->build();
+    auto* general = dynamic_cast<MasterIndex_Column_Cached*>(fallback.get());
+    ASSERT_TRUE(general);
+    EXPECT_EQ(general->findKey(MasterKey() << 5 << 6 << 7, -1).data("id").rawInt64(), 2);
+    EXPECT_TRUE(general->findKey(MasterKey() << 1 << 2 << 3, -1).isEmpty());   // n is null there
+    table->removeIndex(fallback.get());
+
+    std::unique_ptr<MasterIndex_Column_Pure> typed(MasterIndex_Struct_Cached<int, int, int>::create(table, {"a", "b", "c"}));
+    EXPECT_EQ(typed->getClassName(), "MasterIndex_Struct_Cached");
+    EXPECT_EQ(capture.warnings().size(), 1);
+}
+
+// Duplicates run across partition borders; every search must land on the
+// first of its run.
+TEST(MasterIndexSearch, FindsTheFirstOfEqualKeys)
+{
+    Db t;
+    Table* table = t.ranked();
+    int const counts[] = {700, 1, 900, 530};   // rows with a = 0, 1, 2, 3
+    QJsonArray ops;
+    qint64 id = 0;
+    std::mt19937 rng(3);
+    std::vector<qint64> ids;
+    for (int a = 0; a < 4; ++a)
+        for (int n = 0; n < counts[a]; ++n) ids.push_back(id++);
+    std::shuffle(ids.begin(), ids.end(), rng);
+    for (qint64 i : ids) {
+        int a = i < 700 ? 0 : i < 701 ? 1 : i < 1601 ? 2 : 3;
+        ops.append(op("insert", rankedRow(i, a, 0, 0, 5, "K")));
+    }
+    t.apply("ranked", ops);
+
+    Registered<MasterIndex_Struct<int, int, int>> typed(table, QStringList{"a", "b", "c"});
+    Registered<MasterIndex_Struct<int, int, long long>> typed64(table, QStringList{"a", "b", "d"});
+    Registered<MasterIndex_Column> general(table, QStringList{"a", "b", "c"});
+    ASSERT_GT(typed->records().partitionCount(), 2);
+
+    int first = 0;
+    for (int a = 0; a < 4; ++a) {
+        int last = first + counts[a] - 1;
+        MasterKey_Struct<int, int, int> key(a, 0, 0);
+        MasterKey general3 = MasterKey() << a << 0 << 0;
+        EXPECT_EQ(typed->searchKey(key, -1), first) << a;
+        EXPECT_EQ(typed64->searchKey(MasterKey_Struct<int, int, long long>(a, 0, 5), -1), first) << a;
+        EXPECT_EQ(general->searchKey(general3, -1), first) << a;
+        // After a position inside the run: the next one; after the run: none.
+        EXPECT_EQ(typed->searchKey(key, first), counts[a] > 1 ? first + 1 : -1) << a;
+        EXPECT_EQ(general->searchKey(general3, (first + last) / 2), (first + last) / 2 + 1 <= last ? (first + last) / 2 + 1 : -1) << a;
+        EXPECT_EQ(typed->searchKey(key, last), -1) << a;
+        EXPECT_EQ(general->searchKey(general3, last), -1) << a;
+        EXPECT_EQ(typed->findKey(key, -1), typed->at(first)) << a;
+        first = last + 1;
+    }
+    EXPECT_EQ(typed->searchKey(MasterKey_Struct<int, int, int>(4, 0, 0), -1), -1);
+    EXPECT_EQ(typed->searchKey(MasterKey_Struct<int, int, int>(-1, 0, 0), -1), -1);
+    EXPECT_EQ(typed->searchKey(MasterKey_Struct<int, int, int>(2, 0, 1), -1), -1);
+    EXPECT_EQ(general->searchKey(MasterKey() << 2 << 0, -1), -1);   // too few values match nothing
+    EXPECT_EQ(general->searchKey(MasterKey() << 2 << 0 << 0 << 0, -1), -1);
+}
+
+// The general key matches rows of every column type by value, across the
+// spellings that the ordering treats as equal.
+TEST(MasterIndexSearch, GeneralKeyMatchesEveryValueKind)
+{
+    Database db;
+    db.loadSchemaJson(R"({"tables": [{"name": "kinds", "key": ["id"], "columns": [
+        {"name": "id", "type": 1, "nullable": false},
+        {"name": "i64", "type": 2}, {"name": "dbl", "type": 3}, {"name": "dec", "type": 4, "scale": 2},
+        {"name": "xdec", "type": 5, "scale": 3}, {"name": "fix", "type": 6, "length": 8},
+        {"name": "moment", "type": 7}, {"name": "text", "type": 8}]}]})");
+    QJsonArray ops;
+    QStringList const decs = {"-12.50", "-1.05", "-1", "0", "0.5", "1.05", "12.5", "100"};
+    QStringList const texts = {"", "A", "AB", "B", "\u042F", "a"};
+    for (int i = 0; i < 48; ++i) {
+        QJsonObject row{{"id", i}, {"i64", QString::number((i % 5 - 2) * 1000000000000LL)}, {"dbl", (i % 7 - 3) * 0.75},
+                        {"dec", decs.at(i % 8)}, {"xdec", decs.at((i * 3) % 8)}, {"fix", texts.at(i % 6)},
+                        {"moment", QStringLiteral("2026-11-%1 10:00:00.000").arg(10 + i % 9)}, {"text", texts.at((i / 6) % 6)}};
+        if (i % 11 == 0) row.remove("dbl");   // some nulls too
+        ops.append(QJsonObject{{"insert", row}});
+    }
+    db.apply(BatchDecoder(db).decode(QJsonDocument(QJsonObject{{"table", "kinds"}, {"ops", ops}}).toJson(), "t"));
+    Table* table = db.table("kinds").data();
+    for (QString column : {"i64", "dbl", "dec", "xdec", "fix", "moment", "text"}) {
+        Registered<MasterIndex_Column> index(table, QStringList{column});
+        Registered<MasterIndexKey<MasterIndex_Column_Pure>> pure(table, QStringList{column});
+        for (int pos = 0; pos < index->count(); ++pos) {
+            Record r = index->at(pos);
+            MasterKey key(QList<FieldValue>{FieldValue(r.data(column))});
+            int expected = pos;
+            while (expected > 0 && index->compare(index->at(expected - 1), r) == 0) --expected;
+            EXPECT_EQ(index->searchKey(key, -1), expected) << qPrintable(column) << " " << qPrintable(r.data(column).toString());
+            EXPECT_EQ(pure->searchKey(key, -1), expected) << qPrintable(column);
+        }
+    }
+    // Equal values spelled differently make one key: 12.500000 finds 12.50,
+    // a 64-bit 7 finds a 32-bit 7.
+    Record scaled(table);
+    scaled.data("dec").setRawDecimal(decimal(QStringLiteral("12.500000")));
+    Registered<MasterIndex_Column> dec(table, QStringList{"dec"});
+    Record found = dec->findKey(MasterKey(QList<FieldValue>{FieldValue(scaled.data("dec"))}), -1);
+    ASSERT_FALSE(found.isEmpty());
+    EXPECT_EQ(found.data("dec").rawDecimal().scale(), 2);
+    EXPECT_EQ(found.data("dec").rawDecimal().mantissa(), 1250);
+    Registered<MasterIndex_Column> id(table, QStringList{"id"});
+    EXPECT_EQ(id->findKey(MasterKey() << 7LL, -1).data("id").rawInt32(), 7);
+}
