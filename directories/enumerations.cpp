@@ -1,0 +1,118 @@
+#include "enumerations.h"
+
+void appendStatus(QString& text, QString const& part)
+{
+    if (!text.isEmpty()) text += QStringLiteral(", ");
+    text += part;
+}
+
+// ---- BuySellDirectory -----------------------------------------------------
+
+BuySellDirectory::BuySellDirectory(QObject* parent)
+    : Directory(parent, "BuySellDirectory", QStringLiteral("buysells"), AsDependent)
+{
+    m_buysell = column(QStringLiteral("buysell"));
+    m_name = column(QStringLiteral("name"));
+}
+
+QString BuySellDirectory::nameById(QChar code) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return QString(code);
+    Record key(t.data());
+    Field f = t->dataPtr(key.row(), m_buysell);
+    if (f.type() == FieldType::Char || f.type() == FieldType::VarChar) f.storeString(QString(code));
+    else f.incompatibleType(FieldType::Char);
+    Record row = t->masterIndex()->find(key, -1);
+    return row.isEmpty() ? QString() : t->dataPtr(row.row(), m_name).toString();
+}
+
+QList<QChar> BuySellDirectory::ids() const
+{
+    QList<QChar> ids;
+    QSharedPointer<Table> t = table();
+    if (!t) return ids;
+    for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it)
+        ids.append(t->dataPtr(it->row(), m_buysell).toChar());
+    return ids;
+}
+
+void BuySellDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+// ---- code tables with texts -------------------------------------------------
+
+CodeTextDirectory::CodeTextDirectory(QObject* parent, char const* context, QString const& tableName, QString const& keyColumn)
+    : Directory(parent, context, tableName, AsDependent)
+{
+    m_key = column(keyColumn);
+    m_name = column(QStringLiteral("name"));
+    m_descr = column(QStringLiteral("descr"));
+}
+
+QString CodeTextDirectory::nameByKey(Field const& key) const { return textByKey(key, m_name); }
+QString CodeTextDirectory::descrByKey(Field const& key) const { return textByKey(key, m_descr); }
+
+QString CodeTextDirectory::missingTableText(Field const& key) const { return key.toString(); }
+
+QString CodeTextDirectory::textByKey(Field const& key, int column) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return missingTableText(key);
+    if (answersEmptyForNullKey() && !key.hasValue()) return QString();
+    Record probe(t.data());
+    Field f = t->dataPtr(probe.row(), m_key);
+    f = key;   // converts between column types
+    Record row = t->masterIndex()->find(probe, -1);
+    return row.isEmpty() ? QString() : t->dataPtr(row.row(), column).toString();
+}
+
+QList<FieldValue> CodeTextDirectory::keyList() const
+{
+    QList<FieldValue> keys;
+    QSharedPointer<Table> t = table();
+    if (!t) return keys;
+    for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it)
+        keys.append(FieldValue(t->dataPtr(it->row(), m_key)));
+    return keys;
+}
+
+void CodeTextDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+StatusDirectory::StatusDirectory(QObject* parent)
+    : CodeTextDirectory(parent, "StatusDirectory", QStringLiteral("statuses"), QStringLiteral("status")) {}
+
+SecTypeDirectory::SecTypeDirectory(QObject* parent)
+    : CodeTextDirectory(parent, "SecTypeDirectory", QStringLiteral("sectypes"), QStringLiteral("sectype")) {}
+
+QString SecTypeDirectory::missingTableText(Field const& key) const { return tr("ID_%1").arg(key.toString()); }
+
+SecStateDirectory::SecStateDirectory(QObject* parent)
+    : CodeTextDirectory(parent, "SecStateDirectory", QStringLiteral("secstates"), QStringLiteral("secstate")) {}
+
+SessStateDirectory::SessStateDirectory(QObject* parent)
+    : CodeTextDirectory(parent, "SessStateDirectory", QStringLiteral("sessstates"), QStringLiteral("sessstate")) {}
+
+// ---- fixed vocabularies -----------------------------------------------------
+
+QString PriceDirectionDirectory::nameByKey(Field const& key) const
+{
+    if (key.compare(Fld_PriceDirs::Asc) == 0) return tr("Прямое");
+    if (key.compare(Fld_PriceDirs::Desc) == 0) return tr("Обратное");
+    return QString();
+}
+
+QString OptioTypeDirectory::nameByKey(QChar const& key) const
+{
+    if (key == OptioType::Put) return tr("Пут");
+    if (key == OptioType::Call) return tr("Колл");
+    return QString();
+}
+
+QString OptioTypeDirectory::nameByKey(Field const& key) const { return nameByKey(key.toChar()); }
+
+QString OptioCalcDirectory::nameByKey(Field const& key) const
+{
+    if (key.compare(Fld_OptioCalc::AmerA) == 0) return tr("Американский: Уплата премии");
+    if (key.compare(Fld_OptioCalc::AmerB) == 0) return tr("Американский: Маржируемый");
+    return QString();
+}

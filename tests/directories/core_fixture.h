@@ -1,0 +1,46 @@
+#pragma once
+#include "frame.h"
+
+#include <core/icore.h>
+#include <database/batch.h>
+#include <database/database.h>
+
+#include <QStringList>
+#include <functional>
+#include <ostream>
+#include <gtest/gtest.h>
+#include <vector>
+
+// Readable QStrings in assertion messages.
+inline void PrintTo(QString const& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
+
+// Tables made in the core's own database for one test, and directories that
+// must start afresh afterwards; both are undone in TearDown.
+class CoreTablesTest : public ::testing::Test
+{
+protected:
+    Database* db() const { return ICore::instance()->database(); }
+
+    void createTables(QByteArray const& schemaJson)
+    {
+        QStringList before = db()->tableNames();
+        db()->loadSchemaJson(schemaJson, QStringLiteral("test-schema"));
+        for (QString const& name : db()->tableNames())
+            if (!before.contains(name)) m_tables << name;
+    }
+    void apply(QByteArray const& line)
+    {
+        db()->apply(BatchDecoder(*db()).decode(line, QStringLiteral("test:1")));
+    }
+    template <class X> void resetAfter() { m_resets.push_back([] { QSingleton<X>::reset(); }); }
+
+    void TearDown() override
+    {
+        for (auto& reset : m_resets) reset();
+        for (QString const& name : m_tables) db()->dropTable(name);
+    }
+
+private:
+    QStringList m_tables;
+    std::vector<std::function<void()>> m_resets;
+};
