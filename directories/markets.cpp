@@ -1,0 +1,347 @@
+#include "markets.h"
+
+#include "masterindex.h"
+
+#include <mutex>
+
+namespace {
+
+void writeText(Field const& field, QString const& text)
+{
+    Field f = field;
+    f = QStringRef(&text);
+}
+
+} // namespace
+
+// ---- StockDirectory ---------------------------------------------------------
+
+StockDirectory::StockDirectory(QObject* parent)
+    : Directory(parent, "StockDirectory", QStringLiteral("stocks"), AsDependent)
+{
+    m_stockId = column(QStringLiteral("stock_id"));
+    m_stockCode = column(QStringLiteral("stock_code"));
+    m_name = column(QStringLiteral("name"));
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockCode}));
+        m_codeIndex->build();
+    }
+}
+
+Record StockDirectory::recordById(int id) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return Record();
+    Record key(t.data());
+    Field f = t->dataPtr(key.row(), m_stockId);
+    f = id;
+    return t->masterIndex()->find(key, -1);
+}
+
+Record StockDirectory::recordByCode(QString const& code) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t || !m_codeIndex) return Record();
+    Record key(t.data());
+    writeText(t->dataPtr(key.row(), m_stockCode), code);
+    return m_codeIndex->find(key, -1);
+}
+
+Record StockDirectory::recordByKey(KeyValue const& key) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return Record();
+    Record probe(t.data());
+    QList<int> const& columns = t->keyColumnNumbers();
+    for (int n = 0; n < columns.size() && n < key.size(); ++n) {
+        Field f = t->dataPtr(probe.row(), columns[n]);
+        f = key[n];   // converts between column types
+    }
+    return t->masterIndex()->find(probe, -1);
+}
+
+int StockDirectory::idByCode(QString const& code) const
+{
+    Record row = recordByCode(code);
+    return row.isEmpty() ? 0 : row.data(m_stockId).toInteger();
+}
+
+QString StockDirectory::codeById(int id) const
+{
+    Record row = recordById(id);
+    return row.isEmpty() ? QString() : row.data(m_stockCode).toString();
+}
+
+QString StockDirectory::codeByKey(KeyValue const& key) const
+{
+    Record row = recordByKey(key);
+    return row.isEmpty() ? QString() : row.data(m_stockCode).toString();
+}
+
+QString StockDirectory::nameById(int id) const
+{
+    Record row = recordById(id);
+    return row.isEmpty() ? tr("ID_%1").arg(id) : row.data(m_name).toString();
+}
+
+QString StockDirectory::nameByIdAs(int id) const
+{
+    if (!table()) return tr("ID_%1").arg(id);
+    Record row = recordById(id);
+    return row.isEmpty() ? tr("<площадка не найдена>") : row.data(m_name).toString();
+}
+
+QString StockDirectory::nameByCode(QString const& code) const
+{
+    Record row = recordByCode(code);
+    return row.isEmpty() ? tr("<площадка не найдена>") : row.data(m_name).toString();
+}
+
+QString StockDirectory::nameByKey(KeyValue const& key) const
+{
+    if (!table()) return toString(key);
+    Record row = recordByKey(key);
+    return row.isEmpty() ? tr("ID_%1").arg(toString(key)) : row.data(m_name).toString();
+}
+
+QList<int> StockDirectory::ids() const
+{
+    QList<int> ids;
+    QSharedPointer<Table> t = table();
+    if (!t) return ids;
+    for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it)
+        ids.append(t->dataPtr(it->row(), m_stockId).toInteger());
+    return ids;
+}
+
+QList<KeyValue> StockDirectory::keys() const
+{
+    QList<KeyValue> keys;
+    QSharedPointer<Table> t = table();
+    if (!t) return keys;
+    QList<int> const& columns = t->keyColumnNumbers();
+    for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it) {
+        KeyValue key;
+        for (int c : columns) key.append(FieldValue(t->dataPtr(it->row(), c)));
+        keys.append(key);
+    }
+    return keys;
+}
+
+void StockDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+// ---- StockSecDirectory ------------------------------------------------------
+
+StockSecDirectory::StockSecDirectory(QObject* parent)
+    : Directory(parent, "StockSecDirectory", QStringLiteral("securities"), AsIndex)
+{
+    m_stockId = column(QStringLiteral("stock_id"));
+    m_secId = column(QStringLiteral("sec_id"));
+    m_decimals = column(QStringLiteral("decimals"));
+    // Registered after the table was filled, so the rows so far come from here.
+    build();
+}
+
+int StockSecDirectory::decimalsById(int stock, long long secId) const
+{
+    return m_decimalsByKey.value(Key{stock, secId}, 0);
+}
+
+StockSecDirectory::Key StockSecDirectory::keyOf(Record const& record) const
+{
+    return Key{record.data(m_stockId).toInteger(), record.data(m_secId).toInteger64()};
+}
+
+void StockSecDirectory::store(Key const& key, int decimals)
+{
+    m_decimalsByKey.insert(key, decimals);
+    Q_EMIT dataChanged(key.stock, key.secId);
+}
+
+void StockSecDirectory::clear() { m_decimalsByKey.clear(); }
+
+void StockSecDirectory::build()
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return;
+    {
+        std::lock_guard<Table const> lock(*t);
+        QSignalBlocker quiet(this);
+        for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it)
+            if (filter(*it)) add(*it);
+    }
+    Q_EMIT dataChanged(0, 0);
+}
+
+void StockSecDirectory::add(Record const& record)
+{
+    Key key = keyOf(record);
+    int decimals = record.data(m_decimals).toInteger();
+    auto found = m_decimalsByKey.constFind(key);
+    if (found != m_decimalsByKey.constEnd() && *found == decimals) return;
+    store(key, decimals);
+}
+
+void StockSecDirectory::remove(Record const& record, int)
+{
+    Key key = keyOf(record);
+    if (m_decimalsByKey.remove(key)) Q_EMIT dataChanged(key.stock, key.secId);
+}
+
+void StockSecDirectory::update(Record const& record, int, int, int position)
+{
+    if (!filter(record)) {
+        remove(record, position);
+        return;
+    }
+    // Most updates are prices: only a change of decimals is news here.
+    Key key = keyOf(record);
+    int decimals = record.data(m_decimals).toInteger();
+    if (m_decimalsByKey.value(key, 0) != decimals) store(key, decimals);
+}
+
+bool StockSecDirectory::filter(Record const&) const { return true; }
+
+// ---- BoardDirectory ---------------------------------------------------------
+
+namespace {
+
+// Market 5 shares the boards of market 1.
+int boardsMarket(int stock) { return stock == 5 ? 1 : stock; }
+
+} // namespace
+
+BoardDirectory::BoardDirectory(QObject* parent)
+    : Directory(parent, "BoardDirectory", QStringLiteral("boards"), AsDependent)
+{
+    m_stockId = column(QStringLiteral("stock_id"));
+    m_boardId = column(QStringLiteral("board_id"));
+    m_boardCode = column(QStringLiteral("board_code"));
+    m_name = column(QStringLiteral("name"));
+    m_anonym = column(QStringLiteral("anonym"));
+    m_sectype = column(QStringLiteral("sectype"));
+    m_flags = column(QStringLiteral("flags"));
+    m_boardCodeIss = column(QStringLiteral("board_code_iss"));
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockId, m_boardCode}));
+        m_codeIndex->build();
+    }
+}
+
+Record BoardDirectory::findById(int stock, int board) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return Record();
+    Record key(t.data());
+    Field stockField = t->dataPtr(key.row(), m_stockId);
+    stockField = stock;
+    Field boardField = t->dataPtr(key.row(), m_boardId);
+    boardField = board;
+    return t->masterIndex()->find(key, -1);
+}
+
+Record BoardDirectory::findByCode(int stock, QString const& boardCode) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t || !m_codeIndex) return Record();
+    Record key(t.data());
+    Field f = t->dataPtr(key.row(), m_stockId);
+    f = stock;
+    writeText(t->dataPtr(key.row(), m_boardCode), boardCode);
+    return m_codeIndex->find(key, -1);
+}
+
+Record BoardDirectory::findByCodes(QString const& stockCode, QString const& boardCode) const
+{
+    int stock = 0;
+    try {
+        stock = StockDirectory::i()->idByCode(stockCode);
+    } catch (QString const&) {
+        // No market table: no code resolves, as with an unbound directory.
+    }
+    return findByCode(stock, boardCode);
+}
+
+QString BoardDirectory::textById(int stock, int board, int column) const
+{
+    Record row = findById(stock, board);
+    return row.isEmpty() ? QString() : row.data(column).toString();
+}
+
+Record BoardDirectory::recordById(int stock, int board) const { return findById(boardsMarket(stock), board); }
+
+QString BoardDirectory::codeById(int stock, int board) const { return textById(stock, board, m_boardCode); }
+
+QString BoardDirectory::codeIssById(int stock, int board) const { return textById(stock, board, m_boardCodeIss); }
+
+QString BoardDirectory::nameById(int stock, int board) const
+{
+    Record row = findById(stock, board);
+    return row.isEmpty() ? tr("<режим не найден>") : row.data(m_name).toString();
+}
+
+bool BoardDirectory::checkFlagsById(int stock, int board, long long mask) const
+{
+    Record row = findById(boardsMarket(stock), board);
+    if (row.isEmpty()) return true;
+    Field flags = row.data(m_flags);
+    if (flags.isNull()) return true;
+    return (flags.toInteger64() & mask) != 0;
+}
+
+bool BoardDirectory::checkAnonymById(int stock, int board, QChar kind) const
+{
+    Record row = findById(stock, board);
+    if (row.isEmpty()) return true;
+    Field anonym = row.data(m_anonym);
+    if (anonym.isNull()) return true;
+    return anonym.toChar() == kind;
+}
+
+int BoardDirectory::idByCode(int stock, QString const& boardCode) const
+{
+    Record row = findByCode(stock, boardCode);
+    return row.isEmpty() ? 0 : row.data(m_boardId).toInteger();
+}
+
+int BoardDirectory::idByCode(QString const& stockCode, QString const& boardCode) const
+{
+    Record row = findByCodes(stockCode, boardCode);
+    return row.isEmpty() ? 0 : row.data(m_boardId).toInteger();
+}
+
+QString BoardDirectory::nameByCode(QString const& stockCode, QString const& boardCode) const
+{
+    Record row = findByCodes(stockCode, boardCode);
+    return row.isEmpty() ? QString() : row.data(m_name).toString();
+}
+
+QChar BoardDirectory::sectypeByCode(QString const& stockCode, QString const& boardCode) const
+{
+    Record row = findByCodes(stockCode, boardCode);
+    return row.isEmpty() ? QChar(QLatin1Char(' ')) : row.data(m_sectype).toChar();
+}
+
+QList<int> BoardDirectory::ids(int stock) const
+{
+    QList<int> ids;
+    QSharedPointer<Table> t = table();
+    if (!t) return ids;
+    for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it)
+        if (t->dataPtr(it->row(), m_stockId).toInteger() == stock) ids.append(t->dataPtr(it->row(), m_boardId).toInteger());
+    return ids;
+}
+
+QList<StockBoard> BoardDirectory::all(int stock) const
+{
+    QList<StockBoard> boards;
+    QSharedPointer<Table> t = table();
+    if (!t) return boards;
+    for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it) {
+        int market = t->dataPtr(it->row(), m_stockId).toInteger();
+        if (stock == 0 || market == stock) boards.append(StockBoard{market, t->dataPtr(it->row(), m_boardId).toInteger()});
+    }
+    return boards;
+}
+
+void BoardDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
