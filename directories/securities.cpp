@@ -1,0 +1,431 @@
+#include "securities.h"
+#include "markets.h"
+
+#include <QDataStream>
+#include <QElapsedTimer>
+#include <QMimeData>
+#include <QTimer>
+
+namespace {
+int aliasStock(int stock) { return stock == 5 ? 1 : stock; }   // stock 5 trades as stock 1
+QString const kMimeSecurity = QStringLiteral("application/x-gui-security");
+QString const kMimeSecurities = QStringLiteral("application/x-gui-securities");
+QString const kMimePutCall = QStringLiteral("application/x-gui-putcall");
+} // namespace
+
+SecurityDirectory::SecurityDirectory(QObject* parent)
+    : Directory(parent, "SecurityDirectory", QStringLiteral("securities"), AsIndex),
+      m_volatCacheBlack(1024), m_volatCacheBach(1024)
+{
+    m_calcVolatTimer = new QTimer(this);
+    m_calcVolatTimer->start(1000);
+
+    m_stockId = column(QStringLiteral("stock_id"));
+    m_boardId = column(QStringLiteral("board_id"));
+    m_secId = column(QStringLiteral("sec_id"));
+    m_isinId = column(QStringLiteral("isin_id"));
+    m_secCode = column(QStringLiteral("sec_code"));
+    m_secName = column(QStringLiteral("sec_name"));
+    m_baseCode = column(QStringLiteral("base_code"));
+    m_sessId = column(QStringLiteral("sess_id"));
+    m_decimals = column(QStringLiteral("decimals"));
+    m_lotsize = column(QStringLiteral("lotsize"));
+    m_sectype = column(QStringLiteral("sectype"));
+    m_priceLmtHigh = column(QStringLiteral("price_lmt_high"));
+    m_priceLmtLow = column(QStringLiteral("price_lmt_low"));
+    m_priceStep = column(QStringLiteral("price_step"));
+    m_priceDir = column(QStringLiteral("price_dir"));
+    m_ask = column(QStringLiteral("ask"));
+    m_bid = column(QStringLiteral("bid"));
+    m_prevBid = column(QStringLiteral("prev_bid"));
+    m_prevAsk = column(QStringLiteral("prev_ask"));
+    m_dateBid = column(QStringLiteral("date_bid"));
+    m_dateAsk = column(QStringLiteral("date_ask"));
+    m_settlementPriceOpen = column(QStringLiteral("settlement_price_open"));
+    m_pctyieldCoeff = column(QStringLiteral("pctyield_coeff"));
+    m_pctyieldTotal = column(QStringLiteral("pctyield_total"));
+    m_isPercent = column(QStringLiteral("is_percent"));
+    m_mainBoardId = column(QStringLiteral("main_board_id"));
+    m_futIsinId = column(QStringLiteral("fut_isin_id"));
+    m_optionSeriesId = column(QStringLiteral("option_series_id"));
+    m_marketPrice = column(QStringLiteral("market_price"));
+    m_strike = column(QStringLiteral("strike"));
+    m_optionType = column(QStringLiteral("option_type"));
+    m_expdate = column(QStringLiteral("expdate"));
+    m_volatMin = column(QStringLiteral("volat_min"));
+    m_volatMax = column(QStringLiteral("volat_max"));
+    m_signs = column(QStringLiteral("signs"));
+    m_stepPrice = column(QStringLiteral("step_price"));
+    // Columns up to the one before "sess_id" are the static ones; the split
+    // rests on the delivered column order.
+    m_lastStaticColumn = column(QStringLiteral("sess_id")) - 1;
+
+    QSharedPointer<Table> t = table();
+    m_isinIndex = ownIndex(MasterIndex_Struct_Cached<int, int, int>::create(
+        t.data(), QStringList{QStringLiteral("stock_id"), QStringLiteral("board_id"), QStringLiteral("isin_id")}));
+    t->setIndexName(QStringLiteral("isin_id"), m_isinIndex);
+    m_isinIndex->build();
+    m_typedMaster = dynamic_cast<MasterIndexCached<MasterIndex_Struct<int, int, long long>> const*>(t->masterIndex());
+}
+
+SecurityDirectory::~SecurityDirectory()
+{
+    QMutexLocker lock(&m_cacheMutex);
+    m_volatCacheBlack.clear();
+    m_volatCacheBach.clear();
+}
+
+// ---- records ----------------------------------------------------------------
+
+Record SecurityDirectory::recordById(int stock, int board, long long secId) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return Record();
+    stock = aliasStock(stock);
+    if (m_typedMaster) return m_typedMaster->findKey(MasterKey_Struct<int, int, long long>(stock, board, secId), -1);
+    // The table's key did not fit the typed index: search by a key record.
+    Record key(t.data());
+    t->dataPtr(key.row(), m_stockId) = stock;
+    t->dataPtr(key.row(), m_boardId) = board;
+    t->dataPtr(key.row(), m_secId) = secId;
+    return t->masterIndex()->find(key, -1);
+}
+
+bool SecurityDirectory::recordExists(int stock, int board, long long secId) const
+{
+    return !recordById(stock, board, secId).isEmpty();
+}
+
+Record SecurityDirectory::realRecordById(int stock, int board, long long secId) const
+{
+    if (stock != 1 || board != 3) return recordById(stock, board, secId);
+    Record r = recordById(1, 3, secId);
+    if (r.isEmpty()) return Record();
+    return recordByIsinId(1, 1, r.data(m_isinId).toInteger());
+}
+
+Record SecurityDirectory::recordByIsinId(int stock, int board, int isinId) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t || !m_isinIndex) return Record();
+    Record key(t.data());
+    t->dataPtr(key.row(), m_stockId) = stock;
+    t->dataPtr(key.row(), m_boardId) = board;
+    t->dataPtr(key.row(), m_isinId) = isinId;
+    return m_isinIndex->find(key, -1);
+}
+
+Record SecurityDirectory::recordByTextId(QString const& textId) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return Record();
+    MasterIndex_Column_Pure* master = t->masterIndex();
+    Record key = master->fromText(textId);
+    if (key.isEmpty()) return Record();
+    int position = master->search(key, -1);
+    return position < 0 ? Record() : master->at(position);
+}
+
+Record SecurityDirectory::realRecordByTextId(QString const& textId) const
+{
+    Record r = recordByTextId(textId);
+    if (r.isEmpty()) return r;
+    if (r.data(m_stockId).toInteger() == 1 && r.data(m_boardId).toInteger() == 3)
+        return SecurityDirectory::i()->recordByIsinId(1, 1, r.data(m_isinId).toInteger());
+    return r;
+}
+
+Record SecurityDirectory::recordBySecCode(QString const& code, int stock, int board)
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return Record();
+    MasterIndex_Column_Pure* master = t->masterIndex();
+    for (auto it = master->begin(); it != master->end(); ++it) {
+        unsigned char* row = it->row();
+        if (stock != 0 && t->dataPtr(row, m_stockId).rawInt32() != stock) continue;
+        if (board != 0 && t->dataPtr(row, m_boardId).rawInt32() != board) continue;
+        if (t->dataPtr(row, m_secCode).asStaticString() == code) return *it;
+    }
+    return Record();
+}
+
+// ---- identifiers ------------------------------------------------------------
+
+QString SecurityDirectory::textIdById(int stock, int board, long long secId)
+{
+    return QStringLiteral("%1,%2,%3").arg(aliasStock(stock)).arg(board).arg(secId);
+}
+
+bool SecurityDirectory::idByTextId(QString const& textId, int& stock, int& board, long long& secId)
+{
+    Record r = recordByTextId(textId);
+    if (r.isEmpty()) return false;
+    stock = r.data(m_stockId).toInteger();
+    board = r.data(m_boardId).toInteger();
+    secId = r.data(m_secId).toInteger64();
+    return true;
+}
+
+int SecurityDirectory::getIsinIdById(int stock, int board, long long secId) const
+{
+    Record r = recordById(stock, board, secId);
+    return r.isEmpty() ? 0 : r.data(m_isinId).toInteger();
+}
+
+long long SecurityDirectory::getSecIdByIsinId(int stock, int board, int isinId) const
+{
+    Record r = recordByIsinId(stock, board, isinId);
+    return r.isEmpty() ? 0 : r.data(m_secId).toInteger64();
+}
+
+int SecurityDirectory::getIsinIdBySecCode(QString const& code, int stock, int board)
+{
+    Record r = recordBySecCode(code, stock, board);
+    return r.isEmpty() ? 0 : r.data(m_isinId).toInteger();
+}
+
+int SecurityDirectory::getBoardIdBySecCode(QString const& code, int stock, bool address)
+{
+    QSharedPointer<Table> t = table();
+    if (!t || code.isEmpty()) return 0;
+    BoardDirectory* boards = BoardDirectory::i();
+    MasterIndex_Column_Pure* master = t->masterIndex();
+    for (auto it = master->begin(); it != master->end(); ++it) {
+        unsigned char* row = it->row();
+        int rowStock = t->dataPtr(row, m_stockId).rawInt32();
+        if (stock != 0 && rowStock != stock) continue;
+        if (t->dataPtr(row, m_secCode).asStaticString() != code) continue;
+        int board = t->dataPtr(row, m_boardId).rawInt32();
+        if (boards->isAddressById(rowStock, board) == address && !boards->isProxyById(rowStock, board)) return board;
+    }
+    return 0;
+}
+
+QStringList SecurityDirectory::keysByBaseCode(QString const& baseCode, int stock, int board) const
+{
+    QStringList keys;
+    QSharedPointer<Table> t = table();
+    if (!t) return keys;
+    MasterIndex_Column_Pure* master = t->masterIndex();
+    for (auto it = master->begin(); it != master->end(); ++it) {
+        unsigned char* row = it->row();
+        int rowStock = t->dataPtr(row, m_stockId).rawInt32();
+        int rowBoard = t->dataPtr(row, m_boardId).rawInt32();
+        if (stock != 0 && rowStock != stock) continue;
+        if (board != 0 && rowBoard != board) continue;
+        if (t->dataPtr(row, m_baseCode).asStaticString() != baseCode) continue;
+        keys << textIdById(rowStock, rowBoard, t->dataPtr(row, m_secId).rawInt64());
+    }
+    return keys;
+}
+
+QStringList SecurityDirectory::keysByMimeData(QMimeData const* mime, bool withPutCall) const
+{
+    QStringList keys;
+    if (!mime) return keys;
+    QByteArray payload;
+    if (mime->hasFormat(kMimeSecurity)) payload = mime->data(kMimeSecurity);
+    else if (mime->hasFormat(kMimeSecurities)) payload = mime->data(kMimeSecurities);
+
+    if (withPutCall && mime->hasFormat(kMimePutCall)) {
+        QByteArray pair = mime->data(kMimePutCall);
+        if (!pair.isNull()) {
+            int nul = pair.indexOf('\0');
+            QString text = QString::fromUtf8(nul < 0 ? pair : pair.left(nul));
+            keys << text.split(QLatin1Char('|'), Qt::SkipEmptyParts);
+        }
+    }
+
+    // Serialised strings: a 32-bit big-endian byte length (0xFFFFFFFF for a
+    // null string), then UTF-16 big-endian code units. A length is trusted
+    // only as far as the payload really holds the bytes, so a forged length
+    // never makes us allocate.
+    QDataStream in(payload);
+    while (!in.atEnd()) {
+        quint32 bytes = 0;
+        in >> bytes;
+        if (in.status() != QDataStream::Ok) break;
+        QString text;
+        if (bytes != 0xFFFFFFFFu) {
+            qint64 left = in.device()->bytesAvailable();
+            if ((bytes & 1u) || qint64(bytes) > left) break;
+            QByteArray raw = in.device()->read(qint64(bytes));
+            text.resize(int(bytes / 2));
+            for (int i = 0; i < text.size(); ++i)
+                text[i] = QChar(ushort((uchar(raw[2 * i]) << 8) | uchar(raw[2 * i + 1])));
+        }
+        if (!keys.contains(text)) keys << text;
+    }
+    return keys;
+}
+
+// ---- attributes ---------------------------------------------------------------
+
+QString SecurityDirectory::textOf(Record const& record, int column) const
+{
+    if (record.isEmpty()) return tr("<инструмент не найден>");
+    return record.data(column).toString();
+}
+
+QString SecurityDirectory::codeById(int stock, int board, long long secId) const { return textOf(recordById(stock, board, secId), m_secCode); }
+QString SecurityDirectory::nameById(int stock, int board, long long secId) const { return textOf(recordById(stock, board, secId), m_secName); }
+QString SecurityDirectory::baseById(int stock, int board, long long secId) const { return textOf(recordById(stock, board, secId), m_baseCode); }
+
+int SecurityDirectory::decimalsById(int stock, int board, long long secId) const
+{
+    Record r = recordById(stock, board, secId);
+    Field f = r.data(m_decimals);
+    return r.isEmpty() || !f.hasValue() ? -1 : f.toInteger();
+}
+
+int SecurityDirectory::lotsizeById(int stock, int board, long long secId) const
+{
+    Record r = recordById(stock, board, secId);
+    Field f = r.data(m_lotsize);
+    return r.isEmpty() || !f.hasValue() ? -1 : f.toInteger();
+}
+
+QString SecurityDirectory::nameByRecord(Record const& record) const
+{
+    if (record.isEmpty()) return QString();
+    // Look the row up again, so a stale handle answers for the current row.
+    unsigned char* row = record.row();
+    Table* t = record.table();
+    Record current = recordById(t->dataPtr(row, m_stockId).rawInt32(), t->dataPtr(row, m_boardId).rawInt32(),
+                                t->dataPtr(row, m_secId).rawInt64());
+    return textOf(current, m_secName);
+}
+
+QString SecurityDirectory::nameByKey(QString const& key) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return QString();
+    Record r(t.data(), key);
+    return r.isEmpty() ? QString() : r.data(m_secName).toString();
+}
+
+QString SecurityDirectory::dottedTextId(QString const& textId)
+{
+    return textId.split(QLatin1Char(','), Qt::KeepEmptyParts).join(QLatin1Char('.'));
+}
+
+QString SecurityDirectory::codeByTextId(QString const& textId) const
+{
+    if (!table()) return dottedTextId(textId);
+    Record r = recordByTextId(textId);
+    return r.isEmpty() ? tr("<инструмент не найден>") : r.data(m_secCode).toString();
+}
+
+QString SecurityDirectory::nameByTextId(QString const& textId) const
+{
+    Record r = recordByTextId(textId);
+    return r.isEmpty() ? textId : r.data(m_secName).toString();
+}
+
+QString SecurityDirectory::baseByTextId(QString const& textId) const
+{
+    if (!table()) return dottedTextId(textId);
+    Record r = recordByTextId(textId);
+    return r.isEmpty() ? QStringLiteral("id") + dottedTextId(textId) : r.data(m_baseCode).toString();
+}
+
+int SecurityDirectory::decimalsByTextId(QString const& textId) const
+{
+    Record r = recordByTextId(textId);
+    Field f = r.data(m_decimals);
+    return r.isEmpty() || !f.hasValue() ? -1 : f.toInteger();
+}
+
+QChar SecurityDirectory::sectypeByTextId(QString const& textId) const
+{
+    Record r = recordByTextId(textId);
+    return r.isEmpty() ? QChar(32) : r.data(m_sectype).toChar();
+}
+
+void SecurityDirectory::minMaxStepByTextId(QString const& textId, decimal& min, decimal& max, decimal& step) const
+{
+    Record r = recordByTextId(textId);
+    if (r.isEmpty()) return;
+    min = r.data(m_priceLmtLow).toDecimal();
+    max = r.data(m_priceLmtHigh).toDecimal();
+    step = r.data(m_priceStep).toDecimal();
+}
+
+bool SecurityDirectory::directionByTextId(QString const& textId) const
+{
+    Record r = recordByTextId(textId);
+    return !r.isEmpty() && r.data(m_priceDir).compare(Fld_PriceDirs::Desc) == 0;
+}
+
+decimal SecurityDirectory::askByTextId(QString const& textId) const
+{
+    Record r = recordByTextId(textId);
+    return r.isEmpty() ? decimal() : r.data(m_ask).toDecimal();
+}
+
+decimal SecurityDirectory::bidByTextId(QString const& textId) const
+{
+    Record r = recordByTextId(textId);
+    return r.isEmpty() ? decimal() : r.data(m_bid).toDecimal();
+}
+
+decimal SecurityDirectory::settlementPriceOpenByTextId(QString const& textId) const
+{
+    Record r = recordByTextId(textId);
+    return r.isEmpty() ? decimal() : r.data(m_settlementPriceOpen).toDecimal();
+}
+
+// ---- index hooks ----------------------------------------------------------------
+
+void SecurityDirectory::clear()
+{
+    QMutexLocker lock(&m_cacheMutex);
+    m_volatCacheBlack.clear();
+    m_volatCacheBach.clear();
+    m_changed = true;
+}
+
+void SecurityDirectory::build() { m_changed = true; }
+void SecurityDirectory::add(Record const&) { m_changed = true; }
+void SecurityDirectory::remove(Record const&, int) { m_changed = true; }
+void SecurityDirectory::update(Record const&, int firstColumn, int lastColumn, int) { updatedRow(firstColumn, lastColumn); }
+bool SecurityDirectory::filter(Record const&) const { return true; }
+bool SecurityDirectory::contains(Record const&) const { return true; }
+
+void SecurityDirectory::updatedRow(int firstColumn, int /*lastColumn*/)
+{
+    if (firstColumn <= m_lastStaticColumn) m_changed = true;
+}
+
+void SecurityDirectory::process(QList<Record> const& inserted, QList<Record> const& updated, int firstColumn,
+                                int lastColumn, QList<Record> const& deleted)
+{
+    QElapsedTimer timer;
+    timer.start();
+    if (!inserted.isEmpty()) {
+        // Options of the main option board get their volatility recomputed.
+        QMutexLocker lock(&m_cacheMutex);
+        for (Record const& r : inserted) {
+            unsigned char* row = r.row();
+            Table* t = r.table();
+            if (t->dataPtr(row, m_stockId).rawInt32() != 1 || t->dataPtr(row, m_boardId).rawInt32() != 14) continue;
+            long long secId = t->dataPtr(row, m_secId).rawInt64();
+            m_volatCacheBlack.remove(secId);
+            m_volatCacheBach.remove(secId);
+        }
+        m_changed = true;
+    }
+    if (!deleted.isEmpty()) m_changed = true;
+    if (!updated.isEmpty()) {
+        if (firstColumn != -1 && lastColumn != -1) updatedRow(firstColumn, lastColumn);
+        else m_changed = true;
+    }
+    m_nsecsElapsedTotal += timer.nsecsElapsed();
+}
+
+void SecurityDirectory::beginUpdate() { m_changed = false; }
+
+void SecurityDirectory::endUpdate()
+{
+    if (m_changed) Q_EMIT dataChanged();
+}
