@@ -129,7 +129,7 @@ int Database::loadFile(QString const& path, std::function<void(int, qint64, qint
     return applied;
 }
 
-int Database::loadFileAtomically(QString const& path)
+int Database::loadFileAtomically(QString const& path, std::function<void(int, int, QString const&)> afterBatch)
 {
     std::vector<Batch> batches;
     {
@@ -145,6 +145,10 @@ int Database::loadFileAtomically(QString const& path)
         QHash<Table*, KeyOverlay> overlays;
         for (Batch const& b : batches) BatchApplier::plan(b, &overlays[b.table.data()], true);
     }
-    for (Batch const& b : batches) apply(b);
+    int applied = 0;
+    for (Batch const& b : batches) {
+        apply(b);
+        if (afterBatch) afterBatch(++applied, int(batches.size()), b.table->name());
+    }
     return int(batches.size());
 }

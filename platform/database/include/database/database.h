@@ -5,6 +5,7 @@
 #include <QSharedPointer>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <memory>
 
 struct Batch;
@@ -42,8 +43,9 @@ public:
     // here as it arrives. Stops at the first bad batch, which is not applied,
     // and throws; the batches before it stay applied. Returns batches applied.
     int loadFile(QString const& path, std::function<void(int applied, qint64 bytesRead, qint64 bytesTotal)> progress = {});
-    // Decodes the whole file first; applies nothing if any line is bad.
-    int loadFileAtomically(QString const& path);
+    // Decodes and checks the whole file first (decoding on a worker); applies
+    // nothing if any batch is bad. `afterBatch` runs after each applied batch.
+    int loadFileAtomically(QString const& path, std::function<void(int applied, int total, QString const& table)> afterBatch = {});
 
 private:
     QHash<QString, QSharedPointer<Table>> m_tables;
