@@ -5,4 +5,5 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/setup.sh"
 mkdir -p "$root/build"
 "$root/scripts/build.sh" "$root/build/release" -DDIRECTORY_BUILD_TESTS=OFF
-"$root/build/release/apps/directory-console" --replay "$@"
+if [ $# -eq 0 ]; then set -- --replay --market DERIV --security 1,1,100001; fi
+"$root/build/release/apps/directory-console" "$@"
