@@ -3,6 +3,22 @@
 #include <core/icore.h>
 #include <database/database.h>
 
+namespace {
+// The missing-table message is translated in each directory's own context;
+// listed here so that the translation tools find every one.
+[[maybe_unused]] char const* const kMissingTableTexts[] = {
+    QT_TRANSLATE_NOOP("BuySellDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("StatusDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("SecTypeDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("SecStateDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("SessStateDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("SecurityDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("BoardDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("StockDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("StockSecDirectory", "Таблица '%1' отсутствует"),
+};
+} // namespace
+
 Directory::Directory(QObject* parent, char const* context, QString const& tableName, Registration registration,
                      char const* missingText)
     : QObject(parent), m_registration(registration)

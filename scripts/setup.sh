@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and testing need on a fresh Debian machine.
 set -euo pipefail
-packages=(build-essential cmake qtbase5-dev qttools5-dev-tools libgtest-dev libgmock-dev
+packages=(build-essential cmake qtbase5-dev qttools5-dev qttools5-dev-tools libgtest-dev libgmock-dev
           libbenchmark-dev libsqlite3-dev clang libclang-rt-14-dev python3)
 missing=()
 for p in "${packages[@]}"; do
