@@ -204,13 +204,6 @@ bool StockSecDirectory::filter(Record const&) const { return true; }
 
 // ---- BoardDirectory ---------------------------------------------------------
 
-namespace {
-
-// Market 5 shares the boards of market 1.
-int boardsMarket(int stock) { return stock == 5 ? 1 : stock; }
-
-} // namespace
-
 BoardDirectory::BoardDirectory(QObject* parent)
     : Directory(parent, "BoardDirectory", QStringLiteral("boards"), AsDependent)
 {
@@ -268,7 +261,7 @@ QString BoardDirectory::textById(int stock, int board, int column) const
     return row.isEmpty() ? QString() : row.data(column).toString();
 }
 
-Record BoardDirectory::recordById(int stock, int board) const { return findById(boardsMarket(stock), board); }
+Record BoardDirectory::recordById(int stock, int board) const { return findById(marketAlias(stock), board); }
 
 QString BoardDirectory::codeById(int stock, int board) const { return textById(stock, board, m_boardCode); }
 
@@ -282,7 +275,7 @@ QString BoardDirectory::nameById(int stock, int board) const
 
 bool BoardDirectory::checkFlagsById(int stock, int board, long long mask) const
 {
-    Record row = findById(boardsMarket(stock), board);
+    Record row = findById(marketAlias(stock), board);
     if (row.isEmpty()) return true;
     Field flags = row.data(m_flags);
     if (flags.isNull()) return true;

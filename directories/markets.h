@@ -13,6 +13,10 @@
 
 class MasterIndex_Column;
 
+// Market 5 (request-for-stream trading) is an alias of market 1. Only the
+// lookups that say so apply it; the others keep the number as given.
+inline int marketAlias(int stock) { return stock == 5 ? 1 : stock; }
+
 // Markets ("stocks": "stock_id", "stock_code", "name"): numbers to codes and
 // names and back. Codes are found through an owned index over "stock_code".
 class DIRECTORY_EXPORT StockDirectory : public Directory

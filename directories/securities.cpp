@@ -7,7 +7,6 @@
 #include <QTimer>
 
 namespace {
-int aliasStock(int stock) { return stock == 5 ? 1 : stock; }   // stock 5 trades as stock 1
 QString const kMimeSecurity = QStringLiteral("application/x-gui-security");
 QString const kMimeSecurities = QStringLiteral("application/x-gui-securities");
 QString const kMimePutCall = QStringLiteral("application/x-gui-putcall");
@@ -81,7 +80,7 @@ Record SecurityDirectory::recordById(int stock, int board, long long secId) cons
 {
     QSharedPointer<Table> t = table();
     if (!t) return Record();
-    stock = aliasStock(stock);
+    stock = marketAlias(stock);
     if (m_typedMaster) return m_typedMaster->findKey(MasterKey_Struct<int, int, long long>(stock, board, secId), -1);
     // The table's key did not fit the typed index: search by a key record.
     Record key(t.data());
@@ -153,7 +152,7 @@ Record SecurityDirectory::recordBySecCode(QString const& code, int stock, int bo
 
 QString SecurityDirectory::textIdById(int stock, int board, long long secId)
 {
-    return QStringLiteral("%1,%2,%3").arg(aliasStock(stock)).arg(board).arg(secId);
+    return QStringLiteral("%1,%2,%3").arg(marketAlias(stock)).arg(board).arg(secId);
 }
 
 bool SecurityDirectory::idByTextId(QString const& textId, int& stock, int& board, long long& secId)
