@@ -1,0 +1,17 @@
+# Installs the build into a fresh prefix, then configures, builds and runs
+# the outside project against it.
+file(REMOVE_RECURSE ${WORK_DIR})
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "failed: ${ARGN}\n${out}\n${err}")
+  endif()
+  message(STATUS "${out}")
+endfunction()
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix)
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
+run(${WORK_DIR}/build/uses_directory)
+if(NOT EXISTS ${WORK_DIR}/prefix/lib/libdirectory.so.1 AND NOT EXISTS ${WORK_DIR}/prefix/lib64/libdirectory.so.1)
+  message(FATAL_ERROR "libdirectory.so.1 was not installed")
+endif()
