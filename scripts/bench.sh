@@ -1,0 +1,106 @@
+#!/usr/bin/env bash
+# Sets up, builds the benchmarks (Release), generates the markets they need
+# and prints every figure next to its peer from the same run and its target.
+# BENCH_REPETITIONS (default 5) sets the repetitions; figures are medians.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/setup.sh"
+mkdir -p "$root/build"
+build="$root/build/bench"
+"$root/scripts/build.sh" "$build" -DDIRECTORY_BUILD_BENCH=ON -DDIRECTORY_BUILD_TESTS=OFF -DCMAKE_BUILD_TYPE=Release
+
+markets="$build/markets"
+results="$build/results"
+mkdir -p "$markets" "$results"
+for size in 100k:100000 1m:1000000; do
+  dir="$markets/${size%%:*}"
+  if [ ! -s "$dir/snapshot.jsonl" ]; then
+    mkdir -p "$dir"
+    "$build/data/market-generator" --out "$dir" --securities "${size##*:}"
+  fi
+done
+
+reps=${BENCH_REPETITIONS:-5}
+run() {   # run NAME MARKET FILTER: one process per group, so that each starts clean
+  echo "== $1: $3 on $2" >&2
+  "$build/bench/directory-bench" --market "$markets/$2" --benchmark_filter="$3" \
+    --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true \
+    --benchmark_out="$results/$1.json" --benchmark_out_format=json >&2
+}
+# Loading first, in a process of its own: its resident-memory figure needs a
+# heap that no earlier load has grown.
+run load 100k '^load\.'
+run lookups 100k '^(hit|miss|text|code)\.'
+run updates 100k '^update_'
+run miss-1m 1m '^miss\.'
+
+echo
+echo "Machine: $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p'); load average $(cut -d' ' -f1-3 /proc/loadavg)"
+python3 - "$results" <<'EOF'
+import json, sys, os
+
+def medians(name):
+    with open(os.path.join(sys.argv[1], name + ".json")) as f:
+        data = json.load(f)
+    out = {}
+    for b in data["benchmarks"]:
+        if b.get("aggregate_name") == "median":
+            out[b["run_name"].split("/")[0]] = b
+    return out
+
+load, lookups, updates, big = medians("load"), medians("lookups"), medians("updates"), medians("miss-1m")
+scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+
+def seconds(b):
+    return b["real_time"] * scale[b["time_unit"]]
+
+def show(s):
+    for unit, f in (("s", 1.0), ("ms", 1e-3), ("us", 1e-6), ("ns", 1e-9)):
+        if s >= f:
+            return "%.3g %s" % (s / f, unit)
+    return "%.3g ns" % (s / 1e-9)
+
+def fastest(group, prefix):
+    peers = [(seconds(b), name) for name, b in group.items() if name.startswith(prefix)]
+    return min(peers)
+
+rows = []
+def faster(figure, group, ours, peerPrefix, times, per=1):
+    o = seconds(group[ours]) / per
+    p, name = fastest(group, peerPrefix)
+    p /= per
+    ratio = p / o
+    rows.append((figure, show(o), "%s (%s)" % (show(p), name.split(".")[-1]), "%.2fx faster" % ratio,
+                 ">= %gx faster" % times, "met" if ratio >= times else "MISSED"))
+
+o, p = seconds(lookups["hit.ours.recordById"]), seconds(lookups["hit.peer.qhash_qmutex"])
+rows.append(("recordById, cached hit (100k)", show(o), "%s (qhash_qmutex)" % show(p), "%.2fx the peer" % (o / p),
+             "<= 1.5x the peer", "met" if o / p <= 1.5 else "MISSED"))
+faster("recordById, cache miss (100k)", lookups, "miss.ours.recordById", "miss.peer.", 5)
+faster("recordById, cache miss (1M)", big, "miss.ours.recordById", "miss.peer.", 5)
+faster("recordByTextId (100k)", lookups, "text.ours.recordByTextId", "text.peer.", 3)
+faster("BoardDirectory::idByCode", lookups, "code.ours.BoardDirectory_idByCode", "code.peer.", 3)
+faster("apply 10k updates, bid/ask, per row", updates, "update_prices.ours.apply", "update_prices.peer.", 5, 10000)
+faster("apply 10k updates, decimals, per row", updates, "update_static.ours.apply", "update_static.peer.", 5, 10000)
+peer = seconds(load["load.peer.sqlite_insert"])
+for name in ("loadFile", "loadFileAtomically"):
+    o = seconds(load["load.ours." + name])
+    rows.append(("%s, 100k snapshot" % name, show(o), "%s (sqlite_insert, decoded rows)" % show(peer),
+                 "%.2fx the peer" % (o / peer), "< 1 s", "met" if o < 1.0 else "MISSED"))
+m = load["load.ours.loadFile"]
+if "rss_growth_bytes" in m:
+    perRow = m["rss_growth_bytes"] / m["rows"]
+    allowance = m["allowance_bytes"] / m["rows"]
+    sqlite = load["load.peer.sqlite_insert"].get("sqlite_bytes_per_row", 0)
+    rows.append(("resident memory per row (RSS growth)", "%.0f B" % perRow, "%.0f B (sqlite heap)" % sqlite,
+                 "%.2fx the allowance" % (perRow / allowance),
+                 "<= 1.5x payload + 16 B/index = %.0f B" % allowance, "met" if perRow <= allowance else "MISSED"))
+    print("Memory: %d rows, payload %.1f B/row, %.2f index entries/row, RSS growth %.1f MB (%.1f MB after malloc_trim), heap in use +%.1f MB"
+          % (m["rows"], m["payload_per_row"], m["index_entries"] / m["rows"], m["rss_growth_bytes"] / 1e6,
+             m["rss_growth_after_trim_bytes"] / 1e6, m["heap_growth_bytes"] / 1e6))
+
+head = ("figure", "ours", "peer", "ratio", "target", "")
+widths = [max(len(str(r[i])) for r in rows + [head]) for i in range(len(head))]
+for r in [head] + rows:
+    print("  ".join(str(c).ljust(w) for c, w in zip(r, widths)).rstrip())
+EOF
