@@ -96,8 +96,19 @@ public:
     void insert(Key const& key, T const& value, int cost = 1)
     {
         if (Node* old = m_hash.value(key, nullptr)) unlink(*old);
-        while (m_last && m_totalCost >= m_maxCost) unlink(*m_last);
-        Node* n = new Node{key, value, cost, nullptr, nullptr};
+        // A full cache evicts on every insert: the last evicted node is kept
+        // for the new entry rather than freed and allocated again.
+        Node* n = nullptr;
+        while (m_last && m_totalCost >= m_maxCost) {
+            Node* evicted = m_last;
+            detach(evicted);
+            m_hash.remove(evicted->key);
+            m_totalCost -= evicted->cost;
+            if (n) delete n;
+            n = evicted;
+        }
+        if (n) *n = Node{key, value, cost, nullptr, nullptr};
+        else n = new Node{key, value, cost, nullptr, nullptr};
         linkFront(n);
         m_hash.insert(key, n);
         m_totalCost += cost;

@@ -212,12 +212,37 @@ MasterIndex_Column::MasterIndex_Column(Table* table, QList<int> const& columns) 
 MasterIndex_Column::MasterIndex_Column(Table* table, QStringList const& columns) : MasterIndexKey(table, columns) {}
 MasterIndex_Column::~MasterIndex_Column() = default;
 
+namespace {
+// Two fixed-width texts in the order Field::compare gives them (their texts
+// up to the first NUL, code unit by code unit), without making the texts.
+int compareChars(Field const& a, Field const& b)
+{
+    auto const* x = reinterpret_cast<char16_t const*>(a.data());
+    auto const* y = reinterpret_cast<char16_t const*>(b.data());
+    int nx = a.length() / 2, ny = b.length() / 2;
+    for (int i = 0;; ++i) {
+        char16_t cx = i < nx ? x[i] : 0, cy = i < ny ? y[i] : 0;
+        if (cx != cy) return cx < cy ? -1 : 1;
+        if (!cx) return 0;
+    }
+}
+} // namespace
+
 int MasterIndex_Column::compare(Record const& a, Record const& b) const
 {
     Table const* ta = a.table();
     Table const* tb = b.table();
     for (int c : m_columns) {
-        int r = ta->dataPtr(a.row(), c).compare(tb->dataPtr(b.row(), c));
+        Field fa = ta->dataPtr(a.row(), c), fb = tb->dataPtr(b.row(), c);
+        int r;
+        // The usual key types are compared in place, in Field::compare's
+        // order: it is out of line, and it builds a QString of each text.
+        FieldType::Type type = fa.type();
+        if (type != fb.type() || !fa.hasValue() || !fb.hasValue()) r = fa.compare(fb);
+        else if (type == FieldType::Int) r = directory::detail::compareKeyValues(fa.rawInt32(), fb.rawInt32());
+        else if (type == FieldType::Int64 || type == FieldType::DateTime) r = directory::detail::compareKeyValues(fa.rawInt64(), fb.rawInt64());
+        else if (type == FieldType::Char) r = compareChars(fa, fb);
+        else r = fa.compare(fb);
         if (r) return r < 0 ? -1 : 1;
     }
     return 0;
