@@ -5,10 +5,14 @@
 #include <QElapsedTimer>
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 QByteArray BatchApplier::keyBytes(Table const* table, unsigned char const* row)
 {
     QByteArray key;
+    int size = 0;
+    for (int c : table->keyColumnNumbers()) size += table->columnDef(c).length;
+    key.reserve(size);
     for (int c : table->keyColumnNumbers()) {
         Field f = table->dataPtr(const_cast<unsigned char*>(row), c);
         if (f.type() == FieldType::VarChar) {
@@ -44,9 +48,20 @@ struct Entry
     int update = -1;     // into plan.updates
 };
 
-Record copyImage(Table const* table, Record const& image) { return table->copyRow(image); }
-
 } // namespace
+
+Record BatchApplier::ownedCopy(Table const* table, Record const& image)
+{
+    Record row = table->copyRow(image);
+    // The new row owns its strings outright: the image's were allocated by
+    // the decoding thread, and a row sharing them would pin that thread's
+    // heap pages for as long as the row lives.
+    for (int c : table->m_stringColumns) {
+        auto* text = std::launder(reinterpret_cast<QString*>(row.row() + table->m_columns[std::size_t(c)].offset));
+        if (!text->isEmpty()) *text = QString(text->constData(), text->size());
+    }
+    return row;
+}
 
 BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysOnly)
 {
@@ -54,6 +69,7 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
     Table* table = batch.table.data();
     if (!table) throw Exception(QStringLiteral("%1: the batch has no table").arg(batch.origin));
     QHash<QByteArray, Entry> entries;
+    entries.reserve(int(batch.ops.size()));
     bool clearedBefore = overlay && overlay->cleared;   // by an earlier batch of a dry run
     bool clearedHere = false;
     int rowNo = 0;
@@ -86,7 +102,10 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
                 if (o != overlay->exists.constEnd()) { known = true; exists = o.value(); }
             }
             if (!clearedHere && !clearedBefore && !known) {
-                e.row = table->masterIndex()->find(op.image, -1);
+                // The sorted list itself, past any caching override: each key
+                // of a batch is looked up once here, and caching it would only
+                // push the readers' recent keys out.
+                e.row = table->masterIndex()->IndexSort::find(op.image, -1);
                 exists = !e.row.isEmpty();
             }
             e.state = exists ? State::Existing : State::Absent;
@@ -98,7 +117,7 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
             if (e.state == State::Existing || e.state == State::Inserted)
                 fail(QStringLiteral("a row with key %1 already exists").arg(keyText(op.image)));
             e.insert = int(plan.inserts.size());
-            plan.inserts.push_back(keysOnly ? op.image : copyImage(table, op.image));
+            plan.inserts.push_back(keysOnly ? op.image : ownedCopy(table, op.image));
             e.state = State::Inserted;
             break;
         case BatchOp::Update: {
@@ -121,6 +140,7 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
             if (e.update < 0) {
                 e.update = int(plan.updates.size());
                 plan.updates.push_back({e.row, Record(table), {}});
+                plan.updates.back().columns.reserve(op.columns.size());
             }
             BatchPlan::Update& u = plan.updates[std::size_t(e.update)];
             for (int c : op.columns) {
@@ -184,6 +204,9 @@ void BatchApplier::apply(Table* table, BatchPlan const& plan)
         reinterpret_cast<RowHeader*>(row.row())->flags |= RowInTable;
         inserted.append(row);
     }
+    updated.reserve(int(plan.updates.size()));
+    images.reserve(int(plan.updates.size()));
+    deleted.reserve(int(plan.deletes.size()));
     for (auto const& u : plan.updates) { updated.append(u.row); images.append(u.image); }
     for (Record const& r : plan.deletes) deleted.append(r);
 

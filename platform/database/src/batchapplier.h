@@ -37,5 +37,7 @@ public:
     static void apply(Table* table, BatchPlan const& plan);
 
     static QByteArray keyBytes(Table const* table, unsigned char const* row);
+    // A new row with the image's values, its strings copied rather than shared.
+    static Record ownedCopy(Table const* table, Record const& image);
     static void copyColumn(Table const* table, unsigned char* dst, unsigned char* src, int column);
 };

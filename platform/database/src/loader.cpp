@@ -17,6 +17,11 @@ namespace {
 // applies on the updating thread. A bounded queue keeps memory flat.
 class DecodingReader
 {
+    // Batches decoded ahead of the applier. A few keep both threads busy;
+    // more only leave freed row images behind in the decoding thread's heap,
+    // which stays resident after the load.
+    static constexpr std::size_t kQueueDepth = 4;
+
 public:
     struct Item {
         Batch batch;
@@ -59,7 +64,7 @@ private:
     void push(Item&& item)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_cv.wait(lock, [this] { return m_queue.size() < 16 || m_stop; });
+        m_cv.wait(lock, [this] { return m_queue.size() < kQueueDepth || m_stop; });
         if (m_stop) return;
         m_queue.push_back(std::move(item));
         m_cv.notify_all();

@@ -198,6 +198,9 @@ private:
         auto mid = items.begin() + partitionCapacity;
         for (auto it = mid; it != items.end(); ++it) tail->items.push_back(std::move(*it));
         items.erase(mid, items.end());
+        // Appends go to the tail: the head would otherwise keep twice the
+        // room it holds for as long as it lives.
+        items.shrink_to_fit();
         m_starts.insert(m_starts.begin() + part + 1, m_starts[std::size_t(part)] + partitionCapacity);
         m_parts.insert(m_parts.begin() + part + 1, std::move(tail));
     }
