@@ -188,13 +188,15 @@ void StockSecDirectory::remove(Record const& record, int)
     if (m_decimalsByKey.remove(key)) Q_EMIT dataChanged(key.stock, key.secId);
 }
 
-void StockSecDirectory::update(Record const& record, int, int, int position)
+void StockSecDirectory::update(Record const& record, int firstColumn, int lastColumn, int position)
 {
     if (!filter(record)) {
         remove(record, position);
         return;
     }
-    // Most updates are prices: only a change of decimals is news here.
+    // Most updates are prices: a batch whose changed columns stop short of
+    // "decimals" cannot have changed it, so the map is not even consulted.
+    if (firstColumn >= 0 && lastColumn >= 0 && (m_decimals < firstColumn || m_decimals > lastColumn)) return;
     Key key = keyOf(record);
     int decimals = record.data(m_decimals).toInteger();
     if (m_decimalsByKey.value(key, 0) != decimals) store(key, decimals);
