@@ -8,9 +8,9 @@
 namespace console {
 namespace {
 
-bool numbers(QString const& spec, int count, QList<long long>& out)
+bool numbers(QString const& value, int count, QList<long long>& out)
 {
-    QStringList parts = spec.split(QLatin1Char(','));
+    QStringList parts = value.split(QLatin1Char(','));
     if (parts.size() != count) return false;
     for (QString const& p : parts) {
         bool ok = false;
@@ -53,11 +53,11 @@ bool lookupSecurity(QTextStream& out, QString const& textId)
     return true;
 }
 
-bool lookupSecurityByCode(QTextStream& out, QString const& spec)
+bool lookupSecurityByCode(QTextStream& out, QString const& value)
 {
     // CODE, or CODE@STOCK, or CODE@STOCK,BOARD
-    QString code = spec.section(QLatin1Char('@'), 0, 0);
-    QString where = spec.section(QLatin1Char('@'), 1);
+    QString code = value.section(QLatin1Char('@'), 0, 0);
+    QString where = value.section(QLatin1Char('@'), 1);
     QList<long long> n;
     if (!where.isEmpty() && !numbers(where, where.count(QLatin1Char(',')) + 1, n)) return false;
     if (n.size() > 2) return false;
@@ -67,22 +67,22 @@ bool lookupSecurityByCode(QTextStream& out, QString const& spec)
     return true;
 }
 
-bool lookupIsin(QTextStream& out, QString const& spec)
+bool lookupIsin(QTextStream& out, QString const& value)
 {
     QList<long long> n;
-    if (!numbers(spec, 3, n)) return false;
-    out << "isin " << spec << "\n";
+    if (!numbers(value, 3, n)) return false;
+    out << "isin " << value << "\n";
     printSecurity(out, SecurityDirectory::i()->recordByIsinId(int(n[0]), int(n[1]), int(n[2])));
     return true;
 }
 
-bool lookupBoard(QTextStream& out, QString const& spec)
+bool lookupBoard(QTextStream& out, QString const& value)
 {
     QList<long long> n;
-    if (!numbers(spec, 2, n)) return false;
+    if (!numbers(value, 2, n)) return false;
     int stock = int(n[0]), board = int(n[1]);
     BoardDirectory* b = BoardDirectory::i();
-    out << "board " << spec << "\n"
+    out << "board " << value << "\n"
         << "  name:      " << b->nameById(stock, board) << "\n"
         << "  code:      " << b->codeById(stock, board) << "\n"
         << "  trade:     " << (b->isTradeById(stock, board) ? "yes" : "no") << "\n"
@@ -93,12 +93,12 @@ bool lookupBoard(QTextStream& out, QString const& spec)
     return true;
 }
 
-bool lookupBoardByCode(QTextStream& out, QString const& spec)
+bool lookupBoardByCode(QTextStream& out, QString const& value)
 {
-    QStringList parts = spec.split(QLatin1Char(','));
+    QStringList parts = value.split(QLatin1Char(','));
     if (parts.size() != 2) return false;
     int id = BoardDirectory::i()->idByCode(parts[0], parts[1]);
-    out << "board code " << spec << "\n"
+    out << "board code " << value << "\n"
         << "  id:        " << id << "\n"
         << "  name:      " << BoardDirectory::i()->nameByCode(parts[0], parts[1]) << "\n";
     return true;

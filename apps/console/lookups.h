@@ -6,9 +6,9 @@
 // Each returns false (after printing why) when the argument is malformed.
 namespace console {
 bool lookupSecurity(QTextStream& out, QString const& textId);
-bool lookupSecurityByCode(QTextStream& out, QString const& spec);
-bool lookupIsin(QTextStream& out, QString const& spec);
-bool lookupBoard(QTextStream& out, QString const& spec);
-bool lookupBoardByCode(QTextStream& out, QString const& spec);
+bool lookupSecurityByCode(QTextStream& out, QString const& value);
+bool lookupIsin(QTextStream& out, QString const& value);
+bool lookupBoard(QTextStream& out, QString const& value);
+bool lookupBoardByCode(QTextStream& out, QString const& value);
 bool lookupMarket(QTextStream& out, QString const& idOrCode);
 }
