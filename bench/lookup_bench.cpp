@@ -145,15 +145,7 @@ void missPeer(benchmark::State& state, bench::KeyForm form)
     bool packed = form == bench::KeyForm::PackedRowid;
     sqlite3_stmt* s = db.prepare(packed ? "SELECT isin_id FROM securities WHERE k = ?1"
                                         : "SELECT isin_id FROM securities WHERE stock_id = ?1 AND board_id = ?2 AND sec_id = ?3");
-    auto bind = [&](SecurityKey const& k) {
-        if (packed) {
-            sqlite3_bind_int64(s, 1, bench::packedSecurityKey(k.stock, k.board, k.secId));
-        } else {
-            sqlite3_bind_int(s, 1, k.stock);
-            sqlite3_bind_int(s, 2, k.board);
-            sqlite3_bind_int64(s, 3, k.secId);
-        }
-    };
+    auto bind = [&](SecurityKey const& k) { bench::bindSecurityKey(s, form, k.stock, k.board, k.secId); };
     for (std::size_t k = 0; k < keys.size(); k += 97) {
         bind(keys[k]);
         if (bench::stepOne(s) != keys[k].isinId) return state.SkipWithError("the peer did not find a known key");

@@ -118,6 +118,17 @@ long long packedSecurityKey(int stock, int board, long long secId)
     return (static_cast<long long>(stock) << 48) | (static_cast<long long>(board) << 40) | secId;
 }
 
+void bindSecurityKey(sqlite3_stmt* statement, KeyForm form, int stock, int board, long long secId)
+{
+    if (form == KeyForm::PackedRowid) {
+        sqlite3_bind_int64(statement, 1, packedSecurityKey(stock, board, secId));
+    } else {
+        sqlite3_bind_int(statement, 1, stock);
+        sqlite3_bind_int(statement, 2, board);
+        sqlite3_bind_int64(statement, 3, secId);
+    }
+}
+
 std::string quoted(QString const& identifier) { return '"' + identifier.toStdString() + '"'; }
 
 MirrorLayout productLayout(QString const& table)

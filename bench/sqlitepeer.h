@@ -41,6 +41,9 @@ enum class KeyForm {
     PackedRowid    // securities only: INTEGER PRIMARY KEY k = stock<<48 | board<<40 | sec_id
 };
 long long packedSecurityKey(int stock, int board, long long secId);
+// Binds a security's key to a statement whose WHERE starts with it: ?1 for
+// the packed key, ?1..?3 for the composite one.
+void bindSecurityKey(sqlite3_stmt* statement, KeyForm form, int stock, int board, long long secId);
 
 struct MirrorLayout
 {

@@ -100,13 +100,7 @@ void applyPeer(benchmark::State& state, Change change, bench::KeyForm form)
         long long changed = 0;
         for (std::size_t r = 0; r < keys.size(); ++r) {
             SecurityKey const& k = keys[r];
-            if (packed) {
-                sqlite3_bind_int64(s, 1, bench::packedSecurityKey(k.stock, k.board, k.secId));
-            } else {
-                sqlite3_bind_int(s, 1, k.stock);
-                sqlite3_bind_int(s, 2, k.board);
-                sqlite3_bind_int64(s, 3, k.secId);
-            }
+            bench::bindSecurityKey(s, form, k.stock, k.board, k.secId);
             if (change == Change::Prices) {
                 sqlite3_bind_int64(s, 4, bidMantissa(r, variant));
                 sqlite3_bind_int64(s, 5, askMantissa(r, variant));
