@@ -42,6 +42,9 @@ Record StockDirectory::recordByCode(QString const& code) const
 {
     QSharedPointer<Table> t = table();
     if (!t || !m_codeIndex) return Record();
+    ColumnValuesKey values(m_codeIndex);
+    values << code;
+    if (values.usable()) return values.find();
     Record key(t.data());
     writeText(t->dataPtr(key.row(), m_stockCode), code);
     return m_codeIndex->find(key, -1);
@@ -239,6 +242,9 @@ Record BoardDirectory::findByCode(int stock, QString const& boardCode) const
 {
     QSharedPointer<Table> t = table();
     if (!t || !m_codeIndex) return Record();
+    ColumnValuesKey values(m_codeIndex);
+    values << stock << boardCode;
+    if (values.usable()) return values.find();
     Record key(t.data());
     Field f = t->dataPtr(key.row(), m_stockId);
     f = stock;

@@ -252,6 +252,74 @@ QString MasterIndex_Column::getClassName() const { return QStringLiteral("Master
 
 // ---------------------------------------------------------------------------
 
+ColumnValuesKey::ColumnValuesKey(MasterIndex_Column const* index) : m_index(index)
+{
+    Table const* table = index ? index->table() : nullptr;
+    if (!table || index->columns().size() > maxColumns) return;
+    for (int c : index->columns()) {
+        ColumnDef const& def = table->columnDef(c);
+        Slot& slot = m_slots[m_count++];
+        slot.offset = def.offset;
+        slot.flagOffset = def.flagOffset;
+        slot.mask = def.mask;
+        if (def.typeCode() == FieldType::Int) slot.units = 0;
+        else if (def.typeCode() == FieldType::Char && def.length / 2 <= maxUnits) slot.units = def.length / 2;
+        else return;
+    }
+    m_usable = m_count > 0;
+}
+
+ColumnValuesKey& ColumnValuesKey::operator<<(int value)
+{
+    if (m_filled < m_count) {
+        Slot& slot = m_slots[m_filled++];
+        if (slot.units) m_usable = false;   // a number for a text column: no in-place form
+        slot.number = value;
+    }
+    return *this;
+}
+
+ColumnValuesKey& ColumnValuesKey::operator<<(QString const& text)
+{
+    if (m_filled < m_count) {
+        Slot& slot = m_slots[m_filled++];
+        if (!slot.units) m_usable = false;
+        else FieldType::stringToVarChar(reinterpret_cast<unsigned char*>(slot.text), 2 * slot.units, text);
+    }
+    return *this;
+}
+
+Record ColumnValuesKey::find() const
+{
+    if (!m_usable || m_filled != m_count) return Record();
+    return m_index->findBinary(*this, -1, Compare());
+}
+
+// As MasterIndex_Column::compare with a key row holding these values: a
+// row's null sorts before any value; texts compare up to their first NUL.
+int ColumnValuesKey::compareRow(unsigned char const* row) const
+{
+    for (int i = 0; i < m_count; ++i) {
+        Slot const& slot = m_slots[i];
+        if (!(row[slot.flagOffset] & slot.mask)) return -1;
+        int r;
+        if (!slot.units) {
+            r = directory::detail::compareKeyValues(directory::detail::load<int>(row + slot.offset), slot.number);
+        } else {
+            r = 0;
+            for (int u = 0; u < slot.units; ++u) {
+                char16_t a = directory::detail::load<char16_t>(row + slot.offset + 2 * u), b = slot.text[u];
+                if (a != b) { r = a < b ? -1 : 1; break; }
+                if (!a) break;
+            }
+        }
+        if (r) return r;
+    }
+    return 0;
+}
+
+// ---------------------------------------------------------------------------
+
 void directory::detail::checkStructColumnCount(int expected, int given)
 {
     if (expected != given) throw QStringLiteral("MasterIndex_Struct: incorrect columns count %1!=%2").arg(expected).arg(given);

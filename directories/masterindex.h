@@ -124,6 +124,54 @@ public:
     QString getClassName() const override;
 };
 
+// Plain values that search a MasterIndex_Column whose key columns are all
+// 32-bit integers or fixed-width texts: each row is compared in place, in
+// the index's order, with no key row and no allocation. For lookups made
+// many times a second by codes.
+class DIRECTORY_EXPORT ColumnValuesKey
+{
+public:
+    static constexpr int maxColumns = 4;
+    static constexpr int maxUnits = 32;
+
+    // usable() is false when a key column is of another type or too wide:
+    // search with a key row then.
+    explicit ColumnValuesKey(MasterIndex_Column const* index);
+    bool usable() const { return m_usable; }
+
+    // The next key column's value; a text is kept as the column would store
+    // it (cut to its width, zero padded).
+    ColumnValuesKey& operator<<(int value);
+    ColumnValuesKey& operator<<(QString const& text);
+
+    // The first record equal to the key, or an empty record.
+    Record find() const;
+
+    // For IndexSort::searchBinary.
+    struct Compare
+    {
+        int operator()(Record const& record, ColumnValuesKey const& key) const { return key.compareRow(record.row()); }
+    };
+
+private:
+    int compareRow(unsigned char const* row) const;
+
+    struct Slot
+    {
+        int offset = 0;
+        int flagOffset = 0;
+        unsigned char mask = 0;
+        int units = 0;          // 0: a 32-bit integer
+        int number = 0;
+        char16_t text[maxUnits] = {};
+    };
+    MasterIndex_Column const* m_index;
+    Slot m_slots[maxColumns];
+    int m_count = 0;          // key columns
+    int m_filled = 0;         // values given
+    bool m_usable = false;
+};
+
 // ---------------------------------------------------------------------------
 // Typed keys.
 
@@ -188,6 +236,27 @@ inline int compareKeyValues(ucharn<N> const& a, ucharn<N> const& b)
     return 0;
 }
 
+// A key value written big endian, signed values with the sign bit flipped,
+// so that unsigned byte-by-byte comparison orders as the value does.
+inline void orderedBytes(int v, unsigned char* out)
+{
+    quint32 u = quint32(v) ^ 0x80000000u;
+    for (int i = 3; i >= 0; --i, u >>= 8) out[i] = static_cast<unsigned char>(u);
+}
+inline void orderedBytes(long long v, unsigned char* out)
+{
+    quint64 u = quint64(v) ^ (quint64(1) << 63);
+    for (int i = 7; i >= 0; --i, u >>= 8) out[i] = static_cast<unsigned char>(u);
+}
+template <int N>
+inline void orderedBytes(ucharn<N> const& v, unsigned char* out)
+{
+    for (int i = 0; i < N; ++i) {
+        out[2 * i] = static_cast<unsigned char>(v.units[i] >> 8);
+        out[2 * i + 1] = static_cast<unsigned char>(v.units[i]);
+    }
+}
+
 inline uint hashCombine(uint seed, uint h) { return seed ^ (h + 0x9e3779b9u + (seed << 6) + (seed >> 2)); }
 
 // Set-up checks of MasterIndex_Struct; each throws the QString message.
@@ -247,10 +316,15 @@ class MasterIndex_Struct<T> : public MasterIndex_Column_Pure
 public:
     using Key = MasterKey_Struct<T>;
 
+    // Bytes of this level's key value and of the levels behind it, in the
+    // key copies the index keeps.
+    static constexpr int keyBytes = int(sizeof(T));
+
     // Throws the QString message of the first failed check.
     MasterIndex_Struct(Table* table, QStringList const& columns) : MasterIndex_Struct(table, columns, directory::detail::NoSetup())
     {
         setup(0);
+        keepTypedKeyCopies(this);
     }
 
     int compare(Record const& a, Record const& b) const override { return compareRows(a.row(), b.row()); }
@@ -268,6 +342,10 @@ public:
     class CompareKey
     {
     public:
+        // The key written as the index keeps its key copies.
+        static constexpr int storedWidth = keyBytes;
+        void store(Key const& key, unsigned char* out) const { storeKey(key, out + keyBytes); }
+
         explicit CompareKey(MasterIndex_Struct const* index) : m_index(index) {}
         int operator()(Record const& record, Key const& key) const { return m_index->compareKeyRow(record.row(), key); }
 
@@ -290,6 +368,27 @@ protected:
     {
     }
 
+    // Makes the index keep key copies in the form of the most derived level
+    // `Level`, the one whose constructor runs last.
+    template <class Level>
+    void keepTypedKeyCopies(Level const* level)
+    {
+        auto extract = [](void const* owner, Record const& record, unsigned char* out) {
+            static_cast<Level const*>(owner)->storeRowKey(record.row(), out + Level::keyBytes);
+        };
+        keepKeyCopies(Level::keyBytes, extract, static_cast<void const*>(level));
+    }
+
+    // Key copies are the values in key-column order, each written so that
+    // the bytes compare as the values do (orderedBytes), and addressed from
+    // their end: a level's value sits keyBytes before it, whatever the
+    // levels in front of it hold.
+    void storeRowKey(unsigned char const* row, unsigned char* end) const
+    {
+        directory::detail::orderedBytes(directory::detail::load<T>(row + m_offset), end - keyBytes);
+    }
+    static void storeKey(Key const& key, unsigned char* end) { directory::detail::orderedBytes(key.value, end - keyBytes); }
+
     int compareRows(unsigned char const* a, unsigned char const* b) const
     {
         using directory::detail::load;
@@ -311,10 +410,17 @@ class MasterIndex_Struct<T, Rest...> : public MasterIndex_Struct<Rest...>
 {
     using Base = MasterIndex_Struct<Rest...>;
 
+    template <class...> friend class MasterIndex_Struct;
+
 public:
     using Key = MasterKey_Struct<T, Rest...>;
+    static constexpr int keyBytes = int(sizeof(T)) + Base::keyBytes;
 
-    MasterIndex_Struct(Table* table, QStringList const& columns) : Base(table, columns, directory::detail::NoSetup()) { setup(0); }
+    MasterIndex_Struct(Table* table, QStringList const& columns) : Base(table, columns, directory::detail::NoSetup())
+    {
+        setup(0);
+        this->keepTypedKeyCopies(this);
+    }
 
     int compare(Record const& a, Record const& b) const override { return compareRows(a.row(), b.row()); }
 
@@ -331,6 +437,10 @@ public:
     class CompareKey
     {
     public:
+        // The key written as the index keeps its key copies.
+        static constexpr int storedWidth = keyBytes;
+        void store(Key const& key, unsigned char* out) const { storeKey(key, out + keyBytes); }
+
         explicit CompareKey(MasterIndex_Struct const* index) : m_index(index) {}
         int operator()(Record const& record, Key const& key) const { return m_index->compareKeyRow(record.row(), key); }
 
@@ -368,6 +478,16 @@ protected:
     {
         key.value = directory::detail::load<T>(row + m_offset);
         Base::readKey(row, key.rest);
+    }
+    void storeRowKey(unsigned char const* row, unsigned char* end) const
+    {
+        directory::detail::orderedBytes(directory::detail::load<T>(row + m_offset), end - keyBytes);
+        Base::storeRowKey(row, end);
+    }
+    static void storeKey(Key const& key, unsigned char* end)
+    {
+        directory::detail::orderedBytes(key.value, end - keyBytes);
+        Base::storeKey(key.rest, end);
     }
 
     int m_offset = 0;

@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QMimeData>
 #include <QTimer>
+#include <limits>
 
 namespace {
 QString const kMimeSecurity = QStringLiteral("application/x-gui-security");
@@ -114,10 +115,51 @@ Record SecurityDirectory::recordByIsinId(int stock, int board, int isinId) const
     return m_isinIndex->find(key, -1);
 }
 
+namespace {
+// Plain decimal numbers: an optional '-' and digits, in range. Anything
+// else (spaces, '+', other separators) is left to the master index's own
+// parsing of a text key, which accepts more.
+template <class N>
+bool parsePlainNumber(QChar const*& p, QChar const* end, N& out)
+{
+    bool negative = p < end && *p == QLatin1Char('-');
+    if (negative) ++p;
+    if (p == end || *p == QLatin1Char(',')) return false;
+    unsigned long long const max = static_cast<unsigned long long>(std::numeric_limits<N>::max()) + (negative ? 1 : 0);
+    unsigned long long v = 0;
+    for (; p < end && *p != QLatin1Char(','); ++p) {
+        ushort u = p->unicode();
+        if (u < '0' || u > '9') return false;
+        unsigned digit = u - '0';
+        if (v > (max - digit) / 10) return false;
+        v = v * 10 + digit;
+    }
+    out = negative ? N(0 - v) : N(v);
+    return true;
+}
+
+bool parseTextId(QString const& text, int& stock, int& board, long long& secId)
+{
+    QChar const* p = text.constData();
+    QChar const* end = p + text.size();
+    if (!parsePlainNumber(p, end, stock) || p == end || *p++ != QLatin1Char(',')) return false;
+    if (!parsePlainNumber(p, end, board) || p == end || *p++ != QLatin1Char(',')) return false;
+    return parsePlainNumber(p, end, secId) && p == end;
+}
+} // namespace
+
 Record SecurityDirectory::recordByTextId(QString const& textId) const
 {
     QSharedPointer<Table> t = table();
     if (!t) return Record();
+    // The usual text id goes straight to the typed search; the result is
+    // the one the key record below would find.
+    int stock = 0, board = 0;
+    long long secId = 0;
+    if (m_typedMaster && parseTextId(textId, stock, board, secId)) {
+        MasterIndex_Struct<int, int, long long> const* search = m_typedMaster;
+        return search->findKey(MasterKey_Struct<int, int, long long>(stock, board, secId), -1);
+    }
     MasterIndex_Column_Pure* master = t->masterIndex();
     Record key = master->fromText(textId);
     if (key.isEmpty()) return Record();

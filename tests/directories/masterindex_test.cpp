@@ -106,6 +106,102 @@ TEST(MasterIndexOrder, TypedAndGeneralIndexesSortLikeAPlainComparison)
     check();
 }
 
+namespace {
+// Every key copy equals the key of the record beside it, each partition's
+// last key is its last record's, and every record is found where it lies.
+template <class I>
+void expectKeyCopiesTrue(I const& index, char const* what)
+{
+    PartitionList<Record> const& list = index.records();
+    ASSERT_EQ(list.keyWidth(), I::keyBytes) << what;
+    unsigned char probe[IndexSort::maxKeyCopyWidth];
+    int position = 0;
+    for (int p = 0; p < list.partitionCount(); ++p) {
+        auto const& part = list.partitionAt(p);
+        ASSERT_GT(part.count(), 0) << what;
+        ASSERT_EQ(std::memcmp(list.lastKeyOf(p), list.keyAt(p, part.count() - 1), std::size_t(list.keyWidth())), 0) << what << " part " << p;
+        for (int k = 0; k < part.count(); ++k, ++position) {
+            list.extractKey(part.items[std::size_t(k)], probe);
+            ASSERT_EQ(std::memcmp(probe, list.keyAt(p, k), std::size_t(list.keyWidth())), 0) << what << " at " << position;
+            if (position % 37) continue;
+            // The first of its run of equal keys, found by key and by record.
+            typename I::Key key = index.key(part.items[std::size_t(k)]);
+            int first = index.searchKey(key, -1);
+            ASSERT_GE(first, 0) << what << " at " << position;
+            ASSERT_LE(first, position) << what;
+            EXPECT_EQ(index.compare(index.at(first), part.items[std::size_t(k)]), 0) << what;
+            if (first > 0) {
+                EXPECT_LT(index.compare(index.at(first - 1), part.items[std::size_t(k)]), 0) << what;
+            }
+            EXPECT_EQ(index.search(part.items[std::size_t(k)], -1), first) << what;
+            EXPECT_EQ(index.indexOf(part.items[std::size_t(k)]), position) << what;
+        }
+    }
+    EXPECT_EQ(position, index.count()) << what;
+}
+} // namespace
+
+// Key copies travel with their records through inserts one by one and in
+// bulk, partition splits, deletions that empty partitions, key changes that
+// move records, and direct removals.
+TEST(MasterIndexKeyCopies, FollowTheirRecordsThroughEveryChange)
+{
+    Db t;
+    Table* table = t.ranked();
+    Registered<MasterIndex_Struct<int, int, int>> abc(table, QStringList{"a", "b", "c"});
+    Registered<MasterIndex_Struct<int, int, long long>> abd(table, QStringList{"a", "b", "d"});
+    Registered<MasterIndex_Struct<ucharn<12>>> text(table, QStringList{"s"});
+    Registered<MasterIndex_Column> general(table, QStringList{"a", "b", "d"});
+    auto check = [&](int round) {
+        SCOPED_TRACE(round);
+        expectKeyCopiesTrue(abc.index, "abc");
+        expectKeyCopiesTrue(abd.index, "abd");
+        expectKeyCopiesTrue(text.index, "text");
+        EXPECT_FALSE(general->keepsKeyCopies());
+    };
+
+    std::mt19937 rng(11);
+    QString const alphabet = QStringLiteral("AB\u042F");
+    auto randomText = [&] {
+        QString s;
+        for (int n = int(rng() % 6); n > 0; --n) s += alphabet.at(int(rng() % 3));
+        return s;
+    };
+    std::vector<qint64> live;
+    qint64 nextId = 0;
+    for (int round = 0; round < 30; ++round) {
+        QJsonArray ops;
+        std::shuffle(live.begin(), live.end(), rng);
+        // Early rounds grow the table in bulk merges; later ones insert few
+        // rows one by one, all at the end of every order so that the last
+        // partition splits, and delete and move rows everywhere.
+        bool bulk = round < 8;
+        std::size_t deletes = bulk ? 0 : live.size() / 40;
+        std::size_t updates = round < 4 ? 0 : std::min<std::size_t>(live.size() - deletes, 120);
+        for (std::size_t k = 0; k < deletes; ++k) ops.append(op("delete", QJsonObject{{"id", live[k]}}));
+        for (std::size_t k = deletes; k < deletes + updates; ++k)
+            ops.append(op("update", QJsonObject{{"id", live[k]}, {"a", int(rng() % 3) - 1}, {"c", int(rng() % 50) - 25},
+                                                 {"d", QString::number(qint64(rng() % 9) - 4)}, {"s", randomText()}}));
+        live.erase(live.begin(), live.begin() + std::ptrdiff_t(deletes));
+        int inserts = bulk ? 600 : 70;
+        for (int k = 0; k < inserts; ++k, ++nextId) {
+            QJsonObject row = bulk ? rankedRow(nextId, int(rng() % 3) - 1, int(rng() % 2), int(rng() % 50) - 25, qint64(rng() % 9) - 4, randomText())
+                                   : rankedRow(nextId, 3, 0, 50 + int(rng() % 50), 5 + qint64(rng() % 50), QStringLiteral("\u042F\u042F\u042F\u042F\u042F\u042F") + alphabet.at(int(rng() % 3)));
+            ops.append(op("insert", row));
+            live.push_back(nextId);
+        }
+        t.apply("ranked", ops);
+        check(round);
+    }
+    ASSERT_GT(abd->records().partitionCount(), 2);
+
+    // Removing a whole partition record by record drops its last key too.
+    int firstPart = abd->records().partitionAt(0).count();
+    for (int k = 0; k < firstPart; ++k) abd->remove(abd->at(0), 0);
+    abd->remove(abd->at(abd->count() - 1), abd->count() - 1);
+    check(100);
+}
+
 TEST(MasterIndexOrder, TypedKeysCompareColumnByColumn)
 {
     Db t;
@@ -239,6 +335,49 @@ TEST(MasterIndexSearch, FindsTheFirstOfEqualKeys)
     EXPECT_EQ(typed->searchKey(MasterKey_Struct<int, int, int>(2, 0, 1), -1), -1);
     EXPECT_EQ(general->searchKey(MasterKey() << 2 << 0, -1), -1);   // too few values match nothing
     EXPECT_EQ(general->searchKey(MasterKey() << 2 << 0 << 0 << 0, -1), -1);
+}
+
+// Plain values find, without a key row, exactly what a key row finds:
+// nulls, texts cut to the column's width, prefixes and misses included.
+TEST(MasterIndexSearch, PlainValuesFindWhatAKeyRowFinds)
+{
+    Db t;
+    Table* table = t.ranked();
+    QJsonArray ops;
+    QStringList const texts{"", "A", "AB", "ABC", "B", "\u042F", "ABCDEFGHIJKL", "ABCDEFGHIJK"};
+    qint64 id = 0;
+    for (int a = -1; a <= 1; ++a)
+        for (QString const& text : texts) {
+            QJsonObject row = rankedRow(id++, a, 0, 0, 0, text);
+            if (id % 3) row.insert("n", a * 2);   // some rows leave n null
+            ops.append(op("insert", row));
+        }
+    t.apply("ranked", ops);
+    Registered<MasterIndex_Column> byAText(table, QStringList{"a", "s"});
+    Registered<MasterIndex_Column> byNText(table, QStringList{"n", "s"});
+    Registered<MasterIndex_Column> byDecimal(table, QStringList{"d"});
+    EXPECT_FALSE(ColumnValuesKey(&byDecimal.index).usable());   // a 64-bit column has no in-place form
+    EXPECT_FALSE((ColumnValuesKey(&byAText.index) << QStringLiteral("A") << QStringLiteral("A")).usable());
+
+    QStringList probes = texts;
+    probes << "ABCDEFGHIJKLMNOP" << "ABCDEFGHIJKZ" << "AA" << "C" << "\u042F\u042F";
+    int found = 0;
+    for (auto* index : {&byAText.index, &byNText.index}) {
+        int numberColumn = index->columns().first();
+        for (int number = -2; number <= 2; ++number)
+            for (QString const& text : probes) {
+                Record key(table);
+                table->dataPtr(key.row(), numberColumn) = number;
+                table->dataPtr(key.row(), table->columnIndex("s")) = QStringRef(&text);
+                Record expected = index->find(key, -1);
+                ColumnValuesKey values(index);
+                values << number << text;
+                ASSERT_TRUE(values.usable());
+                EXPECT_EQ(values.find(), expected) << number << " " << text.toStdString();
+                found += !expected.isEmpty();
+            }
+    }
+    EXPECT_GT(found, 20);
 }
 
 // The general key matches rows of every column type by value, across the

@@ -83,6 +83,34 @@ TEST_F(Securities, IdentityWithTheMarketAlias)
     EXPECT_EQ(db()->table("securities")->indexByName("isin_id")->getClassName(), "MasterIndex_Struct_Cached");
 }
 
+// Text ids that the fast parse takes and those it leaves to the master
+// index's own text key find exactly what the key record finds.
+TEST_F(Securities, TextIdsFindWhatTheirKeyRecordFinds)
+{
+    apply(QStringLiteral(R"({"table":"securities","ops":[%1,%2,%3]})")
+              .arg(sec(-2147483647 - 1, 2147483647, 9223372036854775807LL, "MAXKEY", 600),
+                   sec(2, 2, -9223372036854775807LL - 1, "MINKEY", 601), sec(1, 1, 0, "ZERO", 602))
+              .toUtf8());
+    MasterIndex_Column_Pure* master = db()->table("securities")->masterIndex();
+    auto byKeyRecord = [&](QString const& text) {
+        Record key = master->fromText(text);
+        return key.isEmpty() ? Record() : master->at(master->search(key, -1));
+    };
+    QStringList const texts{"1,14,77", "1,1,10", "1,1,0", "1,1,-0", "1,1,00", "-2147483648,2147483647,9223372036854775807",
+                            "2,2,-9223372036854775808", "1,14,077", " 1,14,77", "1,14,77 ", "+1,14,77", "1, 14,77",
+                            "1,14,9223372036854775808", "2147483648,14,77", "1,-2147483649,77", "1,14,", ",14,77", "1,,77",
+                            // out of range, and wrapping onto existing keys if taken modulo
+                            "2147483648,2147483647,9223372036854775807", "2,2,9223372036854775808", "1,1,18446744073709551616",
+                            "1,14", "1,14,77,0", "1;14;77", "1,14,7x", "-,14,77", "1,14,-", "", "\u0661,14,77"};
+    int found = 0;
+    for (QString const& text : texts) {
+        Record expected = byKeyRecord(text);
+        EXPECT_EQ(dir()->recordByTextId(text), expected) << text.toStdString();
+        found += !expected.isEmpty();
+    }
+    EXPECT_GE(found, 8);   // the oracle is not trivially empty
+}
+
 TEST_F(Securities, BoardThreeResolvesToItsBoardOneTwin)
 {
     EXPECT_EQ(dir()->realRecordById(1, 3, 11).data("sec_id").toInteger64(), 10);

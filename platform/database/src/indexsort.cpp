@@ -3,6 +3,8 @@
 
 #include <QElapsedTimer>
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 IndexSort::IndexSort(Table* table) : IndexList(table) {}
 IndexSort::~IndexSort() = default;
@@ -10,11 +12,12 @@ IndexSort::~IndexSort() = default;
 QList<int> IndexSort::sortColumns() const { return QList<int>(); }
 
 namespace {
-// Two-level bound: the first position whose record does not satisfy
-// `before` (records that sort before the probe). Partitions are skipped by
-// their last record, then one partition is searched.
-template <class Before>
-int boundIn(PartitionList<Record> const& list, int from, Before before, int* partOut, int* offsetOut)
+// Two-level bound: the first position from `from` whose item is not
+// "before" the probe. Partitions are skipped by their last item
+// (lastBefore(part)), then one partition is searched (itemBefore(part, k)).
+template <class LastBefore, class ItemBefore>
+int boundIn(PartitionList<Record> const& list, int from, LastBefore lastBefore, ItemBefore itemBefore, int* partOut,
+            int* offsetOut)
 {
     int parts = list.partitionCount();
     if (parts == 0 || from >= list.count()) {
@@ -24,7 +27,7 @@ int boundIn(PartitionList<Record> const& list, int from, Before before, int* par
     int lo = list.partitionOf(from < 0 ? 0 : from), hi = parts;
     while (lo < hi) {
         int mid = lo + (hi - lo) / 2;
-        if (before(list.partitionAt(mid).items.back())) lo = mid + 1;
+        if (lastBefore(mid)) lo = mid + 1;
         else hi = mid;
     }
     if (lo == parts) {
@@ -32,26 +35,172 @@ int boundIn(PartitionList<Record> const& list, int from, Before before, int* par
         return list.count();
     }
     int part = lo, base = list.partitionStart(part);
-    auto const& items = list.partitionAt(part).items;
-    int first = from > base ? from - base : 0, last = int(items.size());
+    int first = from > base ? from - base : 0, last = list.partitionAt(part).count();
     while (first < last) {
         int mid = first + (last - first) / 2;
-        if (before(items[std::size_t(mid)])) first = mid + 1;
+        if (itemBefore(part, mid)) first = mid + 1;
         else last = mid;
     }
     if (partOut) { *partOut = part; *offsetOut = first; }
     return base + first;
 }
+
+// The same over records compared by `before(record)`.
+template <class Before>
+int boundByRecords(PartitionList<Record> const& list, int from, Before before, int* partOut, int* offsetOut)
+{
+    return boundIn(
+        list, from, [&](int part) { return before(list.partitionAt(part).items.back()); },
+        [&](int part, int k) { return before(list.partitionAt(part).items[std::size_t(k)]); }, partOut, offsetOut);
+}
+
+// Key copies are order-preserving byte strings of a width that is a
+// multiple of 4: compared as big-endian words, without branches, so that a
+// search issues its loads without waiting on mispredicted jumps.
+inline std::uint64_t word8(unsigned char const* p)
+{
+    std::uint64_t v;
+    std::memcpy(&v, p, 8);
+    return __builtin_bswap64(v);
+}
+inline std::uint32_t word4(unsigned char const* p)
+{
+    std::uint32_t v;
+    std::memcpy(&v, p, 4);
+    return __builtin_bswap32(v);
+}
+// a < b (Upper: a <= b) over W bytes.
+template <int W, bool Upper>
+inline bool keyBefore(unsigned char const* a, unsigned char const* b)
+{
+    if constexpr (W == 4) {
+        std::uint32_t x = word4(a), y = word4(b);
+        return Upper ? x <= y : x < y;
+    } else if constexpr (W == 8) {
+        std::uint64_t x = word8(a), y = word8(b);
+        return Upper ? x <= y : x < y;
+    } else {
+        constexpr int head = W % 8 ? 4 : 8;
+        bool less, equal;
+        if constexpr (head == 4) {
+            std::uint32_t x = word4(a), y = word4(b);
+            less = x < y;
+            equal = x == y;
+        } else {
+            std::uint64_t x = word8(a), y = word8(b);
+            less = x < y;
+            equal = x == y;
+        }
+        return less | (equal & keyBefore<W - head, Upper>(a + head, b + head));
+    }
+}
+
+// First offset in [first, count) of `keys` not before the probe.
+template <int W, bool Upper>
+int lowerBoundIn(unsigned char const* keys, int first, int count, unsigned char const* probe)
+{
+    int n = count - first;
+    unsigned char const* base = keys + std::size_t(first) * W;
+    if (n <= 0) return first;
+    while (n > 1) {
+        int half = n / 2;
+        base = keyBefore<W, Upper>(base + std::size_t(half) * W, probe) ? base + std::size_t(half) * W : base;
+        n -= half;
+    }
+    int offset = int((base - keys) / W);
+    return offset + (keyBefore<W, Upper>(base, probe) ? 1 : 0);
+}
+
+// Two-level bound over the key copies (see boundIn).
+template <int W, bool Upper>
+int boundByKeys(PartitionList<Record> const& list, int from, unsigned char const* probe, int* partOut, int* offsetOut)
+{
+    int parts = list.partitionCount();
+    if (parts == 0 || from >= list.count()) {
+        if (partOut) { *partOut = parts ? parts - 1 : 0; *offsetOut = parts ? list.partitionAt(parts - 1).count() : 0; }
+        return list.count();
+    }
+    int firstPart = list.partitionOf(from < 0 ? 0 : from);
+    int part = lowerBoundIn<W, Upper>(list.lastKeyOf(0), firstPart, parts, probe);
+    if (part == parts) {
+        if (partOut) { *partOut = parts - 1; *offsetOut = list.partitionAt(parts - 1).count(); }
+        return list.count();
+    }
+    int base = list.partitionStart(part);
+    int first = from > base ? from - base : 0;
+    int offset = lowerBoundIn<W, Upper>(list.keyAt(part, 0), first, list.partitionAt(part).count(), probe);
+    if (partOut) { *partOut = part; *offsetOut = offset; }
+    return base + offset;
+}
+
+template <bool Upper>
+int boundByKeys(PartitionList<Record> const& list, int from, unsigned char const* probe, int* partOut, int* offsetOut)
+{
+    switch (list.keyWidth()) {
+    case 4: return boundByKeys<4, Upper>(list, from, probe, partOut, offsetOut);
+    case 8: return boundByKeys<8, Upper>(list, from, probe, partOut, offsetOut);
+    case 12: return boundByKeys<12, Upper>(list, from, probe, partOut, offsetOut);
+    case 16: return boundByKeys<16, Upper>(list, from, probe, partOut, offsetOut);
+    case 20: return boundByKeys<20, Upper>(list, from, probe, partOut, offsetOut);
+    case 24: return boundByKeys<24, Upper>(list, from, probe, partOut, offsetOut);
+    default: {
+        std::size_t w = std::size_t(list.keyWidth());
+        auto before = [&](unsigned char const* k) {
+            int c = std::memcmp(k, probe, w);
+            return Upper ? c <= 0 : c < 0;
+        };
+        return boundIn(
+            list, from, [&](int part) { return before(list.lastKeyOf(part)); },
+            [&](int part, int k) { return before(list.keyAt(part, k)); }, partOut, offsetOut);
+    }
+    }
+}
 } // namespace
+
+void IndexSort::keepKeyCopies(int width, PartitionList<Record>::KeyExtract extract, void const* owner)
+{
+    if (width <= 0 || width > maxKeyCopyWidth || width % 4 || !extract) return;
+    std::unique_lock<std::shared_mutex> lock(m_lock);
+    m_records.keepKeys(width, extract, owner);
+}
+
+// Upper: the first position whose record sorts after `record`; otherwise
+// the first that does not sort before it.
+template <bool Upper>
+int IndexSort::boundLocked(Record const& record, int from, int* part, int* offset) const
+{
+    if (m_records.keyWidth()) {
+        unsigned char probe[maxKeyCopyWidth];
+        m_records.extractKey(record, probe);
+        return boundByKeys<Upper>(m_records, from, probe, part, offset);
+    }
+    auto before = [&](Record const& r) {
+        int c = compare(r, record);
+        return Upper ? c <= 0 : c < 0;
+    };
+    return boundByRecords(m_records, from, before, part, offset);
+}
+
+int IndexSort::searchKeyCopyLocked(unsigned char const* probe, int after, Record* found) const
+{
+    int low = after < 0 ? 0 : after + 1;
+    if (low >= m_records.count()) return -1;
+    int part = 0, offset = 0;
+    int pos = boundByKeys<false>(m_records, low, probe, &part, &offset);
+    if (pos >= m_records.count()) return -1;
+    if (std::memcmp(m_records.keyAt(part, offset), probe, std::size_t(m_records.keyWidth())) != 0) return -1;
+    if (found) *found = m_records.partitionAt(part).items[std::size_t(offset)];
+    return pos;
+}
 
 int IndexSort::lowerBoundLocked(Record const& key, int from, int* part, int* offset) const
 {
-    return boundIn(m_records, from < 0 ? 0 : from, [&](Record const& r) { return compare(r, key) < 0; }, part, offset);
+    return boundLocked<false>(key, from < 0 ? 0 : from, part, offset);
 }
 
 int IndexSort::upperBoundLocked(Record const& record, int* part, int* offset) const
 {
-    return boundIn(m_records, 0, [&](Record const& r) { return compare(r, record) <= 0; }, part, offset);
+    return boundLocked<true>(record, 0, part, offset);
 }
 
 int IndexSort::positionOfLocked(Record const& record) const
@@ -88,13 +237,41 @@ void IndexSort::sortAndMerge(std::vector<Record>&& added)
         for (Record const& r : added) insertSortedLocked(r);
         return;
     }
-    std::vector<Record> old = m_records.takeAll();
+    if (!m_records.keyWidth()) {
+        std::vector<Record> old = m_records.takeAll();
+        std::vector<Record> merged;
+        merged.reserve(old.size() + added.size());
+        std::merge(std::make_move_iterator(old.begin()), std::make_move_iterator(old.end()),
+                   std::make_move_iterator(added.begin()), std::make_move_iterator(added.end()),
+                   std::back_inserter(merged), less);
+        m_records.assign(std::move(merged));
+        return;
+    }
+    // Merged by their key copies, which travel with them: the rows already
+    // in the index are not read again.
+    std::size_t w = std::size_t(m_records.keyWidth());
+    std::vector<unsigned char> oldKeys;
+    std::vector<Record> old = m_records.takeAll(&oldKeys);
+    std::vector<unsigned char> addedKeys(added.size() * w);
+    for (std::size_t k = 0; k < added.size(); ++k) m_records.extractKey(added[k], addedKeys.data() + k * w);
     std::vector<Record> merged;
+    std::vector<unsigned char> mergedKeys;
     merged.reserve(old.size() + added.size());
-    std::merge(std::make_move_iterator(old.begin()), std::make_move_iterator(old.end()),
-               std::make_move_iterator(added.begin()), std::make_move_iterator(added.end()),
-               std::back_inserter(merged), less);
-    m_records.assign(std::move(merged));
+    mergedKeys.reserve(oldKeys.size() + addedKeys.size());
+    std::size_t i = 0, j = 0;
+    auto take = [&](std::vector<Record>& from, std::vector<unsigned char> const& keys, std::size_t& k) {
+        merged.push_back(std::move(from[k]));
+        mergedKeys.insert(mergedKeys.end(), keys.begin() + std::ptrdiff_t(k * w), keys.begin() + std::ptrdiff_t((k + 1) * w));
+        ++k;
+    };
+    while (i < old.size() && j < added.size()) {
+        // Equal keys: the record already in the index stays first.
+        if (std::memcmp(addedKeys.data() + j * w, oldKeys.data() + i * w, w) < 0) take(added, addedKeys, j);
+        else take(old, oldKeys, i);
+    }
+    while (i < old.size()) take(old, oldKeys, i);
+    while (j < added.size()) take(added, addedKeys, j);
+    m_records.assign(std::move(merged), &mergedKeys);
 }
 
 void IndexSort::build()
@@ -225,7 +402,7 @@ int IndexSort::search(Record const& key, int from) const
 int IndexSort::searchLast(Record const& key, int from) const
 {
     std::shared_lock<std::shared_mutex> lock(m_lock);
-    int end = boundIn(m_records, from + 1 < 0 ? 0 : from + 1, [&](Record const& r) { return compare(r, key) <= 0; }, nullptr, nullptr);
+    int end = boundLocked<true>(key, from + 1 < 0 ? 0 : from + 1, nullptr, nullptr);
     if (end - 1 <= from) return -1;
     Record const& r = m_records.at(end - 1);
     return compare(r, key) == 0 ? end - 1 : -1;

@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <mutex>
 #include <shared_mutex>
+#include <type_traits>
+#include <utility>
 
 class Table;
 
@@ -126,7 +128,9 @@ public:
 
     // First position after `after` whose record's key equals `key`, or -1.
     // CompareKey(record, key) returns <0, 0, >0 as the record's key is
-    // smaller, equal or greater.
+    // smaller, equal or greater. A CompareKey that can also write `key` in
+    // the form of this index's key copies (store() and storedWidth) is
+    // searched over those copies.
     template <class Key, class CompareKey>
     int searchBinary(Key const& key, int after, CompareKey cmp) const
     {
@@ -147,12 +151,29 @@ public:
     // Updates outside them leave the order alone.
     virtual QList<int> sortColumns() const;
 
+    static constexpr int maxKeyCopyWidth = 64;
+    bool keepsKeyCopies() const { return m_records.keyWidth() > 0; }
+
 protected:
+    // Keeps a copy of every record's key beside the record, so that searches
+    // read contiguous keys instead of each record's row. A copy is `width`
+    // bytes (a multiple of 4, at most maxKeyCopyWidth) that compare byte by
+    // byte, as unsigned, in the index's order: equal keys give equal bytes.
+    // Call while the index is empty.
+    void keepKeyCopies(int width, PartitionList<Record>::KeyExtract extract, void const* owner);
+
     // Lower bound of `key` among all records (two-level: partitions, then
     // inside one). Caller holds the lock.
     template <class Key, class CompareKey>
     int searchBinaryLocked(Key const& key, int after, CompareKey cmp, Record* found) const
     {
+        if constexpr (decltype(storesKeyCopies<CompareKey, Key>(0))::value) {
+            if (CompareKey::storedWidth == m_records.keyWidth()) {
+                unsigned char probe[maxKeyCopyWidth];
+                cmp.store(key, probe);
+                return searchKeyCopyLocked(probe, after, found);
+            }
+        }
         int low = after + 1;
         int high = m_records.count();
         if (low >= high) return -1;
@@ -181,6 +202,8 @@ protected:
         if (found) *found = items[std::size_t(result)];
         return base + result;
     }
+    // The same over the key copies, for a probe in their form.
+    int searchKeyCopyLocked(unsigned char const* probe, int after, Record* found) const;
 
     // Position where `record` would go after its equals (caller holds the lock).
     int upperBoundLocked(Record const& record, int* part, int* offset) const;
@@ -190,6 +213,16 @@ protected:
     void sortAndMerge(std::vector<Record>&& added);
 
 private:
+    template <class C, class K>
+    static auto storesKeyCopies(int) -> decltype(std::declval<C const&>().store(std::declval<K const&>(), static_cast<unsigned char*>(nullptr)),
+                                                 std::integral_constant<bool, (C::storedWidth > 0)>());
+    template <class C, class K>
+    static std::false_type storesKeyCopies(...);
+    // A lower or upper bound of a record, over the key copies when kept.
+    template <bool Upper>
+    int boundLocked(Record const& record, int from, int* part, int* offset) const;
+
+
     // Noted by preprocess() while the list is still in order: positions of
     // deleted rows and of updated rows whose sort columns change.
     std::vector<int> m_pendingRemovals;
