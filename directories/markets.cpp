@@ -2,7 +2,9 @@
 
 #include "masterindex.h"
 
+#include <algorithm>
 #include <mutex>
+#include <vector>
 
 namespace {
 
@@ -147,7 +149,9 @@ StockSecDirectory::StockSecDirectory(QObject* parent)
 
 int StockSecDirectory::decimalsById(int stock, long long secId) const
 {
-    return m_decimalsByKey.value(Key{stock, secId}, 0);
+    int part = 0, offset = 0;
+    if (!locate(Key{stock, secId}, part, offset)) return 0;
+    return m_decimalsByKey.partitionAt(part).items[std::size_t(offset)].decimals;
 }
 
 StockSecDirectory::Key StockSecDirectory::keyOf(Record const& record) const
@@ -155,9 +159,38 @@ StockSecDirectory::Key StockSecDirectory::keyOf(Record const& record) const
     return Key{record.data(m_stockId).toInteger(), record.data(m_secId).toInteger64()};
 }
 
+bool StockSecDirectory::locate(Key const& key, int& part, int& offset) const
+{
+    int parts = m_decimalsByKey.partitionCount();
+    auto before = [](Entry const& e, Key const& k) { return e.key() < k; };
+    int lo = 0, hi = parts;
+    while (lo < hi) {
+        int mid = lo + (hi - lo) / 2;
+        if (before(m_decimalsByKey.partitionAt(mid).items.back(), key)) lo = mid + 1;
+        else hi = mid;
+    }
+    if (lo == parts) {
+        // Past every pair: at the end of the last block.
+        part = parts ? parts - 1 : 0;
+        offset = parts ? m_decimalsByKey.partitionAt(part).count() : 0;
+        return false;
+    }
+    auto const& items = m_decimalsByKey.partitionAt(lo).items;
+    part = lo;
+    offset = int(std::lower_bound(items.begin(), items.end(), key, before) - items.begin());
+    Entry const& e = items[std::size_t(offset)];
+    return e.stock == key.stock && e.secId == key.secId;
+}
+
 void StockSecDirectory::store(Key const& key, int decimals)
 {
-    m_decimalsByKey.insert(key, decimals);
+    int part = 0, offset = 0;
+    Entry entry;
+    entry.stock = key.stock;
+    entry.secId = key.secId;
+    entry.decimals = decimals;
+    if (locate(key, part, offset)) m_decimalsByKey.replaceAt(part, offset, entry);
+    else m_decimalsByKey.insertAt(part, offset, entry);
     Q_EMIT dataChanged(key.stock, key.secId);
 }
 
@@ -169,9 +202,29 @@ void StockSecDirectory::build()
     if (!t) return;
     {
         std::lock_guard<Table const> lock(*t);
-        QSignalBlocker quiet(this);
-        for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it)
-            if (filter(*it)) add(*it);
+        // Sorted once and packed, rather than inserted pair by pair; of
+        // pairs seen twice the later row wins, as it would by inserting.
+        std::vector<Entry> all;
+        for (int p = 0; p < m_decimalsByKey.partitionCount(); ++p)
+            for (Entry const& e : m_decimalsByKey.partitionAt(p).items) all.push_back(e);
+        for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it) {
+            if (!filter(*it)) continue;
+            Entry e;
+            Key k = keyOf(*it);
+            e.stock = k.stock;
+            e.secId = k.secId;
+            e.decimals = it->data(m_decimals).toInteger();
+            all.push_back(e);
+        }
+        auto less = [](Entry const& a, Entry const& b) { return a.key() < b.key(); };
+        std::stable_sort(all.begin(), all.end(), less);
+        std::vector<Entry> unique;
+        unique.reserve(all.size());
+        for (Entry const& e : all) {
+            if (!unique.empty() && !less(unique.back(), e)) unique.back() = e;
+            else unique.push_back(e);
+        }
+        m_decimalsByKey.assign(std::move(unique));
     }
     Q_EMIT dataChanged(0, 0);
 }
@@ -180,15 +233,18 @@ void StockSecDirectory::add(Record const& record)
 {
     Key key = keyOf(record);
     int decimals = record.data(m_decimals).toInteger();
-    auto found = m_decimalsByKey.constFind(key);
-    if (found != m_decimalsByKey.constEnd() && *found == decimals) return;
+    int part = 0, offset = 0;
+    if (locate(key, part, offset) && m_decimalsByKey.partitionAt(part).items[std::size_t(offset)].decimals == decimals) return;
     store(key, decimals);
 }
 
 void StockSecDirectory::remove(Record const& record, int)
 {
     Key key = keyOf(record);
-    if (m_decimalsByKey.remove(key)) Q_EMIT dataChanged(key.stock, key.secId);
+    int part = 0, offset = 0;
+    if (!locate(key, part, offset)) return;
+    m_decimalsByKey.removeAt(part, offset);
+    Q_EMIT dataChanged(key.stock, key.secId);
 }
 
 void StockSecDirectory::update(Record const& record, int firstColumn, int lastColumn, int position)
@@ -202,7 +258,7 @@ void StockSecDirectory::update(Record const& record, int firstColumn, int lastCo
     if (firstColumn >= 0 && lastColumn >= 0 && (m_decimals < firstColumn || m_decimals > lastColumn)) return;
     Key key = keyOf(record);
     int decimals = record.data(m_decimals).toInteger();
-    if (m_decimalsByKey.value(key, 0) != decimals) store(key, decimals);
+    if (decimalsById(key.stock, key.secId) != decimals) store(key, decimals);
 }
 
 bool StockSecDirectory::filter(Record const&) const { return true; }

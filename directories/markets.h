@@ -7,7 +7,7 @@
 
 #include <QChar>
 #include <QList>
-#include <QMap>
+#include <database/partitionlist.h>
 #include <QObject>
 #include <QString>
 
@@ -90,13 +90,25 @@ private:
         long long secId;
         bool operator<(Key const& o) const { return stock != o.stock ? stock < o.stock : secId < o.secId; }
     };
+    // One pair and its decimals: 16 bytes. The ordered map keeps them in
+    // sorted blocks rather than a node per pair, which would cost four
+    // times as much for a table of a hundred thousand securities.
+    struct Entry
+    {
+        int stock = 0;
+        int decimals = 0;
+        long long secId = 0;
+        Key key() const { return Key{stock, secId}; }
+    };
     Key keyOf(Record const& record) const;
+    // Where `key` is or would go; true when it is there.
+    bool locate(Key const& key, int& part, int& offset) const;
     void store(Key const& key, int decimals);
 
     int m_stockId = -1;
     int m_secId = -1;
     int m_decimals = -1;
-    QMap<Key, int> m_decimalsByKey;
+    PartitionList<Entry> m_decimalsByKey;
 };
 
 // A board named by its market and its number.

@@ -2,6 +2,8 @@
 #include "markets.h"
 
 #include <QSignalSpy>
+#include <map>
+#include <random>
 
 namespace {
 
@@ -199,3 +201,47 @@ TEST_F(Markets, StockSecSignalsOnlyChangedDecimals)
     EXPECT_EQ(secs->decimalsById(1, 500), 4);
     EXPECT_EQ(secs->decimalsById(1, 501), 0);
 }
+
+// Thousands of pairs arriving out of order, then deleted and re-valued,
+// against a plain ordered map of what the table holds.
+TEST_F(Markets, StockSecKeepsManyPairsInOrder)
+{
+    StockSecDirectory* secs = StockSecDirectory::i();
+    std::mt19937 rng(5);
+    std::map<std::pair<int, long long>, int> expected{{{1, 500}, 2}, {{1, 501}, 0}};
+    std::vector<std::pair<int, long long>> live;
+    auto check = [&](int round) {
+        for (auto const& [pair, decimals] : expected) ASSERT_EQ(secs->decimalsById(pair.first, pair.second), decimals) << round;
+        EXPECT_EQ(secs->decimalsById(3, 1LL << 40), 0) << round;
+    };
+    for (int round = 0; round < 12; ++round) {
+        QStringList ops;
+        std::shuffle(live.begin(), live.end(), rng);
+        std::size_t deletes = round < 6 ? 0 : live.size() / 10;
+        for (std::size_t k = 0; k < deletes; ++k) {
+            ops << QStringLiteral(R"({"delete":{"stock_id":%1,"board_id":10,"sec_id":%2}})").arg(live[k].first).arg(live[k].second);
+            expected.erase(live[k]);
+        }
+        live.erase(live.begin(), live.begin() + std::ptrdiff_t(deletes));
+        for (std::size_t k = 0; k < std::min<std::size_t>(live.size(), 200); ++k) {
+            int decimals = int(rng() % 6);
+            ops << QStringLiteral(R"({"update":{"stock_id":%1,"board_id":10,"sec_id":%2,"decimals":%3}})").arg(live[k].first).arg(live[k].second).arg(decimals);
+            expected[live[k]] = decimals;
+        }
+        for (int k = 0; k < 400; ++k) {
+            std::pair<int, long long> pair(int(rng() % 3) + 2, (long long)(rng() % 2000000) - 1000000);
+            if (expected.count(pair)) continue;
+            int decimals = int(rng() % 6);
+            ops << QStringLiteral(R"({"insert":{"stock_id":%1,"board_id":10,"sec_id":%2,"isin_id":1,"decimals":%3}})").arg(pair.first).arg(pair.second).arg(decimals);
+            expected[pair] = decimals;
+            live.push_back(pair);
+        }
+        apply(QStringLiteral(R"({"table":"securities","ops":[%1]})").arg(ops.join(',')).toUtf8());
+        check(round);
+    }
+    // A rebuild packs the same content.
+    secs->clear();
+    secs->build();
+    check(100);
+}
+

@@ -10,6 +10,9 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace {
 
@@ -120,40 +123,59 @@ private:
 
 } // namespace
 
+namespace {
+// A load leaves behind the freed heap of every decoded batch; the C library
+// keeps such pages mapped. They are handed back once, when the load is done.
+void releaseFreedHeap()
+{
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
+}
+} // namespace
+
 int Database::loadFile(QString const& path, std::function<void(int, qint64, qint64)> progress)
 {
-    DecodingReader reader(*this, path);
-    DecodingReader::Item item;
     int applied = 0;
-    while (reader.next(item)) {
-        if (!item.error.isEmpty()) throw Exception(item.error);
-        apply(item.batch);
-        ++applied;
-        if (progress) progress(applied, item.bytesRead, reader.total());
-    }
-    return applied;
-}
-
-int Database::loadFileAtomically(QString const& path, std::function<void(int, int, QString const&)> afterBatch)
-{
-    std::vector<Batch> batches;
     {
         DecodingReader reader(*this, path);
         DecodingReader::Item item;
         while (reader.next(item)) {
             if (!item.error.isEmpty()) throw Exception(item.error);
-            batches.push_back(std::move(item.batch));
+            apply(item.batch);
+            ++applied;
+            if (progress) progress(applied, item.bytesRead, reader.total());
         }
     }
-    // Dry run over the whole file first, so that nothing applies unless all does.
+    releaseFreedHeap();
+    return applied;
+}
+
+int Database::loadFileAtomically(QString const& path, std::function<void(int, int, QString const&)> afterBatch)
+{
+    int count = 0;
     {
-        QHash<Table*, KeyOverlay> overlays;
-        for (Batch const& b : batches) BatchApplier::plan(b, &overlays[b.table.data()], true);
+        std::vector<Batch> batches;
+        {
+            DecodingReader reader(*this, path);
+            DecodingReader::Item item;
+            while (reader.next(item)) {
+                if (!item.error.isEmpty()) throw Exception(item.error);
+                batches.push_back(std::move(item.batch));
+            }
+        }
+        // Dry run over the whole file first, so that nothing applies unless all does.
+        {
+            QHash<Table*, KeyOverlay> overlays;
+            for (Batch const& b : batches) BatchApplier::plan(b, &overlays[b.table.data()], true);
+        }
+        int applied = 0;
+        for (Batch const& b : batches) {
+            apply(b);
+            if (afterBatch) afterBatch(++applied, int(batches.size()), b.table->name());
+        }
+        count = int(batches.size());
     }
-    int applied = 0;
-    for (Batch const& b : batches) {
-        apply(b);
-        if (afterBatch) afterBatch(++applied, int(batches.size()), b.table->name());
-    }
-    return int(batches.size());
+    releaseFreedHeap();
+    return count;
 }

@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <atomic>
 #include <functional>
+#include <mutex>
 #include <vector>
 
 class Index;
@@ -91,7 +92,8 @@ private:
     friend class BatchApplier;
     static void release(Table* table);   // deleter of the shared pointer
     static Field absentField();
-    void freeBuffer(unsigned char* row) const;
+    unsigned char* takeRowBuffer() const;
+    void giveRowBuffer(unsigned char* row) const;
 
     QString m_name;
     std::vector<ColumnDef> m_columns;
@@ -111,4 +113,11 @@ private:
     // row buffer is freed after the database dropped it.
     mutable std::atomic<int> m_liveRows{1};
     std::atomic<bool> m_dropped{false};
+    // Row buffers are carved from blocks of the table's own, so that a row
+    // costs its size and no allocator header or rounding, and freed rows are
+    // kept for the table's next ones. Rows may be freed on any thread.
+    mutable std::mutex m_poolMutex;
+    mutable unsigned char* m_freeRows = nullptr;   // linked through their first bytes
+    mutable std::vector<unsigned char*> m_blocks;
+    mutable int m_nextBlockRows = 4;               // doubles up to a limit
 };
