@@ -1,11 +1,13 @@
 #include "cachedindex.h"
 #include "index_fixture.h"
 #include "masterindex.h"
+#include <database/exception.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
+#include <map>
 #include <memory>
 #include <random>
 #include <tuple>
@@ -138,6 +140,27 @@ void expectKeyCopiesTrue(I const& index, char const* what)
         }
     }
     EXPECT_EQ(position, index.count()) << what;
+
+    // Looked up all at once, as a batch plan does: what find() gives each,
+    // for rows spread over every partition and for keys not there.
+    std::vector<Record> keys;
+    for (int p = 0; p < index.count(); p += 7) keys.push_back(index.at(p));
+    Table const* table = index.table();
+    for (int k = 0; k < 40; ++k) {
+        // A row's key with its last column moved out of every range used.
+        Record missing = table->copyRow(index.at(k * 13 % index.count()));
+        Field last = table->dataPtr(missing.row(), index.columns().last());
+        QString text = QStringLiteral("ZZ%1").arg(k);
+        if (last.type() == FieldType::Char) last = QStringRef(&text);
+        else if (last.type() == FieldType::Int) last = 1000 + k;
+        else last = 1000LL + k;
+        keys.push_back(missing);
+    }
+    std::vector<Record const*> pointers;
+    for (Record const& r : keys) pointers.push_back(&r);
+    std::vector<Record> each = index.findEach(pointers);
+    ASSERT_EQ(each.size(), keys.size()) << what;
+    for (std::size_t k = 0; k < keys.size(); ++k) EXPECT_EQ(each[k], index.find(keys[k], -1)) << what << " key " << k;
 }
 } // namespace
 
@@ -426,3 +449,88 @@ TEST(MasterIndexSearch, GeneralKeyMatchesEveryValueKind)
     Registered<MasterIndex_Column> id(table, QStringList{"id"});
     EXPECT_EQ(id->findKey(MasterKey() << 7LL, -1).data("id").rawInt32(), 7);
 }
+
+// Batches long enough to be looked up all at once fold like their
+// operations applied in turn, and a batch with a bad operation is rejected
+// whole, naming that operation: over a typed master index (key copies) and
+// a general one.
+class LargeBatches : public ::testing::TestWithParam<bool> {};
+
+TEST_P(LargeBatches, FoldLikeTheirOperationsInTurn)
+{
+    Database db;
+    if (GetParam()) db.setMasterIndexFactory("pairs", &MasterIndex_Struct_Cached<int, int, long long>::create);
+    db.loadSchemaJson(R"({"tables": [{"name": "pairs", "key": ["a", "b", "c"], "columns": [
+        {"name": "a", "type": 1, "nullable": false}, {"name": "b", "type": 1, "nullable": false},
+        {"name": "c", "type": 2, "nullable": false}, {"name": "qty", "type": 1}, {"name": "note", "type": 8}]}]})",
+                      QStringLiteral("pairs-schema"));
+    Table* table = db.table("pairs").data();
+    ASSERT_EQ(table->masterIndex()->keepsKeyCopies(), GetParam());
+
+    using Key = std::tuple<int, int, qint64>;
+    using Values = std::pair<int, QString>;   // qty, note
+    std::map<Key, Values> model;
+    auto contents = [&] {
+        std::map<Key, Values> out;
+        for (auto it = table->masterIndex()->begin(); it != table->masterIndex()->end(); ++it)
+            out[Key(it->data("a").rawInt32(), it->data("b").rawInt32(), it->data("c").rawInt64())] =
+                Values(it->data("qty").rawInt32(), it->data("note").toString());
+        return out;
+    };
+    std::mt19937 rng(17);
+    int rejected = 0;
+    for (int round = 0; round < 60; ++round) {
+        std::map<Key, Values> next = model;
+        QJsonArray ops;
+        int firstBad = 0;
+        int count = 16 + int(rng() % 30);
+        for (int k = 1; k <= count; ++k) {
+            Key key(int(rng() % 2) - 1, int(rng() % 3), qint64(rng() % 12) - 6);
+            QJsonObject row{{"a", std::get<0>(key)}, {"b", std::get<1>(key)}, {"c", QString::number(std::get<2>(key))}};
+            bool there = next.count(key) > 0;
+            // Mostly operations that fit the rows as they stand; now and
+            // then (one round in four) one that does not.
+            bool bad = !firstBad && round % 4 == 3 && rng() % 8 == 0;
+            int kind = bad ? (there ? 0 : 1 + int(rng() % 2)) : (there ? 1 + int(rng() % 2) : 0);
+            if (kind == 0) {
+                int qty = int(rng() % 1000);
+                row.insert("qty", qty);
+                row.insert("note", QStringLiteral("n%1").arg(qty));
+                ops.append(op("insert", row));
+                if (!there) next[key] = Values(qty, QStringLiteral("n%1").arg(qty));
+            } else if (kind == 1) {
+                // One column or the other or both, so that updates of one
+                // row fold column lists that differ.
+                int qty = int(rng() % 1000), which = int(rng() % 3);
+                if (which != 1) row.insert("qty", qty);
+                if (which != 0) row.insert("note", QStringLiteral("u%1").arg(qty));
+                ops.append(op("update", row));
+                if (there) {
+                    if (which != 1) next[key].first = qty;
+                    if (which != 0) next[key].second = QStringLiteral("u%1").arg(qty);
+                }
+            } else {
+                ops.append(op("delete", row));
+                next.erase(key);
+            }
+            if (bad) firstBad = k;
+        }
+        QJsonObject batch{{"table", "pairs"}, {"ops", ops}};
+        try {
+            db.apply(BatchDecoder(db).decode(QJsonDocument(batch).toJson(QJsonDocument::Compact), QStringLiteral("t")));
+            ASSERT_EQ(firstBad, 0) << "round " << round << " accepted a bad operation";
+            model = next;
+        } catch (Exception const& e) {
+            ASSERT_NE(firstBad, 0) << "round " << round << ": " << e.message().toStdString();
+            EXPECT_TRUE(e.message().contains(QStringLiteral("row %1:").arg(firstBad))) << e.message().toStdString();
+            ++rejected;
+        }
+        ASSERT_EQ(contents(), model) << "round " << round;
+        ASSERT_EQ(table->masterIndex()->count(), int(model.size()));
+    }
+    EXPECT_GT(rejected, 3);
+    EXPECT_GT(model.size(), 10u);
+}
+
+INSTANTIATE_TEST_SUITE_P(MasterIndexes, LargeBatches, ::testing::Bool(),
+                         [](::testing::TestParamInfo<bool> const& info) { return info.param ? "typed" : "general"; });

@@ -4,6 +4,7 @@
 
 #include <QElapsedTimer>
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -63,13 +64,76 @@ Record BatchApplier::ownedCopy(Table const* table, Record const& image)
     return row;
 }
 
+namespace {
+// Entries of the rows a batch finds in its table, by row: open addressing
+// over a power-of-two table of row pointers, no allocation per entry.
+class RowEntries
+{
+public:
+    explicit RowEntries(std::size_t expected)
+    {
+        if (!expected) return;
+        std::size_t size = 16;
+        while (size < expected + expected / 2) size *= 2;
+        m_slots.assign(size, Slot());
+        m_mask = size - 1;
+        m_entries.reserve(expected);
+    }
+    // The entry of `row`, created Existing when new.
+    Entry& at(Record const& row)
+    {
+        auto h = reinterpret_cast<std::uintptr_t>(row.row());
+        std::size_t i = std::size_t((h >> 4) * 0x9E3779B97F4A7C15ull >> 20) & m_mask;
+        while (m_slots[i].row && m_slots[i].row != row.row()) i = (i + 1) & m_mask;
+        Slot& slot = m_slots[i];
+        if (!slot.row) {
+            slot.row = row.row();
+            slot.entry = int(m_entries.size());
+            m_entries.emplace_back();
+            m_entries.back().state = State::Existing;
+            m_entries.back().row = row;
+        }
+        return m_entries[std::size_t(slot.entry)];
+    }
+
+private:
+    struct Slot
+    {
+        unsigned char* row = nullptr;
+        int entry = 0;
+    };
+    std::vector<Slot> m_slots;
+    std::vector<Entry> m_entries;   // reserved: references stay valid
+    std::size_t m_mask = 0;
+};
+} // namespace
+
 BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysOnly)
 {
     BatchPlan plan;
     Table* table = batch.table.data();
     if (!table) throw Exception(QStringLiteral("%1: the batch has no table").arg(batch.origin));
+    // Keys not in the table (and every key of a dry run or of a batch that
+    // clears) are told apart by their bytes.
     QHash<QByteArray, Entry> entries;
-    entries.reserve(int(batch.ops.size()));
+    // The usual batch changes rows the table has: all its keys are looked up
+    // at once, and the rows found name their entries.
+    bool lookedUp = !overlay && !keysOnly && batch.ops.size() >= 16 &&
+                    std::none_of(batch.ops.begin(), batch.ops.end(), [](BatchOp const& op) { return op.kind == BatchOp::Clear; });
+    std::vector<Record> existing;
+    if (lookedUp) {
+        std::vector<Record const*> keys;
+        keys.reserve(batch.ops.size());
+        for (BatchOp const& op : batch.ops) {
+            if (op.image.isEmpty() || op.image.table() != table) { lookedUp = false; break; }
+            keys.push_back(&op.image);
+        }
+        // The sorted list itself, past any caching override: caching the
+        // batch's keys would only push the readers' recent keys out.
+        if (lookedUp) existing = table->masterIndex()->IndexSort::findEach(keys);
+    }
+    RowEntries byRow(lookedUp ? batch.ops.size() : 0);
+    if (!lookedUp) entries.reserve(int(batch.ops.size()));
     bool clearedBefore = overlay && overlay->cleared;   // by an earlier batch of a dry run
     bool clearedHere = false;
     int rowNo = 0;
@@ -92,26 +156,28 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
             continue;
         }
         if (op.image.isEmpty() || op.image.table() != table) fail(QStringLiteral("the row does not belong to the table"));
-        QByteArray key = keyBytes(table, op.image.row());
-        auto it = entries.find(key);
-        if (it == entries.end()) {
+        Entry* entry = nullptr;
+        if (lookedUp && !existing[std::size_t(rowNo - 1)].isEmpty()) entry = &byRow.at(existing[std::size_t(rowNo - 1)]);
+        QByteArray key = entry ? QByteArray() : keyBytes(table, op.image.row());
+        auto it = entry ? entries.end() : entries.find(key);
+        if (!entry && it == entries.end()) {
             Entry e;
             bool known = false, exists = false;
             if (overlay && !clearedHere) {
                 auto o = overlay->exists.constFind(key);
                 if (o != overlay->exists.constEnd()) { known = true; exists = o.value(); }
             }
-            if (!clearedHere && !clearedBefore && !known) {
-                // The sorted list itself, past any caching override: each key
-                // of a batch is looked up once here, and caching it would only
-                // push the readers' recent keys out.
+            if (lookedUp) {
+                // Looked up with the rest: not in the table.
+            } else if (!clearedHere && !clearedBefore && !known) {
+                // The sorted list itself, past any caching override.
                 e.row = table->masterIndex()->IndexSort::find(op.image, -1);
                 exists = !e.row.isEmpty();
             }
             e.state = exists ? State::Existing : State::Absent;
             it = entries.insert(key, e);
         }
-        Entry& e = it.value();
+        Entry& e = entry ? *entry : it.value();
         switch (op.kind) {
         case BatchOp::Insert:
             if (e.state == State::Existing || e.state == State::Inserted)
@@ -139,14 +205,25 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
             }
             if (e.update < 0) {
                 e.update = int(plan.updates.size());
-                plan.updates.push_back({e.row, Record(table), {}});
-                plan.updates.back().columns.reserve(op.columns.size());
+                if (plan.updates.empty()) plan.updates.reserve(batch.ops.size());
+                plan.updates.push_back({e.row, Record(table), int(plan.updateColumns.size()), 0});
             }
             BatchPlan::Update& u = plan.updates[std::size_t(e.update)];
+            if (u.firstColumn + u.columnCount != int(plan.updateColumns.size())) {
+                // A later operation on an earlier row: its run moves to the
+                // end, where it can grow.
+                std::vector<int> run(plan.updateColumns.begin() + u.firstColumn,
+                                     plan.updateColumns.begin() + u.firstColumn + u.columnCount);
+                u.firstColumn = int(plan.updateColumns.size());
+                plan.updateColumns.insert(plan.updateColumns.end(), run.begin(), run.end());
+            }
             for (int c : op.columns) {
                 if (table->keyColumnNumbers().contains(c)) continue;
                 copyColumn(table, u.image.row(), op.image.row(), c);
-                if (std::find(u.columns.begin(), u.columns.end(), c) == u.columns.end()) u.columns.push_back(c);
+                auto runBegin = plan.updateColumns.begin() + u.firstColumn;
+                if (std::find(runBegin, runBegin + u.columnCount, c) != runBegin + u.columnCount) continue;
+                plan.updateColumns.push_back(c);
+                ++u.columnCount;
             }
             break;
         }
@@ -170,7 +247,7 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
     plan.inserts.erase(std::remove_if(plan.inserts.begin(), plan.inserts.end(), [](Record const& r) { return r.isEmpty(); }),
                        plan.inserts.end());
     plan.updates.erase(std::remove_if(plan.updates.begin(), plan.updates.end(),
-                                      [](BatchPlan::Update const& u) { return u.row.isEmpty() || u.columns.empty(); }),
+                                      [](BatchPlan::Update const& u) { return u.row.isEmpty() || u.columnCount == 0; }),
                        plan.updates.end());
     if (overlay) {
         if (clearedHere) { overlay->cleared = true; overlay->exists.clear(); }
@@ -219,7 +296,8 @@ void BatchApplier::apply(Table* table, BatchPlan const& plan)
             if (auto* l = dynamic_cast<IndexList*>(i)) lists.append(l);
         for (IndexList* l : lists) l->structureLock().lock();
         for (auto const& u : plan.updates)
-            for (int c : u.columns) copyColumn(table, u.row.row(), u.image.row(), c);
+            for (int k = 0; k < u.columnCount; ++k)
+                copyColumn(table, u.row.row(), u.image.row(), plan.updateColumns[std::size_t(u.firstColumn + k)]);
         for (IndexList* l : lists) l->structureLock().unlock();
     }
 

@@ -17,8 +17,11 @@ struct BatchPlan
 {
     bool clearAll = false;
     std::vector<Record> inserts;         // images of new rows
-    struct Update { Record row; Record image; std::vector<int> columns; };
+    // An updated row, its new values and the columns they change: a run of
+    // `columnCount` numbers in updateColumns from `firstColumn`.
+    struct Update { Record row; Record image; int firstColumn = 0; int columnCount = 0; };
     std::vector<Update> updates;
+    std::vector<int> updateColumns;      // one allocation for every update's columns
     std::vector<Record> deletes;
     int firstColumn = -1;
     int lastColumn = -1;

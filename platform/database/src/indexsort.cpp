@@ -155,6 +155,63 @@ int boundByKeys(PartitionList<Record> const& list, int from, unsigned char const
     }
     }
 }
+// Finds a group of keys at a time, their binary searches interleaved step
+// by step: each step issues one independent load per key, so that the
+// group's cache misses overlap instead of following one another. Found
+// records are referenced one group later, after their slots and rows were
+// prefetched (taking a reference writes to the row).
+template <int W>
+void findEachByKeys(PartitionList<Record> const& list, std::vector<Record const*> const& keys, std::vector<Record>& found)
+{
+    constexpr std::size_t group = 16;
+    std::size_t const n = keys.size();
+    int const parts = list.partitionCount();
+    if (parts == 0) return;
+    unsigned char probes[group][W];
+    unsigned char const* base[group];
+    unsigned char const* start[group];
+    std::size_t left[group];
+    int part[group];
+    Record const* held[2][group] = {};
+    for (std::size_t g = 0, round = 0; g < n + group; g += group, ++round) {
+        std::size_t count = g < n ? std::min(group, n - g) : 0;
+        Record const** mine = held[round % 2];
+        for (std::size_t k = 0; k < count; ++k) {
+            list.extractKey(*keys[g + k], probes[k]);
+            part[k] = lowerBoundIn<W, false>(list.lastKeyOf(0), 0, parts, probes[k]);
+            if (part[k] == parts) { left[k] = 0; base[k] = start[k] = nullptr; continue; }
+            start[k] = base[k] = list.keyAt(part[k], 0);
+            left[k] = std::size_t(list.partitionAt(part[k]).count());
+        }
+        for (bool active = true; active;) {
+            active = false;
+            for (std::size_t k = 0; k < count; ++k) {
+                if (left[k] <= 1) continue;
+                std::size_t half = left[k] / 2;
+                base[k] = keyBefore<W, false>(base[k] + half * W, probes[k]) ? base[k] + half * W : base[k];
+                left[k] -= half;
+                __builtin_prefetch(base[k] + (left[k] / 2) * W);
+                active = true;
+            }
+        }
+        for (std::size_t k = 0; k < count; ++k) {
+            mine[k] = nullptr;
+            if (!base[k]) continue;
+            unsigned char const* at = base[k] + (keyBefore<W, false>(base[k], probes[k]) ? W : 0);
+            std::size_t offset = std::size_t(at - start[k]) / W;
+            if (offset >= std::size_t(list.partitionAt(part[k]).count()) || std::memcmp(at, probes[k], W) != 0) continue;
+            mine[k] = &list.partitionAt(part[k]).items[offset];
+            __builtin_prefetch(mine[k]->row(), 1);
+        }
+        // The previous group's rows have had this group's searches to arrive.
+        if (round > 0) {
+            Record const** theirs = held[(round + 1) % 2];
+            std::size_t prev = g - group;
+            for (std::size_t k = 0; k < group && prev + k < n; ++k)
+                if (theirs[k]) found[prev + k] = *theirs[k];
+        }
+    }
+}
 } // namespace
 
 void IndexSort::keepKeyCopies(int width, PartitionList<Record>::KeyExtract extract, void const* owner)
@@ -397,6 +454,35 @@ int IndexSort::search(Record const& key, int from) const
     int pos = lowerBoundLocked(key, from + 1, nullptr, nullptr);
     Record const& r = m_records.at(pos);
     return (!r.isEmpty() && compare(r, key) == 0) ? pos : -1;
+}
+
+std::vector<Record> IndexSort::findEach(std::vector<Record const*> const& keys) const
+{
+    std::vector<Record> found(keys.size());
+    std::shared_lock<std::shared_mutex> lock(m_lock);
+    if (!m_records.keyWidth()) {
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            int pos = lowerBoundLocked(*keys[i], 0, nullptr, nullptr);
+            Record const& r = m_records.at(pos);
+            if (!r.isEmpty() && compare(r, *keys[i]) == 0) found[i] = r;
+        }
+        return found;
+    }
+    switch (m_records.keyWidth()) {
+    case 12: findEachByKeys<12>(m_records, keys, found); break;
+    case 16: findEachByKeys<16>(m_records, keys, found); break;
+    case 24: findEachByKeys<24>(m_records, keys, found); break;
+    default:
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            unsigned char probe[maxKeyCopyWidth];
+            m_records.extractKey(*keys[i], probe);
+            int part = 0, offset = 0;
+            int pos = boundByKeys<false>(m_records, 0, probe, &part, &offset);
+            if (pos < m_records.count() && std::memcmp(m_records.keyAt(part, offset), probe, std::size_t(m_records.keyWidth())) == 0)
+                found[i] = m_records.partitionAt(part).items[std::size_t(offset)];
+        }
+    }
+    return found;
 }
 
 int IndexSort::searchLast(Record const& key, int from) const

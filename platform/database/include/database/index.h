@@ -126,6 +126,12 @@ public:
     int searchFull(Record const& record, int from) const override;
     void resort() override;
 
+    // The record equal to each of `keys` (empty where none), as find(key, -1)
+    // gives them, under one hold of the lock. With key copies the rows are
+    // fetched ahead while later keys are searched, so that a batch of
+    // lookups waits on memory once rather than once per key.
+    std::vector<Record> findEach(std::vector<Record const*> const& keys) const;
+
     // First position after `after` whose record's key equals `key`, or -1.
     // CompareKey(record, key) returns <0, 0, >0 as the record's key is
     // smaller, equal or greater. A CompareKey that can also write `key` in
