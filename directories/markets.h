@@ -103,7 +103,7 @@ private:
     Key keyOf(Record const& record) const;
     // Where `key` is or would go; true when it is there.
     bool locate(Key const& key, int& part, int& offset) const;
-    void store(Key const& key, int decimals);
+    void storeAt(Key const& key, int decimals, bool found, int part, int offset);
 
     int m_stockId = -1;
     int m_secId = -1;
