@@ -80,7 +80,7 @@ public:
         m_entries.reserve(expected);
     }
     // The entry of `row`, created Existing when new.
-    Entry& at(Record const& row)
+    Entry& at(Record&& row)
     {
         auto h = reinterpret_cast<std::uintptr_t>(row.row());
         std::size_t i = std::size_t((h >> 4) * 0x9E3779B97F4A7C15ull >> 20) & m_mask;
@@ -91,7 +91,7 @@ public:
             slot.entry = int(m_entries.size());
             m_entries.emplace_back();
             m_entries.back().state = State::Existing;
-            m_entries.back().row = row;
+            m_entries.back().row = std::move(row);
         }
         return m_entries[std::size_t(slot.entry)];
     }
@@ -146,7 +146,15 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
         return parts.join(QLatin1Char(','));
     };
 
+    std::size_t const opCount = batch.ops.size();
     for (BatchOp const& op : batch.ops) {
+        // The decoded operations lie scattered on the heap: fetch the ones
+        // a few rows ahead while this one is planned.
+        if (std::size_t(rowNo) + 8 < opCount) {
+            BatchOp const& ahead = batch.ops[std::size_t(rowNo) + 8];
+            if (!ahead.columns.empty()) __builtin_prefetch(ahead.columns.data());
+            __builtin_prefetch(ahead.image.row());
+        }
         ++rowNo;
         if (op.kind == BatchOp::Clear) {
             plan = BatchPlan();
@@ -157,7 +165,7 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
         }
         if (op.image.isEmpty() || op.image.table() != table) fail(QStringLiteral("the row does not belong to the table"));
         Entry* entry = nullptr;
-        if (lookedUp && !existing[std::size_t(rowNo - 1)].isEmpty()) entry = &byRow.at(existing[std::size_t(rowNo - 1)]);
+        if (lookedUp && !existing[std::size_t(rowNo - 1)].isEmpty()) entry = &byRow.at(std::move(existing[std::size_t(rowNo - 1)]));
         QByteArray key = entry ? QByteArray() : keyBytes(table, op.image.row());
         auto it = entry ? entries.end() : entries.find(key);
         if (!entry && it == entries.end()) {
