@@ -270,6 +270,27 @@ struct NoSetup {};
 } // namespace detail
 } // namespace directory
 
+namespace directory {
+namespace detail {
+// For IndexSort::searchBinary over a MasterIndex_Struct level: a row's key
+// against a typed key, and the typed key written as the index keeps its
+// key copies.
+template <class Level>
+class StructCompareKey
+{
+public:
+    static constexpr int storedWidth = Level::keyBytes;
+
+    explicit StructCompareKey(Level const* index) : m_index(index) {}
+    int operator()(Record const& record, typename Level::Key const& key) const { return m_index->compareKeyRow(record.row(), key); }
+    void store(typename Level::Key const& key, unsigned char* out) const { Level::storeKey(key, out + Level::keyBytes); }
+
+private:
+    Level const* m_index;
+};
+} // namespace detail
+} // namespace directory
+
 // The typed values of a key in key-column order: value, then the rest.
 template <class... T> struct MasterKey_Struct;
 
@@ -339,19 +360,8 @@ public:
                                                         directory::detail::KeyColumn<T>::length);
     }
 
-    class CompareKey
-    {
-    public:
-        // The key written as the index keeps its key copies.
-        static constexpr int storedWidth = keyBytes;
-        void store(Key const& key, unsigned char* out) const { storeKey(key, out + keyBytes); }
-
-        explicit CompareKey(MasterIndex_Struct const* index) : m_index(index) {}
-        int operator()(Record const& record, Key const& key) const { return m_index->compareKeyRow(record.row(), key); }
-
-    private:
-        MasterIndex_Struct const* m_index;
-    };
+    using CompareKey = directory::detail::StructCompareKey<MasterIndex_Struct>;
+    friend CompareKey;
 
     Key key(Record const& record) const
     {
@@ -434,19 +444,8 @@ public:
                                                         directory::detail::KeyColumn<T>::length);
     }
 
-    class CompareKey
-    {
-    public:
-        // The key written as the index keeps its key copies.
-        static constexpr int storedWidth = keyBytes;
-        void store(Key const& key, unsigned char* out) const { storeKey(key, out + keyBytes); }
-
-        explicit CompareKey(MasterIndex_Struct const* index) : m_index(index) {}
-        int operator()(Record const& record, Key const& key) const { return m_index->compareKeyRow(record.row(), key); }
-
-    private:
-        MasterIndex_Struct const* m_index;
-    };
+    using CompareKey = directory::detail::StructCompareKey<MasterIndex_Struct>;
+    friend CompareKey;
 
     Key key(Record const& record) const
     {
