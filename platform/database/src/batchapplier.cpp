@@ -53,7 +53,7 @@ struct Entry
 
 Record BatchApplier::ownedCopy(Table const* table, Record const& image)
 {
-    Record row = table->copyRow(image);
+    Record row = table->copyRow(image, true);
     // The new row owns its strings outright: the image's were allocated by
     // the decoding thread, and a row sharing them would pin that thread's
     // heap pages for as long as the row lives.

@@ -111,9 +111,9 @@ int Table::rowCount() const { return m_master ? m_master->count() : 0; }
 
 Field Table::absentField() { return Field(&unknownColumn(), nullptr, &g_noFlags, 1); }
 
-Record Table::copyRow(Record const& source) const
+Record Table::copyRow(Record const& source, bool forTable) const
 {
-    Record copy(this);
+    Record copy = Record::adopt(allocRow(forTable));
     unsigned char* dst = copy.row();
     unsigned char const* src = source.row();
     // Values and flags byte for byte, then each string properly shared.
@@ -134,13 +134,14 @@ Record Table::copyRow(Record const& source) const
 #endif
 #endif
 
-unsigned char* Table::takeRowBuffer() const
+unsigned char* Table::takeRowBuffer(bool fromBlocks) const
 {
 #ifdef DATABASE_ROWS_FROM_MALLOC
     // Under the address checker every row is an allocation of its own, so
     // that a use after free is caught.
-    return static_cast<unsigned char*>(std::malloc(std::size_t(m_rowSize)));
-#else
+    fromBlocks = false;
+#endif
+    if (!fromBlocks) return static_cast<unsigned char*>(std::malloc(std::size_t(m_rowSize)));
     std::lock_guard<std::mutex> lock(m_poolMutex);
     if (!m_freeRows) {
         // Small tables take small blocks; large ones grow to 64 rows a block.
@@ -158,28 +159,30 @@ unsigned char* Table::takeRowBuffer() const
     unsigned char* row = m_freeRows;
     std::memcpy(&m_freeRows, row, sizeof m_freeRows);
     return row;
-#endif
 }
 
-void Table::giveRowBuffer(unsigned char* row) const
+void Table::giveRowBuffer(unsigned char* row, bool fromBlocks) const
 {
-#ifdef DATABASE_ROWS_FROM_MALLOC
-    std::free(row);
-#else
+    if (!fromBlocks) {
+        std::free(row);
+        return;
+    }
     std::lock_guard<std::mutex> lock(m_poolMutex);
     std::memcpy(row, &m_freeRows, sizeof m_freeRows);
     m_freeRows = row;
-#endif
 }
 
-unsigned char* Table::allocRow() const
+unsigned char* Table::allocRow(bool forTable) const
 {
-    auto* row = takeRowBuffer();
+#ifdef DATABASE_ROWS_FROM_MALLOC
+    forTable = false;
+#endif
+    auto* row = takeRowBuffer(forTable);
     if (!row) throw std::bad_alloc();
     std::memset(row, 0, std::size_t(m_rowSize));
     auto* h = new (row) RowHeader;
     h->ref.store(1, std::memory_order_relaxed);
-    h->flags = 0;
+    h->flags = forTable ? std::uint32_t(RowFromBlocks) : 0;
     h->table = const_cast<Table*>(this);
     for (int c : m_stringColumns) new (row + m_columns[std::size_t(c)].offset) QString();
     m_liveRows.fetch_add(1, std::memory_order_relaxed);
@@ -191,8 +194,10 @@ void Table::freeRow(unsigned char* row) const
     if (!row) return;
     for (int c : m_stringColumns)
         std::launder(reinterpret_cast<QString*>(row + m_columns[std::size_t(c)].offset))->~QString();
-    reinterpret_cast<RowHeader*>(row)->~RowHeader();
-    giveRowBuffer(row);
+    auto* h = reinterpret_cast<RowHeader*>(row);
+    bool fromBlocks = h->flags & RowFromBlocks;
+    h->~RowHeader();
+    giveRowBuffer(row, fromBlocks);
     if (m_liveRows.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 

@@ -15,7 +15,9 @@ struct RowHeader
     std::uint32_t flags;      // RowInTable when the row belongs to the table
     Table* table;
 };
-enum RowFlags : std::uint32_t { RowInTable = 1 };
+// RowFromBlocks: the buffer came from its table's own blocks (rows that
+// become the table's), not from the general allocator (key rows, images).
+enum RowFlags : std::uint32_t { RowInTable = 1, RowFromBlocks = 2 };
 
 // Reference-counted handle on one row buffer. The last reference hands the
 // buffer back to its table.

@@ -60,9 +60,13 @@ public:
         }
         return absentField();
     }
-    // A copy of `source` (a row of this table): values, null flags and strings.
-    Record copyRow(Record const& source) const;
-    unsigned char* allocRow() const;                     // reference count 1, all null
+    // A copy of `source` (a row of this table): values, null flags and
+    // strings. `forTable`: the copy is to become one of the table's rows.
+    Record copyRow(Record const& source, bool forTable = false) const;
+    // Reference count 1, all null. Rows for the table itself come from its
+    // blocks; key rows and images (made by lookups on any thread, and
+    // short-lived) come from the general allocator and take no lock here.
+    unsigned char* allocRow(bool forTable = false) const;
     void freeRow(unsigned char* row) const;
 
     void lock() const { m_mutex.lock(); }
@@ -92,8 +96,8 @@ private:
     friend class BatchApplier;
     static void release(Table* table);   // deleter of the shared pointer
     static Field absentField();
-    unsigned char* takeRowBuffer() const;
-    void giveRowBuffer(unsigned char* row) const;
+    unsigned char* takeRowBuffer(bool fromBlocks) const;
+    void giveRowBuffer(unsigned char* row, bool fromBlocks) const;
 
     QString m_name;
     std::vector<ColumnDef> m_columns;
@@ -113,7 +117,7 @@ private:
     // row buffer is freed after the database dropped it.
     mutable std::atomic<int> m_liveRows{1};
     std::atomic<bool> m_dropped{false};
-    // Row buffers are carved from blocks of the table's own, so that a row
+    // The table's rows are carved from blocks of its own, so that a row
     // costs its size and no allocator header or rounding, and freed rows are
     // kept for the table's next ones. Rows may be freed on any thread.
     mutable std::mutex m_poolMutex;
