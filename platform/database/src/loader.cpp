@@ -157,17 +157,17 @@ int Database::loadFileAtomically(QString const& path, std::function<void(int, in
     {
         std::vector<Batch> batches;
         {
+            // Every batch is dry-run in file order as it arrives, while the
+            // worker decodes the next ones: nothing applies unless all of
+            // the file passes.
+            QHash<Table*, KeyOverlay> overlays;
             DecodingReader reader(*this, path);
             DecodingReader::Item item;
             while (reader.next(item)) {
                 if (!item.error.isEmpty()) throw Exception(item.error);
+                BatchApplier::plan(item.batch, &overlays[item.batch.table.data()], true);
                 batches.push_back(std::move(item.batch));
             }
-        }
-        // Dry run over the whole file first, so that nothing applies unless all does.
-        {
-            QHash<Table*, KeyOverlay> overlays;
-            for (Batch const& b : batches) BatchApplier::plan(b, &overlays[b.table.data()], true);
         }
         int applied = 0;
         for (Batch const& b : batches) {
