@@ -439,48 +439,44 @@ int IndexSort::indexOf(Record const& record) const
 
 void IndexSort::move(int from, int to, int n) { IndexList::move(from, to, n); }
 
+int IndexSort::findLocked(Record const& key, int after, Record* found) const
+{
+    if (m_records.keyWidth()) {
+        unsigned char probe[maxKeyCopyWidth];
+        m_records.extractKey(key, probe);
+        return searchKeyCopyLocked(probe, after, found);
+    }
+    int pos = lowerBoundLocked(key, after + 1, nullptr, nullptr);
+    Record const& r = m_records.at(pos);
+    if (r.isEmpty() || compare(r, key) != 0) return -1;
+    if (found) *found = r;
+    return pos;
+}
+
 Record IndexSort::find(Record const& key, int from) const
 {
     std::shared_lock<std::shared_mutex> lock(m_lock);
-    int pos = lowerBoundLocked(key, from + 1, nullptr, nullptr);
-    Record const& r = m_records.at(pos);
-    if (!r.isEmpty() && compare(r, key) == 0) return r;
-    return Record();
+    Record found;
+    findLocked(key, from, &found);
+    return found;
 }
 
 int IndexSort::search(Record const& key, int from) const
 {
     std::shared_lock<std::shared_mutex> lock(m_lock);
-    int pos = lowerBoundLocked(key, from + 1, nullptr, nullptr);
-    Record const& r = m_records.at(pos);
-    return (!r.isEmpty() && compare(r, key) == 0) ? pos : -1;
+    return findLocked(key, from, nullptr);
 }
 
 std::vector<Record> IndexSort::findEach(std::vector<Record const*> const& keys) const
 {
     std::vector<Record> found(keys.size());
     std::shared_lock<std::shared_mutex> lock(m_lock);
-    if (!m_records.keyWidth()) {
-        for (std::size_t i = 0; i < keys.size(); ++i) {
-            int pos = lowerBoundLocked(*keys[i], 0, nullptr, nullptr);
-            Record const& r = m_records.at(pos);
-            if (!r.isEmpty() && compare(r, *keys[i]) == 0) found[i] = r;
-        }
-        return found;
-    }
     switch (m_records.keyWidth()) {
     case 12: findEachByKeys<12>(m_records, keys, found); break;
     case 16: findEachByKeys<16>(m_records, keys, found); break;
     case 24: findEachByKeys<24>(m_records, keys, found); break;
     default:
-        for (std::size_t i = 0; i < keys.size(); ++i) {
-            unsigned char probe[maxKeyCopyWidth];
-            m_records.extractKey(*keys[i], probe);
-            int part = 0, offset = 0;
-            int pos = boundByKeys<false>(m_records, 0, probe, &part, &offset);
-            if (pos < m_records.count() && std::memcmp(m_records.keyAt(part, offset), probe, std::size_t(m_records.keyWidth())) == 0)
-                found[i] = m_records.partitionAt(part).items[std::size_t(offset)];
-        }
+        for (std::size_t i = 0; i < keys.size(); ++i) findLocked(*keys[i], -1, &found[i]);
     }
     return found;
 }

@@ -210,6 +210,8 @@ protected:
     }
     // The same over the key copies, for a probe in their form.
     int searchKeyCopyLocked(unsigned char const* probe, int after, Record* found) const;
+    // The same for a key given as a record (over the key copies when kept).
+    int findLocked(Record const& key, int after, Record* found) const;
 
     // Position where `record` would go after its equals (caller holds the lock).
     int upperBoundLocked(Record const& record, int* part, int* offset) const;
