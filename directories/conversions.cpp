@@ -1,4 +1,5 @@
 #include "datetime.h"
+#include <core/clock.h>
 
 #include <core/bcdii.h>
 #include <database/exception.h>
@@ -111,8 +112,7 @@ datetime::datetime(QString const& text)
 
 datetime datetime::now()
 {
-    QDateTime local = QDateTime::currentDateTime();
-    return datetime(QDateTime(local.date(), local.time(), Qt::UTC).toMSecsSinceEpoch());
+    return datetime(Clock::nowMSecs());
 }
 
 QDate datetime::getDate() const

@@ -250,3 +250,36 @@ TEST(XDecimal, AddsAtTheLargerScale)
 }
 
 } // namespace
+
+#include <core/clock.h>
+
+namespace {
+// Restores the machine's clock whatever the test did.
+struct ClockGuard
+{
+    ~ClockGuard() { Clock::useSystem(); }
+};
+} // namespace
+
+TEST(Clock, NowFollowsAFixedClockAndAnOffset)
+{
+    ClockGuard guard;
+    datetime const dayStart(QStringLiteral("2026-11-20 10:00:00"));
+    Clock::setFixed(dayStart.value());
+    EXPECT_EQ(datetime::now(), dayStart);
+    EXPECT_EQ(datetime::now(), dayStart) << "a fixed clock stands still";
+
+    Clock::setRunningFrom(dayStart.value());
+    qint64 ran = datetime::now().value() - dayStart.value();
+    EXPECT_GE(ran, 0);
+    EXPECT_LT(ran, 60000) << "a clock started at a moment runs on from it";
+
+    Clock::setOffset(-86400000);
+    qint64 behind = Clock::systemMSecs() - datetime::now().value();
+    EXPECT_GE(behind, 86400000 - 60000);
+    EXPECT_LE(behind, 86400000 + 60000);
+
+    Clock::useSystem();
+    EXPECT_FALSE(Clock::isFixed());
+    EXPECT_LT(std::abs(datetime::now().value() - Clock::systemMSecs()), 60000);
+}
