@@ -124,12 +124,22 @@ protected:
     // An empty key record of the bound table (null when the table is gone).
     Record keyRecord() const;
 
+    // Stops the program (in checking builds) when called off the updating
+    // thread; see DIRECTORY_UPDATING_THREAD_ONLY.
+    void checkUpdatingThread(char const* where) const { Q_UNUSED(where) }
+
     QWeakPointer<Table> m_table;
 
 private:
     Registration m_registration;
     QList<Index*> m_ownedIndexes;
 };
+
+// Marks a lookup of a directory (used inside its member functions) that
+// reads live rows or the directory's own maps without a lock: such a lookup
+// belongs on the database's updating thread. Checked in debug and sanitizer
+// builds.
+#define DIRECTORY_UPDATING_THREAD_ONLY() checkUpdatingThread(Q_FUNC_INFO)
 
 // Directory i() accessor: the one instance, created on first use.
 #define DIRECTORY_SINGLETON(X) \
