@@ -212,7 +212,7 @@ void Table::lock() const
 
 bool Table::tryLock() const
 {
-    if (!m_mutex.tryLock()) return false;
+    if (!m_mutex.try_lock()) return false;
     if (m_lockDepth++ == 0) m_lockOwner.store(QThread::currentThreadId(), std::memory_order_release);
     return true;
 }

@@ -4,7 +4,7 @@
 #include "record.h"
 #include <QHash>
 #include <QList>
-#include <QRecursiveMutex>
+#include <QThread>
 #include <QString>
 #include <QStringList>
 #include <atomic>
@@ -131,7 +131,7 @@ private:
     QList<Index*> m_indexes;             // master index first
     QList<Index*> m_dependents;
     QHash<QString, Index*> m_named;
-    mutable QRecursiveMutex m_mutex;
+    mutable std::recursive_mutex m_mutex;   // pthread-based: visible to the thread checker
     mutable std::atomic<Qt::HANDLE> m_lockOwner{nullptr};
     mutable int m_lockDepth = 0;                   // written by the owner only
     std::atomic<Qt::HANDLE> m_updatingThread{nullptr};
