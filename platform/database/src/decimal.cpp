@@ -16,6 +16,10 @@ using u128 = unsigned __int128;
 
 constexpr std::uint64_t kMantissaMask = (std::uint64_t(1) << 56) - 1;
 
+// The powers of ten that a double holds exactly.
+constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                             1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
 // What one packed type holds: the magnitudes of its largest positive and
 // negative mantissas (two's complement: one more below zero), its scales.
 struct Limits
@@ -92,6 +96,23 @@ bool readDouble(double value, Digits& x)
         std::from_chars(p, end, exponent);
     }
     x.places = fraction - exponent;
+    return true;
+}
+
+// The mantissa of `value` at `places` where plain arithmetic finds the same
+// one as the shortest text does: below 2^40 the product and the text are
+// both within 2^-11 of each other, so a value further than 2^-10 from a tie
+// rounds the same way. Prices and quantities nearly always take this path.
+bool quickRound(double value, int places, __int128& m)
+{
+    if (places < 0 || places > 22) return false;
+    double scaled = std::fabs(value) * kPow10[places];
+    if (!(scaled < 0x1p40)) return false;   // NaN too
+    double whole = std::floor(scaled);
+    double fraction = scaled - whole;
+    if (std::fabs(fraction - 0.5) < 0x1p-10) return false;
+    auto r = static_cast<__int128>(whole) + (fraction > 0.5);
+    m = value < 0 ? -r : r;
     return true;
 }
 
@@ -262,8 +283,6 @@ QString formatMantissa(__int128 mantissa, int scale, QChar point)
 // the conversion library rounds correctly.
 double nearestDouble(__int128 m, int scale)
 {
-    static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                                        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
     constexpr __int128 exact = __int128(1) << 53;
     if (m <= exact && m >= -exact && scale >= -22 && scale <= 22)
         return scale >= 0 ? double(m) / kPow10[scale] : double(m) * kPow10[-scale];
@@ -334,6 +353,11 @@ bool decimal::fromDouble(double value, short places, short scale, decimal& out)
 {
     Digits x;
     __int128 m;
+    if (quickRound(value, places, m)) {
+        if (!rescaled(m, places, scale, kDecimal, m)) return false;
+        out = fromMantissa(std::int64_t(m), scale);
+        return true;
+    }
     if (!readDouble(value, x)) return false;
     roundAt(x, places);
     if (!roundedMantissa(x, scale, kDecimal, m)) return false;
@@ -454,6 +478,11 @@ bool xdecimal::fromDouble(double value, short places, short scale, xdecimal& out
 {
     Digits x;
     __int128 m;
+    if (quickRound(value, places, m)) {
+        if (!rescaled(m, places, scale, kXDecimal, m)) return false;
+        out = fromMantissa(m, scale);
+        return true;
+    }
     if (!readDouble(value, x)) return false;
     roundAt(x, places);
     if (!roundedMantissa(x, scale, kXDecimal, m)) return false;
