@@ -41,6 +41,18 @@ Int truncated(double value)
     return Int(t);
 }
 
+// A decimal's value truncated toward zero and kept inside the target's
+// range, from its digits: through a double, a mantissa wider than 53 bits
+// would lose its last digits (72057594037927935 would become ...936).
+template <class Int>
+Int truncated(__int128 mantissa, int scale)
+{
+    constexpr __int128 lo = std::numeric_limits<Int>::min(), hi = std::numeric_limits<Int>::max();
+    for (; scale > 0 && mantissa != 0; --scale) mantissa /= 10;   // rounds toward zero
+    for (; scale < 0 && mantissa != 0 && mantissa >= lo && mantissa <= hi; ++scale) mantissa *= 10;
+    return Int(mantissa < lo ? lo : (mantissa > hi ? hi : mantissa));
+}
+
 std::int32_t clamped32(long long value)
 {
     if (value > std::numeric_limits<std::int32_t>::max()) return std::numeric_limits<std::int32_t>::max();
@@ -307,8 +319,8 @@ Field& Field::operator=(double value)
 Field& Field::operator=(decimal const& value)
 {
     switch (type()) {
-    case FieldType::Int: setRawInt32(truncated<std::int32_t>(value.toDouble())); break;
-    case FieldType::Int64: setRawInt64(truncated<std::int64_t>(value.toDouble())); break;
+    case FieldType::Int: setRawInt32(truncated<std::int32_t>(value.mantissa(), value.scale())); break;
+    case FieldType::Int64: setRawInt64(truncated<std::int64_t>(value.mantissa(), value.scale())); break;
     case FieldType::Double: setRawDouble(value.toDouble()); break;
     case FieldType::Decimal: {
         decimal d = value;
@@ -329,8 +341,8 @@ Field& Field::operator=(decimal const& value)
 Field& Field::operator=(xdecimal const& value)
 {
     switch (type()) {
-    case FieldType::Int: setRawInt32(truncated<std::int32_t>(value.toDouble())); break;
-    case FieldType::Int64: setRawInt64(truncated<std::int64_t>(value.toDouble())); break;
+    case FieldType::Int: setRawInt32(truncated<std::int32_t>(value.mantissa(), value.scale())); break;
+    case FieldType::Int64: setRawInt64(truncated<std::int64_t>(value.mantissa(), value.scale())); break;
     case FieldType::Double: setRawDouble(value.toDouble()); break;
     case FieldType::Decimal: {
         // Through its text, rounded to the column's scale: a value too wide

@@ -528,12 +528,15 @@ struct Columns
             schema.columns.append(c);
         };
         add("id", FieldType::Int, 0);
+        add("i32", FieldType::Int, 0);
+        add("i64", FieldType::Int64, 0);
         for (short s : kDecimalScales) add(qPrintable(QStringLiteral("d%1").arg(s)), FieldType::Decimal, s);
         for (short s : kXDecimalScales) add(qPrintable(QStringLiteral("x%1").arg(s)), FieldType::XDecimal, s);
         schema.key = QStringList{QStringLiteral("id")};
         table = db.createTable(schema);
         row = Record(table.data());
     }
+    Field integer(bool wide) const { return table->dataPtr(row.row(), table->columnIndex(wide ? QStringLiteral("i64") : QStringLiteral("i32"))); }
     Field field(bool extended, int i) const
     {
         QString name = extended ? QStringLiteral("x%1").arg(kXDecimalScales[i]) : QStringLiteral("d%1").arg(kDecimalScales[i]);
@@ -583,12 +586,34 @@ void writeEverywhere(Columns const& c, Tally& tally, std::string const& label, s
     }
 }
 
+// Into integer columns a decimal is truncated toward zero and clamped.
+void writeIntegers(Columns const& c, Tally& tally, mpz_class const& m, int scale, std::function<void(Field&)> const& write)
+{
+    mpz_class whole;
+    if (scale >= 0) {
+        mpz_class d = pow10(scale);
+        mpz_tdiv_q(whole.get_mpz_t(), m.get_mpz_t(), d.get_mpz_t());
+    } else {
+        whole = m * pow10(-scale);
+    }
+    for (int wide = 0; wide < 2; ++wide) {
+        mpz_class lo = wide ? mpz_class(std::to_string(std::numeric_limits<std::int64_t>::min()), 10) : mpz_class(-2147483647 - 1);
+        mpz_class hi = wide ? mpz_class(std::to_string(std::numeric_limits<std::int64_t>::max()), 10) : mpz_class(2147483647);
+        mpz_class want = whole < lo ? lo : (whole > hi ? hi : whole);
+        Field f = c.integer(wide);
+        auto refused = refusal([&] { write(f); });
+        tally.check(!refused && str(f.toString()) == want.get_str(),
+                    [&] { return textOf(m, scale) + " into int" + (wide ? "64" : "32") + " gave " + str(f.toString()) + ", not " + want.get_str(); });
+    }
+}
+
 TEST(DecimalDifferential, ColumnWritersStoreTheRoundedValueOrRefuse)
 {
     Columns c;
     Inputs in(10);
     Tally ints("int and long long into decimal columns"), doubles("double into decimal columns"),
-        texts("text into decimal columns"), decimals("decimal into decimal columns"), xdecimals("xdecimal into decimal columns");
+        texts("text into decimal columns"), decimals("decimal into decimal columns"), xdecimals("xdecimal into decimal columns"),
+        integers("decimal and xdecimal into integer columns");
     for (int i = 0; i < kCases / 4; ++i) {
         long long v = in.chance(50) ? std::int64_t(in.bits()) >> in.between(0, 63) : in.between(-2000000000, 2000000000);
         writeEverywhere(c, ints, std::to_string(v), Exact{mpz_class(std::to_string(v), 10), 0}, [&](Field& f) { f = v; });
@@ -609,11 +634,13 @@ TEST(DecimalDifferential, ColumnWritersStoreTheRoundedValueOrRefuse)
         int s = in.between(-3, 12);
         decimal dv = makeDecimal(m, s);
         writeEverywhere(c, decimals, textOf(m, s), Exact{m, s}, [&](Field& f) { f = dv; }, true);
+        writeIntegers(c, integers, m, s, [&](Field& f) { f = dv; });
 
         mpz_class mx = in.mantissa(xdecimalRange(), 112);
         int sx = in.chance(80) ? in.between(-3, 30) : in.scale(xdecimalRange());
         xdecimal xv = makeXDecimal(mx, sx);
         writeEverywhere(c, xdecimals, textOf(mx, sx), Exact{mx, sx}, [&](Field& f) { f = xv; });
+        writeIntegers(c, integers, mx, sx, [&](Field& f) { f = xv; });
     }
 }
 

@@ -114,6 +114,8 @@ INSTANTIATE_TEST_SUITE_P(Conversions, Writes, testing::Values(
     WriteCase{"NoDatetimeIsEmptyText", "vc", [](Field& f) { f = datetime(); }, ""},
     WriteCase{"FixedWidthTextIsCut", "chr", [](Field& f) { f = 123456; }, "1234"},
     WriteCase{"DatetimeStored", "dt", [](Field& f) { f = datetime(1577923200123LL); }, "2020.01.02 00:00:00.123"},
+    WriteCase{"WidestDecimalIntoInt64", "i64", [](Field& f) { f = decimal::fromMantissa(decimal::maxMantissa, 0); }, "72057594037927935"},
+    WriteCase{"XDecimalJustBelowOneTruncates", "i32", [](Field& f) { f = xdecimal(QStringLiteral("0.99999999999999999")); }, "0"},
     WriteCase{"LargeDoubleIntoDecimal", "dec", [](Field& f) { f = 1e12; }, "1000000000000.00"},
     WriteCase{"LargeNegativeDoubleIntoDecimal", "dec", [](Field& f) { f = -1e12; }, "-1000000000000.00"},
     WriteCase{"DoubleTieRoundsAwayFromZero", "dec", [](Field& f) { f = 2.675; }, "2.68"},
