@@ -73,7 +73,8 @@ private:
 
 // Extended packed decimal, 16 bytes: a 16-bit header word 0x1A00 + scale
 // (low byte, signed, so -128..127), then a 112-bit two's complement
-// mantissa, little endian. Refuses what it cannot hold, as decimal does.
+// mantissa, little endian. Refuses what it cannot hold, as decimal does
+// (only the addition below follows the core's saturation instead).
 class DATABASE_EXPORT xdecimal
 {
 public:
@@ -105,7 +106,8 @@ public:
     QString toString() const;
 
     // Defined by the library that owns value conversions (adds through the
-    // core's packed-decimal routines).
+    // core's packed-decimal routines): exact at the larger of the two scales;
+    // a sum beyond the mantissa saturates with its sign, as the core's does.
     xdecimal& operator+=(xdecimal const& other);
 
     unsigned char const* bytes() const { return m_bytes; }
