@@ -6,6 +6,7 @@
 #include <database/field.h>
 
 #include <QDateTime>
+#include <QLocale>
 #include <QStringList>
 #include <QTime>
 
@@ -40,12 +41,33 @@ Int truncated(double value)
     return Int(t);
 }
 
+// A decimal's value truncated toward zero and kept inside the target's
+// range, from its digits: through a double, a mantissa wider than 53 bits
+// would lose its last digits (72057594037927935 would become ...936).
+template <class Int>
+Int truncated(__int128 mantissa, int scale)
+{
+    constexpr __int128 lo = std::numeric_limits<Int>::min(), hi = std::numeric_limits<Int>::max();
+    for (; scale > 0 && mantissa != 0; --scale) mantissa /= 10;   // rounds toward zero
+    for (; scale < 0 && mantissa != 0 && mantissa >= lo && mantissa <= hi; ++scale) mantissa *= 10;
+    return Int(mantissa < lo ? lo : (mantissa > hi ? hi : mantissa));
+}
+
 std::int32_t clamped32(long long value)
 {
     if (value > std::numeric_limits<std::int32_t>::max()) return std::numeric_limits<std::int32_t>::max();
     if (value < std::numeric_limits<std::int32_t>::min()) return std::numeric_limits<std::int32_t>::min();
     return std::int32_t(value);
 }
+
+// A value the column's type or scale cannot hold is refused with the text
+// of the value, as a text that does not parse is; it is never cut.
+[[noreturn]] void doesNotFit(QString const& value, FieldType::Type to)
+{
+    throw Exception(QStringLiteral("Can't convert from '%1'' to %2").arg(value, FieldType::typeName(to)));
+}
+
+QString doubleText(double value) { return QString::number(value, 'g', QLocale::FloatingPointShortest); }
 
 // Extended decimal of an integer, packed the way the core does it.
 xdecimal xdecimalOf(long long value)
@@ -237,13 +259,13 @@ void writeInteger(Field& f, long long value, FieldType::Type source)
     case FieldType::Double: f.setRawDouble(double(value)); break;
     case FieldType::Decimal: {
         decimal d = decimal::fromInteger(value);
-        if (d.scale() != f.scale()) d.setScale(f.scale());
+        if (d.scale() != f.scale() && !d.trySetScale(f.scale())) doesNotFit(QString::number(value), f.type());
         f.setRawDecimal(d);
         break;
     }
     case FieldType::XDecimal: {
         xdecimal x = xdecimalOf(value);
-        if (x.scale() != f.scale()) x.setScale(f.scale());
+        if (x.scale() != f.scale() && !x.trySetScale(f.scale())) doesNotFit(QString::number(value), f.type());
         f.setRawXDecimal(x);
         break;
     }
@@ -272,15 +294,17 @@ Field& Field::operator=(double value)
     case FieldType::Int: setRawInt32(truncated<std::int32_t>(value)); break;
     case FieldType::Int64: setRawInt64(truncated<std::int64_t>(value)); break;
     case FieldType::Double: setRawDouble(value); break;
+    // Six places first, then the column's scale; the value in between is
+    // not bound by the type, so a large amount that the column holds is kept.
     case FieldType::Decimal: {
-        decimal d = decimal::fromDouble(value, 6);
-        if (d.scale() != scale()) d.setScale(scale());
+        decimal d;
+        if (!decimal::fromDouble(value, 6, scale(), d)) doesNotFit(doubleText(value), type());
         setRawDecimal(d);
         break;
     }
     case FieldType::XDecimal: {
-        xdecimal x = xdecimal::fromDouble(value, 6);
-        if (x.scale() != scale()) x.setScale(scale());
+        xdecimal x;
+        if (!xdecimal::fromDouble(value, 6, scale(), x)) doesNotFit(doubleText(value), type());
         setRawXDecimal(x);
         break;
     }
@@ -295,12 +319,12 @@ Field& Field::operator=(double value)
 Field& Field::operator=(decimal const& value)
 {
     switch (type()) {
-    case FieldType::Int: setRawInt32(truncated<std::int32_t>(value.toDouble())); break;
-    case FieldType::Int64: setRawInt64(truncated<std::int64_t>(value.toDouble())); break;
+    case FieldType::Int: setRawInt32(truncated<std::int32_t>(value.mantissa(), value.scale())); break;
+    case FieldType::Int64: setRawInt64(truncated<std::int64_t>(value.mantissa(), value.scale())); break;
     case FieldType::Double: setRawDouble(value.toDouble()); break;
     case FieldType::Decimal: {
         decimal d = value;
-        if (d.scale() != scale()) d.setScale(scale());
+        if (d.scale() != scale() && !d.trySetScale(scale())) doesNotFit(value.toString(), type());
         setRawDecimal(d);
         break;
     }
@@ -317,19 +341,19 @@ Field& Field::operator=(decimal const& value)
 Field& Field::operator=(xdecimal const& value)
 {
     switch (type()) {
-    case FieldType::Int: setRawInt32(truncated<std::int32_t>(value.toDouble())); break;
-    case FieldType::Int64: setRawInt64(truncated<std::int64_t>(value.toDouble())); break;
+    case FieldType::Int: setRawInt32(truncated<std::int32_t>(value.mantissa(), value.scale())); break;
+    case FieldType::Int64: setRawInt64(truncated<std::int64_t>(value.mantissa(), value.scale())); break;
     case FieldType::Double: setRawDouble(value.toDouble()); break;
     case FieldType::Decimal: {
-        // Through its text: a value too wide for the column is refused with
-        // the parse message instead of being cut.
+        // Through its text, rounded to the column's scale: a value too wide
+        // for the column is refused with the parse message.
         QString text = value.toString();
         *this = QStringRef(&text);
         break;
     }
     case FieldType::XDecimal: {
         xdecimal x = value;
-        if (x.scale() != scale()) x.setScale(scale());
+        if (x.scale() != scale() && !x.trySetScale(scale())) doesNotFit(value.toString(), type());
         setRawXDecimal(x);
         break;
     }

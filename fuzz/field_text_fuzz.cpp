@@ -2,7 +2,10 @@
 //
 // Text from outside (a feed, a settings file, a user's entry) written into a
 // column of each type: it must either be stored, or be refused with the
-// parse message while the field keeps exactly what it held before.
+// parse message while the field keeps exactly what it held before. Packed
+// decimals must also round-trip: what is stored reads back as the same
+// bytes, a column stores what the exact value rounds to, and a double read
+// from the text gives the same digits in both decimal types.
 #include <datetime.h>
 
 #include <database/database.h>
@@ -11,6 +14,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -84,6 +88,67 @@ void check(Field f, QString const& text)
     f.toString();
 }
 
+QByteArray bytesOf(decimal const& d)
+{
+    std::uint64_t raw = d.raw();
+    return QByteArray(reinterpret_cast<char const*>(&raw), sizeof raw);
+}
+QByteArray bytesOf(xdecimal const& x) { return QByteArray(reinterpret_cast<char const*>(x.bytes()), xdecimal::size); }
+
+// A decimal column holds exactly what the text's exact value rounds to, and
+// its own text writes back as the same bytes.
+template <class D>
+void checkDecimalColumn(Field f, QString const& text)
+{
+    FieldType::Type type = f.type();
+    bool stored = true;
+    try {
+        f = QStringRef(&text);
+    } catch (Exception const&) {
+        stored = false;
+    }
+    D exact;
+    bool expected = D::parse(QStringRef(&text), exact) && exact.trySetScale(f.scale());
+    if (expected && !stored) fail("a value that fits the column was refused", type, text);
+    if (!stored) return;
+    QByteArray after = snapshot(f);
+    if (expected && after.mid(1) != bytesOf(exact))
+        fail("column differs from the exact value rounded", type, text);
+    QString printed = f.toString();
+    f = QStringRef(&printed);
+    if (snapshot(f) != after) fail("stored value does not write back as itself", type, text);
+}
+
+// A parsed value prints as a text that parses back to the same value, and
+// converts to a finite double.
+template <class D>
+void checkRoundTrip(QString const& text)
+{
+    D value;
+    if (!D::parse(QStringRef(&text), value)) return;
+    QString printed = value.toString();
+    D again;
+    if (!D::parse(QStringRef(&printed), again) || again.compare(value) != 0)
+        fail("printed value does not parse back", FieldType::Decimal, text);
+    if (!std::isfinite(value.toDouble())) fail("value has no finite double", FieldType::Decimal, text);
+}
+
+// A double rounds to the same digits in both types, wherever both hold it.
+void checkDouble(QString const& text)
+{
+    bool ok = false;
+    double v = text.trimmed().toDouble(&ok);
+    if (!ok) return;
+    for (short scale : {0, 2, 6, 30}) {
+        decimal d;
+        xdecimal x;
+        bool narrow = decimal::fromDouble(v, scale, d);
+        bool wide = xdecimal::fromDouble(v, scale, x);
+        if (narrow && (!wide || x.toString() != d.toString())) fail("decimal and xdecimal round a double apart", FieldType::Double, text);
+        if (narrow && decimal(d.toString()).compare(d) != 0) fail("rounded double does not parse back", FieldType::Double, text);
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
@@ -102,7 +167,12 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
                 else f = 7;
             }
             check(f, text);
+            if (t == FieldType::Decimal) checkDecimalColumn<decimal>(f, text);
+            if (t == FieldType::XDecimal) checkDecimalColumn<xdecimal>(f, text);
         }
     }
+    checkRoundTrip<decimal>(text);
+    checkRoundTrip<xdecimal>(text);
+    checkDouble(text);
     return 0;
 }

@@ -100,6 +100,11 @@ TEST(Loader, SchemaErrorsCreateNoTable)
     EXPECT_FALSE(db.hasTable("a"));
     EXPECT_THROW(db.loadSchemaJson("not json"), Exception);
     EXPECT_THROW(db.loadSchemaJson(R"({"tables":[{"name":"c","key":["k"],"columns":[{"name":"k","type":6,"length":3,"nullable":false}]}]})"), Exception);
+    // Scales that the packed decimals cannot hold.
+    EXPECT_THROW(db.loadSchemaJson(R"({"tables":[{"name":"d","key":["k"],"columns":[{"name":"k","type":4,"scale":64,"nullable":false}]}]})"), Exception);
+    EXPECT_THROW(db.loadSchemaJson(R"({"tables":[{"name":"e","key":["k"],"columns":[{"name":"k","type":5,"scale":128,"nullable":false}]}]})"), Exception);
+    db.loadSchemaJson(R"({"tables":[{"name":"f","key":["k"],"columns":[{"name":"k","type":5,"scale":100,"nullable":false}]}]})");
+    EXPECT_TRUE(db.hasTable("f"));
 }
 
 TEST(Loader, BundledMarketLoads)

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <QByteArray>
+#include <cmath>
 #include <cstring>
 #include <ctime>
 #include <functional>
@@ -31,7 +32,8 @@ public:
         table = db.createTable({QStringLiteral("conv"),
                                 {col("id", FieldType::Int), col("i32", FieldType::Int), col("i64", FieldType::Int64),
                                  col("dbl", FieldType::Double), col("dec", FieldType::Decimal, 0, 2),
-                                 col("dec4", FieldType::Decimal, 0, 4), col("xdec", FieldType::XDecimal, 0, 4),
+                                 col("dec4", FieldType::Decimal, 0, 4), col("dec8", FieldType::Decimal, 0, 8),
+                                 col("xdec", FieldType::XDecimal, 0, 4),
                                  col("chr", FieldType::Char, 8), col("chr16", FieldType::Char, 16),
                                  col("dt", FieldType::DateTime), col("vc", FieldType::VarChar),
                                  col("blk", FieldType::Block), col("blk2", FieldType::Block)},
@@ -55,6 +57,14 @@ public:
 };
 
 void assign(Field& f, QString const& text) { f = QStringRef(&text); }
+
+// A value with more places than a packed decimal's scale can say.
+QString tinyText() { return QStringLiteral("0.") + QString(100, QLatin1Char('0')) + QStringLiteral("1"); }
+char const* tinyTextUtf8()
+{
+    static QByteArray const text = tinyText().toUtf8();
+    return text.constData();
+}
 
 QString messageOf(std::function<void()> const& action)
 {
@@ -103,7 +113,16 @@ INSTANTIATE_TEST_SUITE_P(Conversions, Writes, testing::Values(
     WriteCase{"DatetimeAsText", "vc", [](Field& f) { f = datetime(QStringLiteral("2020-01-02")); }, "2020.01.02 00:00:00.000"},
     WriteCase{"NoDatetimeIsEmptyText", "vc", [](Field& f) { f = datetime(); }, ""},
     WriteCase{"FixedWidthTextIsCut", "chr", [](Field& f) { f = 123456; }, "1234"},
-    WriteCase{"DatetimeStored", "dt", [](Field& f) { f = datetime(1577923200123LL); }, "2020.01.02 00:00:00.123"}),
+    WriteCase{"DatetimeStored", "dt", [](Field& f) { f = datetime(1577923200123LL); }, "2020.01.02 00:00:00.123"},
+    WriteCase{"WidestDecimalIntoInt64", "i64", [](Field& f) { f = decimal::fromMantissa(decimal::maxMantissa, 0); }, "72057594037927935"},
+    WriteCase{"XDecimalJustBelowOneTruncates", "i32", [](Field& f) { f = xdecimal(QStringLiteral("0.99999999999999999")); }, "0"},
+    WriteCase{"LargeDoubleIntoDecimal", "dec", [](Field& f) { f = 1e12; }, "1000000000000.00"},
+    WriteCase{"LargeNegativeDoubleIntoDecimal", "dec", [](Field& f) { f = -1e12; }, "-1000000000000.00"},
+    WriteCase{"DoubleTieRoundsAwayFromZero", "dec", [](Field& f) { f = 2.675; }, "2.68"},
+    WriteCase{"WidestIntIntoDecimal", "dec8", [](Field& f) { f = 720575940; }, "720575940.00000000"},
+    WriteCase{"TinyXDecimalIntoDecimal", "dec", [](Field& f) { f = xdecimal(tinyText()); }, "0.00"},
+    WriteCase{"TinyXDecimalAsText", "vc", [](Field& f) { f = xdecimal(tinyText()); }, tinyTextUtf8()},
+    WriteCase{"ManyPlacesOfTextRounded", "dec", [](Field& f) { assign(f, "0.00" + QString(80, '9')); }, "0.01"}),
     caseName);
 
 class Refusals : public testing::TestWithParam<WriteCase> {};
@@ -138,7 +157,15 @@ INSTANTIATE_TEST_SUITE_P(Conversions, Refusals, testing::Values(
     WriteCase{"XDecimalTooWideForDecimal", "dec", [](Field& f) { f = xdecimal::fromMantissa(__int128(1) << 80, 0); },
               "Can't convert from '1208925819614629174706176'' to decimal"},
     WriteCase{"TextIntoIntByCopy", "i32", [](Field& f) { Row other; f = other.set("vc", "zz"); }, "Can't convert from 'zz'' to int"},
-    WriteCase{"AbsentColumn", "nope", [](Field& f) { f = 1; }, "Can't convert from int to unknown(0)"}),
+    WriteCase{"AbsentColumn", "nope", [](Field& f) { f = 1; }, "Can't convert from int to unknown(0)"},
+    WriteCase{"IntTooWideForColumnScale", "dec8", [](Field& f) { f = 900000000; }, "Can't convert from '900000000'' to decimal"},
+    WriteCase{"LongLongTooWide", "dec", [](Field& f) { f = -1000000000000000000LL; }, "Can't convert from '-1000000000000000000'' to decimal"},
+    WriteCase{"DecimalTooWideForColumnScale", "dec", [](Field& f) { f = decimal(QStringLiteral("1000000000000000")); },
+              "Can't convert from '1000000000000000'' to decimal"},
+    WriteCase{"TextTooWideForColumnScale", "dec", [](Field& f) { assign(f, "1000000000000000"); }, "Can't convert from '1000000000000000'' to decimal"},
+    WriteCase{"DoubleTooWideForDecimal", "dec", [](Field& f) { f = 1e20; }, "Can't convert from '1e+20'' to decimal"},
+    WriteCase{"DoubleTooWideForXDecimal", "xdec", [](Field& f) { f = 1e30; }, "Can't convert from '1e+30'' to xdecimal"},
+    WriteCase{"NotANumberIntoDecimal", "dec", [](Field& f) { f = std::nan(""); }, "Can't convert from 'nan'' to decimal"}),
     caseName);
 
 TEST(Readers, ClampWidenOrRefuseByColumnType)

@@ -120,9 +120,17 @@ void Database::loadSchemaJson(QByteArray const& json, QString const& origin)
             def.name = c.value(QStringLiteral("name")).toString();
             def.type = c.value(QStringLiteral("type")).toInt(0);
             def.length = c.value(QStringLiteral("length")).toInt(0);
-            def.scale = short(c.value(QStringLiteral("scale")).toInt(0));
+            int scale = c.value(QStringLiteral("scale")).toInt(0);
+            def.scale = short(scale);
             def.nullable = c.value(QStringLiteral("nullable")).toBool(true);
             if (def.name.isEmpty()) throw Exception(QStringLiteral("%1: table '%2' has a column without a name").arg(origin, schema.name));
+            // A packed decimal's scale field would wrap a scale it cannot hold.
+            bool extended = def.type == FieldType::XDecimal;
+            int minScale = extended ? xdecimal::minScale : decimal::minScale;
+            int maxScale = extended ? xdecimal::maxScale : decimal::maxScale;
+            if ((extended || def.type == FieldType::Decimal) && (scale < minScale || scale > maxScale))
+                throw Exception(QStringLiteral("%1: table '%2': column '%3' has scale %4, outside %5..%6")
+                                    .arg(origin, schema.name, def.name).arg(scale).arg(minScale).arg(maxScale));
             schema.columns.append(def);
         }
         schemas.append(schema);

@@ -2,13 +2,188 @@
 #include <database/exception.h>
 
 #include <QLocale>
+#include <QVarLengthArray>
+
+#include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <utility>
 
 namespace {
 
+using u128 = unsigned __int128;
+
 constexpr std::uint64_t kMantissaMask = (std::uint64_t(1) << 56) - 1;
+
+// The powers of ten that a double holds exactly.
+constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                             1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// What one packed type holds: the magnitudes of its largest positive and
+// negative mantissas (two's complement: one more below zero), its scales.
+struct Limits
+{
+    u128 maxPositive;
+    u128 maxNegative;
+    int minScale;
+    int maxScale;
+};
+constexpr Limits kDecimal{u128(decimal::maxMantissa), u128(1) << 56, decimal::minScale, decimal::maxScale};
+constexpr Limits kXDecimal{u128(xdecimal::maxMantissa), u128(1) << 111, xdecimal::minScale, xdecimal::maxScale};
+
+// A number as its significant digits: digits * 10^-places, places possibly
+// negative. No leading zeros; no digits at all for zero. Texts and doubles
+// both pass through this form, so both round by one rule.
+struct Digits
+{
+    bool negative = false;
+    QVarLengthArray<char, 48> d;
+    int places = 0;
+};
+
+// [-+]digits[.digits], '.' or ',', spaces around; any number of digits.
+bool readText(QStringRef const& text, Digits& x)
+{
+    QStringRef t = text.trimmed();
+    int i = 0, n = t.size();
+    if (i < n && (t.at(i) == QLatin1Char('-') || t.at(i) == QLatin1Char('+'))) {
+        x.negative = t.at(i) == QLatin1Char('-');
+        ++i;
+    }
+    bool point = false, anyDigit = false;
+    for (; i < n; ++i) {
+        ushort c = t.at(i).unicode();
+        if (c == '.' || c == ',') {
+            if (point) return false;
+            point = true;
+            continue;
+        }
+        if (c < '0' || c > '9') return false;
+        anyDigit = true;
+        if (point) ++x.places;
+        if (c != '0' || !x.d.isEmpty()) x.d.append(char(c));
+    }
+    return anyDigit;
+}
+
+// The shortest digits that read back as `value` (the conversion library
+// finds them exactly), so 2.675 is taken as the 2.675 that was meant.
+bool readDouble(double value, Digits& x)
+{
+    if (!std::isfinite(value)) return false;
+    char buf[40];
+    auto end = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific).ptr;
+    char const* p = buf;
+    if (*p == '-') {
+        x.negative = true;
+        ++p;
+    }
+    int fraction = 0;
+    bool point = false;
+    for (; p < end && *p != 'e'; ++p) {
+        if (*p == '.') {
+            point = true;
+            continue;
+        }
+        fraction += point;
+        if (*p != '0' || !x.d.isEmpty()) x.d.append(*p);
+    }
+    int exponent = 0;
+    if (p < end) {
+        ++p;
+        if (p < end && *p == '+') ++p;
+        std::from_chars(p, end, exponent);
+    }
+    x.places = fraction - exponent;
+    return true;
+}
+
+// The mantissa of `value` at `places` where plain arithmetic finds the same
+// one as the shortest text does: below 2^40 the product and the text are
+// both within 2^-11 of each other, so a value further than 2^-10 from a tie
+// rounds the same way. Prices and quantities nearly always take this path.
+bool quickRound(double value, int places, __int128& m)
+{
+    if (places < 0 || places > 22) return false;
+    double scaled = std::fabs(value) * kPow10[places];
+    if (!(scaled < 0x1p40)) return false;   // NaN too
+    double whole = std::floor(scaled);
+    double fraction = scaled - whole;
+    if (std::fabs(fraction - 0.5) < 0x1p-10) return false;
+    auto r = static_cast<__int128>(whole) + (fraction > 0.5);
+    m = value < 0 ? -r : r;
+    return true;
+}
+
+// Rounds half away from zero to `scale` places: only the first dropped digit
+// decides.
+void roundAt(Digits& x, int scale)
+{
+    if (scale >= x.places) return;
+    long long drop = static_cast<long long>(x.places) - scale;
+    int len = x.d.size();
+    bool up = drop <= len && x.d[len - int(drop)] >= '5';
+    int keep = drop >= len ? 0 : len - int(drop);
+    x.d.resize(keep);
+    x.places = scale;
+    if (!up) return;
+    int i = keep - 1;
+    while (i >= 0 && x.d[i] == '9') x.d[i--] = '0';
+    if (i >= 0) ++x.d[i];
+    else x.d.insert(0, '1');
+}
+
+// The first `count` digits followed by `zeros` zeros, if that fits.
+bool mantissaOf(char const* digits, int count, long long zeros, bool negative, Limits const& lim, __int128& out)
+{
+    u128 max = negative ? lim.maxNegative : lim.maxPositive;
+    u128 acc = 0;
+    for (int i = 0; i < count; ++i) {
+        unsigned digit = unsigned(digits[i] - '0');
+        if (acc > (max - digit) / 10) return false;
+        acc = acc * 10 + digit;
+    }
+    for (; zeros > 0 && acc != 0; --zeros) {
+        if (acc > max / 10) return false;
+        acc *= 10;
+    }
+    out = negative ? -static_cast<__int128>(acc) : static_cast<__int128>(acc);
+    return true;
+}
+
+// The mantissa at `scale`, rounded half away from zero, if it fits.
+bool roundedMantissa(Digits x, int scale, Limits const& lim, __int128& out)
+{
+    if (scale < lim.minScale || scale > lim.maxScale) return false;
+    roundAt(x, scale);
+    return mantissaOf(x.d.constData(), x.d.size(), static_cast<long long>(scale) - x.places, x.negative, lim, out);
+}
+
+// The exact value: at the text's own places where the type can say them,
+// fewer only by dropping trailing zeros, and no value when neither works.
+bool exactMantissa(Digits const& x, Limits const& lim, __int128& out, int& scale)
+{
+    int len = x.d.size();
+    if (len == 0) {
+        out = 0;
+        scale = std::clamp(x.places, lim.minScale, lim.maxScale);
+        return true;
+    }
+    int zeros = 0;
+    while (zeros < len && x.d[len - 1 - zeros] == '0') ++zeros;
+    int lowest = std::max(x.places - zeros, lim.minScale);
+    // No mantissa has 40 digits: start where at most that many remain.
+    int s = std::min({x.places, lim.maxScale, x.places - len + 40});
+    for (; s >= lowest; --s) {
+        int keep = len - (x.places - s);
+        if (mantissaOf(x.d.constData(), keep, 0, x.negative, lim, out)) {
+            scale = s;
+            return true;
+        }
+    }
+    return false;
+}
 
 __int128 pow10x(int n)
 {
@@ -18,61 +193,41 @@ __int128 pow10x(int n)
 }
 
 // Divides rounding half away from zero.
-template <class T>
-T divRound(T value, T divisor)
+__int128 divRound(__int128 value, __int128 divisor)
 {
-    T q = value / divisor;
-    T r = value % divisor;
+    __int128 q = value / divisor;
+    __int128 r = value % divisor;
     if (r < 0) r = -r;
     if (2 * r >= divisor) q += value < 0 ? -1 : 1;
     return q;
 }
 
-// Parses [-+]digits[.digits] into a 128-bit mantissa and a scale.
-bool parseDecimalText(QStringRef const& text, __int128& mantissa, int& scale)
+// m * 10^-from given `to` places, if the type holds it.
+bool rescaled(__int128 m, int from, int to, Limits const& lim, __int128& out)
 {
-    QStringRef t = text.trimmed();
-    int i = 0, n = t.size();
-    bool negative = false;
-    if (i < n && (t.at(i) == QLatin1Char('-') || t.at(i) == QLatin1Char('+'))) {
-        negative = t.at(i) == QLatin1Char('-');
-        ++i;
-    }
-    __int128 m = 0;
-    int digits = 0, places = 0;
-    bool point = false;
-    for (; i < n; ++i) {
-        QChar c = t.at(i);
-        if (c == QLatin1Char('.') || c == QLatin1Char(',')) {
-            if (point) return false;
-            point = true;
-            continue;
+    if (to < lim.minScale || to > lim.maxScale) return false;
+    if (to >= from) {
+        bool negative = m < 0;
+        u128 a = negative ? -static_cast<u128>(m) : static_cast<u128>(m);
+        u128 max = negative ? lim.maxNegative : lim.maxPositive;
+        for (int k = to - from; k > 0 && a != 0; --k) {
+            if (a > max / 10) return false;
+            a *= 10;
         }
-        if (c < QLatin1Char('0') || c > QLatin1Char('9')) return false;
-        if (digits >= 33) return false;
-        m = m * 10 + (c.unicode() - '0');
-        if (m != 0 || digits) ++digits;
-        if (point) ++places;
+        out = negative ? -static_cast<__int128>(a) : static_cast<__int128>(a);
+        return true;
     }
-    if (digits == 0 && m == 0) {
-        // "0", "0.00" are fine; "", "-", "." are not.
-        bool anyDigit = false;
-        for (int k = 0; k < n; ++k)
-            if (t.at(k).isDigit()) anyDigit = true;
-        if (!anyDigit) return false;
-    }
-    if (places > 120) return false;
-    mantissa = negative ? -m : m;
-    scale = places;
+    // Fewer places never widen the value: |m| < 10^34 rounds to 0 past 35.
+    int d = from - to;
+    out = d > 38 ? 0 : divRound(m, pow10x(d));
     return true;
 }
-
 
 // Compares x * 10^-a with y * 10^-b exactly. A value whose rescaling would
 // overflow is larger in magnitude than any mantissa either type can hold.
 int compareScaled(__int128 x, int a, __int128 y, int b)
 {
-    if (a < b) { std::swap(x, y); std::swap(a, b); return -compareScaled(x, a, y, b); }
+    if (a < b) return -compareScaled(y, b, x, a);
     // now a >= b: bring y up to scale a
     int d = a - b;
     if (y != 0) {
@@ -86,27 +241,70 @@ int compareScaled(__int128 x, int a, __int128 y, int b)
     return x < y ? -1 : (x > y ? 1 : 0);
 }
 
+// Digits of |m|, least significant first; a mantissa has at most 35.
+int digitsOf(__int128 mantissa, char (&buf)[40])
+{
+    u128 m = mantissa < 0 ? -static_cast<u128>(mantissa) : static_cast<u128>(mantissa);
+    int len = 0;
+    do {
+        buf[len++] = char('0' + int(m % 10));
+        m /= 10;
+    } while (m);
+    return len;
+}
+
 QString formatMantissa(__int128 mantissa, int scale, QChar point)
 {
-    bool negative = mantissa < 0;
-    unsigned __int128 m = negative ? static_cast<unsigned __int128>(-mantissa) : static_cast<unsigned __int128>(mantissa);
-    char buf[64];
-    int len = 0;
-    do { buf[len++] = char('0' + int(m % 10)); m /= 10; } while (m);
+    char buf[40];
+    int len = digitsOf(mantissa, buf);
     QString out;
-    if (negative) out += QLatin1Char('-');
+    out.reserve(len + std::abs(scale) + 3);
+    if (mantissa < 0) out += QLatin1Char('-');
     if (scale <= 0) {
         for (int i = len - 1; i >= 0; --i) out += QLatin1Char(buf[i]);
-        if (len > 1 || buf[0] != '0')
-            for (int i = 0; i < -scale; ++i) out += QLatin1Char('0');
+        if (mantissa != 0) out.append(QString(-scale, QLatin1Char('0')));
         return out;
     }
-    while (len <= scale) buf[len++] = '0';
-    for (int i = len - 1; i >= scale; --i) out += QLatin1Char(buf[i]);
-    out += point;
-    for (int i = scale - 1; i >= 0; --i) out += QLatin1Char(buf[i]);
+    if (len <= scale) {
+        out += QLatin1Char('0');
+        out += point;
+        out.append(QString(scale - len, QLatin1Char('0')));
+    } else {
+        for (int i = len - 1; i >= scale; --i) out += QLatin1Char(buf[i]);
+        out += point;
+    }
+    for (int i = std::min(len, scale) - 1; i >= 0; --i) out += QLatin1Char(buf[i]);
     return out;
 }
+
+// The nearest double to m * 10^-scale. A mantissa of at most 53 bits and a
+// power of ten up to 10^22 are both exact doubles, so one multiplication or
+// division rounds once; anything else is read back from its digits, which
+// the conversion library rounds correctly.
+double nearestDouble(__int128 m, int scale)
+{
+    constexpr __int128 exact = __int128(1) << 53;
+    if (m <= exact && m >= -exact && scale >= -22 && scale <= 22)
+        return scale >= 0 ? double(m) / kPow10[scale] : double(m) * kPow10[-scale];
+    char digits[40];
+    int len = digitsOf(m, digits);
+    char text[48];
+    int n = 0;
+    if (m < 0) text[n++] = '-';
+    for (int i = len - 1; i >= 0; --i) text[n++] = digits[i];
+    text[n++] = 'e';
+    char* end = std::to_chars(text + n, text + sizeof text, -scale).ptr;
+    double v = 0;
+    std::from_chars(text, end, v);
+    return v;
+}
+
+[[noreturn]] void refuse(QString const& value, char const* type)
+{
+    throw Exception(QStringLiteral("Can't convert from '%1'' to %2").arg(value, QLatin1String(type)));
+}
+
+QString doubleText(double value) { return QString::number(value, 'g', QLocale::FloatingPointShortest); }
 
 } // namespace
 
@@ -122,16 +320,14 @@ decimal decimal::fromMantissa(std::int64_t mantissa, int scale)
 
 decimal decimal::fromInteger(std::int64_t value)
 {
-    if (value >= 0 && value > maxMantissa) {
-        int divisions = 0;
-        while (value > maxMantissa && divisions < 64) {
-            value /= 10;
-            ++divisions;
-        }
-        if (divisions >= 64) return fromRaw(std::uint64_t(0x40) << 56);
-        return fromMantissa(value, -divisions);
+    if (value >= minMantissa && value <= maxMantissa) return fromMantissa(value, 0);
+    // At most 19 digits: three divisions bring any 64-bit value in range.
+    int divisions = 0;
+    while (value > maxMantissa || value < minMantissa) {
+        value /= 10;
+        ++divisions;
     }
-    return fromMantissa(value, 0);
+    return fromMantissa(value, -divisions);
 }
 
 short decimal::scale() const
@@ -148,44 +344,58 @@ std::int64_t decimal::mantissa() const
     return std::int64_t(m);
 }
 
+bool decimal::fromDouble(double value, short scale, decimal& out)
+{
+    return fromDouble(value, scale, scale, out);
+}
+
+bool decimal::fromDouble(double value, short places, short scale, decimal& out)
+{
+    Digits x;
+    __int128 m;
+    if (quickRound(value, places, m)) {
+        if (!rescaled(m, places, scale, kDecimal, m)) return false;
+        out = fromMantissa(std::int64_t(m), scale);
+        return true;
+    }
+    if (!readDouble(value, x)) return false;
+    roundAt(x, places);
+    if (!roundedMantissa(x, scale, kDecimal, m)) return false;
+    out = fromMantissa(std::int64_t(m), scale);
+    return true;
+}
+
 decimal decimal::fromDouble(double value, short scale)
 {
-    if (!std::isfinite(value)) return fromMantissa(0, scale);
-    double scaled = value * std::pow(10.0, scale);
-    double r = std::round(scaled);
-    if (r > double(maxMantissa)) r = double(maxMantissa);
-    if (r < double(minMantissa)) r = double(minMantissa);
-    return fromMantissa(std::int64_t(r), scale);
+    decimal d;
+    if (!fromDouble(value, scale, d)) refuse(doubleText(value), "decimal");
+    return d;
+}
+
+bool decimal::trySetScale(short newScale)
+{
+    int old = scale();
+    if (old == newScale) return true;
+    __int128 m;
+    if (!rescaled(mantissa(), old, newScale, kDecimal, m)) return false;
+    *this = fromMantissa(std::int64_t(m), newScale);
+    return true;
 }
 
 void decimal::setScale(short newScale)
 {
-    int old = scale();
-    if (old == newScale) return;
-    __int128 m = mantissa();
-    if (newScale > old) {
-        // Saturate rather than overflow: the packed mantissa cannot hold more.
-        for (int i = old; i < newScale && m <= maxMantissa && m >= minMantissa; ++i) m *= 10;
-    } else {
-        int d = old - newScale;
-        m = d > 38 ? 0 : divRound<__int128>(m, pow10x(d));
-    }
-    if (m > maxMantissa) m = maxMantissa;
-    if (m < minMantissa) m = minMantissa;
-    *this = fromMantissa(std::int64_t(m), newScale);
+    if (!trySetScale(newScale)) refuse(toString(), "decimal");
 }
 
 int decimal::compare(decimal const& other) const
 {
-    return compareScaled(mantissa(), scale(), other.mantissa(), other.scale());
+    std::int64_t a = mantissa(), b = other.mantissa();
+    int sa = scale(), sb = other.scale();
+    if (sa == sb) return a < b ? -1 : (a > b ? 1 : 0);
+    return compareScaled(a, sa, b, sb);
 }
 
-double decimal::toDouble() const
-{
-    int s = scale();
-    double m = double(mantissa());
-    return s >= 0 ? m / std::pow(10.0, s) : m * std::pow(10.0, -s);
-}
+double decimal::toDouble() const { return nearestDouble(mantissa(), scale()); }
 
 QString decimal::toString() const { return formatMantissa(mantissa(), scale(), QLatin1Char('.')); }
 
@@ -196,15 +406,20 @@ QString decimal::toSystemString() const
 
 bool decimal::parse(QStringRef const& text, decimal& out)
 {
+    Digits x;
     __int128 m;
     int s;
-    if (!parseDecimalText(text, m, s)) return false;
-    while (s > 63 || (s > 0 && (m > maxMantissa || m < minMantissa) && m % 10 == 0)) {
-        m /= 10;
-        --s;
-    }
-    if (m > maxMantissa || m < minMantissa) return false;
+    if (!readText(text, x) || !exactMantissa(x, kDecimal, m, s)) return false;
     out = fromMantissa(std::int64_t(m), s);
+    return true;
+}
+
+bool decimal::parse(QStringRef const& text, short scale, decimal& out)
+{
+    Digits x;
+    __int128 m;
+    if (!readText(text, x) || !roundedMantissa(std::move(x), scale, kDecimal, m)) return false;
+    out = fromMantissa(std::int64_t(m), scale);
     return true;
 }
 
@@ -212,8 +427,7 @@ decimal::decimal(QString const& text) : decimal(QStringRef(&text)) {}
 
 decimal::decimal(QStringRef const& text)
 {
-    if (!parse(text, *this))
-        throw Exception(QStringLiteral("Can't convert from '%1'' to decimal").arg(text.toString()));
+    if (!parse(text, *this)) refuse(text.toString(), "decimal");
 }
 
 // ---- xdecimal -------------------------------------------------------------
@@ -255,28 +469,50 @@ xdecimal xdecimal::fromMantissa(__int128 mantissa, int scale)
     return x;
 }
 
+bool xdecimal::fromDouble(double value, short scale, xdecimal& out)
+{
+    return fromDouble(value, scale, scale, out);
+}
+
+bool xdecimal::fromDouble(double value, short places, short scale, xdecimal& out)
+{
+    Digits x;
+    __int128 m;
+    if (quickRound(value, places, m)) {
+        if (!rescaled(m, places, scale, kXDecimal, m)) return false;
+        out = fromMantissa(m, scale);
+        return true;
+    }
+    if (!readDouble(value, x)) return false;
+    roundAt(x, places);
+    if (!roundedMantissa(x, scale, kXDecimal, m)) return false;
+    out = fromMantissa(m, scale);
+    return true;
+}
+
 xdecimal xdecimal::fromDouble(double value, short scale)
 {
-    if (!std::isfinite(value)) return fromMantissa(0, scale);
-    long double scaled = static_cast<long double>(value) * std::pow(10.0L, scale);
-    long double r = std::round(scaled);
-    if (r > 1e33L) r = 1e33L;
-    if (r < -1e33L) r = -1e33L;
-    return fromMantissa(static_cast<__int128>(r), scale);
+    xdecimal x;
+    if (!fromDouble(value, scale, x)) refuse(doubleText(value), "xdecimal");
+    return x;
 }
 
 short xdecimal::scale() const { return short(unpackScale(m_bytes)); }
 __int128 xdecimal::mantissa() const { return unpackMantissa(m_bytes); }
 
-void xdecimal::setScale(short newScale)
+bool xdecimal::trySetScale(short newScale)
 {
     int old = scale();
-    if (old == newScale) return;
-    __int128 m = mantissa();
-    if (newScale > old)
-        for (int i = old; i < newScale && m <= maxMantissa && m >= -maxMantissa; ++i) m *= 10;
-    else m = (old - newScale) > 38 ? 0 : divRound<__int128>(m, pow10x(old - newScale));
-    *this = fromMantissa(m, newScale);
+    if (old == newScale) return true;
+    __int128 m;
+    if (!rescaled(mantissa(), old, newScale, kXDecimal, m)) return false;
+    pack(m_bytes, m, newScale);
+    return true;
+}
+
+void xdecimal::setScale(short newScale)
+{
+    if (!trySetScale(newScale)) refuse(toString(), "xdecimal");
 }
 
 int xdecimal::compare(xdecimal const& other) const
@@ -284,23 +520,26 @@ int xdecimal::compare(xdecimal const& other) const
     return compareScaled(mantissa(), scale(), other.mantissa(), other.scale());
 }
 
-double xdecimal::toDouble() const
-{
-    int s = scale();
-    long double m = static_cast<long double>(mantissa());
-    return double(s >= 0 ? m / std::pow(10.0L, s) : m * std::pow(10.0L, -s));
-}
+double xdecimal::toDouble() const { return nearestDouble(mantissa(), scale()); }
 
 QString xdecimal::toString() const { return formatMantissa(mantissa(), scale(), QLatin1Char('.')); }
 
 bool xdecimal::parse(QStringRef const& text, xdecimal& out)
 {
+    Digits x;
     __int128 m;
     int s;
-    if (!parseDecimalText(text, m, s)) return false;
-    if (s > 127) return false;
-    if (m > maxMantissa || m < -maxMantissa - 1) return false;
+    if (!readText(text, x) || !exactMantissa(x, kXDecimal, m, s)) return false;
     out = fromMantissa(m, s);
+    return true;
+}
+
+bool xdecimal::parse(QStringRef const& text, short scale, xdecimal& out)
+{
+    Digits x;
+    __int128 m;
+    if (!readText(text, x) || !roundedMantissa(std::move(x), scale, kXDecimal, m)) return false;
+    out = fromMantissa(m, scale);
     return true;
 }
 
@@ -308,6 +547,5 @@ xdecimal::xdecimal(QString const& text) : xdecimal(QStringRef(&text)) {}
 
 xdecimal::xdecimal(QStringRef const& text)
 {
-    if (!parse(text, *this))
-        throw Exception(QStringLiteral("Can't convert from '%1'' to xdecimal").arg(text.toString()));
+    if (!parse(text, *this)) refuse(text.toString(), "xdecimal");
 }

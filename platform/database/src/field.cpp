@@ -71,16 +71,15 @@ void Field::storeString(QStringRef const& text) const
         return;
     }
     case FieldType::Decimal: {
+        // Rounded straight to the column's scale from all the text's digits.
         decimal d;
-        if (!decimal::parse(text, d)) badText(text, type());
-        if (d.scale() != scale()) d.setScale(scale());
+        if (!decimal::parse(text, scale(), d)) badText(text, type());
         setRawDecimal(d);
         return;
     }
     case FieldType::XDecimal: {
         xdecimal x;
-        if (!xdecimal::parse(text, x)) badText(text, type());
-        if (x.scale() != scale()) x.setScale(scale());
+        if (!xdecimal::parse(text, scale(), x)) badText(text, type());
         setRawXDecimal(x);
         return;
     }
