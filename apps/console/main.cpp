@@ -206,9 +206,11 @@ int main(int argc, char** argv)
             int replayed = db->loadFileAtomically(log, [&](int done, int total, QString const& table) {
                 deliverQueuedNotifications();
                 QString signalled = signalLog.take();
-                if (!quiet && (every || !signalled.isEmpty()))
+                if (!quiet && (every || !signalled.isEmpty())) {
+                    Progress::clearLine();
                     out() << QStringLiteral("batch %1 %2: ").arg(done, 4).arg(table, -32)
                           << (signalled.isEmpty() ? QStringLiteral("(none)") : signalled) << "\n";
+                }
                 out().flush();
                 replaying.step(done, total);
                 if (pace > 0) QThread::msleep(ulong(pace));

@@ -22,6 +22,7 @@ QString NotificationPrinter::line(QString const& notificationText)
 
 void NotificationPrinter::print(QString const& notificationText)
 {
+    Progress::clearLine();
     m_out << line(notificationText) << '\n';
     m_out.flush();
 }

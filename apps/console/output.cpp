@@ -39,14 +39,36 @@ Progress::Progress(char const* what, bool enabled, bool terminal, std::FILE* to)
 {
 }
 
+namespace {
+Progress* g_inPlace = nullptr;   // the progress whose line is shown in place
+}
+
+Progress::~Progress()
+{
+    if (g_inPlace == this) clearLine();
+}
+
+void Progress::clearLine()
+{
+    Progress* p = g_inPlace;
+    if (!p) return;
+    g_inPlace = nullptr;
+    std::fprintf(p->m_to, "\r%*s\r", p->m_width, "");
+    std::fflush(p->m_to);
+}
+
 void Progress::step(int done, int total)
 {
     if (!m_enabled || total <= 0) return;
     if (m_terminal) {
         // Rewritten in place about fifty times, whatever the length.
-        if (done == total || done % std::max(1, total / 50) == 0)
-            std::fprintf(m_to, "\r%s: %3d%% (%d of %d batches)%s", m_what, int(qint64(done) * 100 / total), done, total,
-                         done == total ? "\n" : "");
+        if (done != total && done % std::max(1, total / 50) != 0) return;
+        m_width = std::fprintf(m_to, "\r%s: %3d%% (%d of %d batches)", m_what, int(qint64(done) * 100 / total), done, total);
+        g_inPlace = this;
+        if (done == total) {
+            std::fputc('\n', m_to);
+            g_inPlace = nullptr;
+        }
     } else {
         int tenths = int(qint64(done) * 10 / total);
         if (tenths <= m_shownTenths) return;

@@ -23,7 +23,12 @@ class Progress
 public:
     Progress(char const* what, bool enabled, std::FILE* to = stderr);
     Progress(char const* what, bool enabled, bool terminal, std::FILE* to);
+    ~Progress();
     void step(int done, int total);
+
+    // Blanks a progress line being rewritten in place, if any, so that a
+    // line printed next does not run into it on a shared terminal.
+    static void clearLine();
 
 private:
     char const* m_what;
@@ -31,6 +36,7 @@ private:
     bool m_terminal;
     std::FILE* m_to;
     int m_shownTenths = 0;
+    int m_width = 0;    // of the line shown in place
 };
 
 } // namespace console

@@ -106,6 +106,30 @@ TEST(ConsoleOutput, ProgressThroughAPipeGivesOneLinePerTenth)
     std::fclose(f);
 }
 
+TEST(ConsoleOutput, ProgressOnATerminalIsRewrittenInPlaceAndBlankedForOtherLines)
+{
+    std::FILE* f = std::tmpfile();
+    ASSERT_TRUE(f);
+    {
+        Progress p("replay", true, true, f);
+        p.step(1, 2);
+        Progress::clearLine();   // a batch line is about to be printed
+        Progress::clearLine();   // nothing shown any more: nothing written
+        p.step(2, 2);
+    }
+    QString line = QStringLiteral("\rreplay:  50% (1 of 2 batches)");
+    EXPECT_EQ(readAll(f), line + "\r" + QString(line.size(), ' ') + "\r" + "\rreplay: 100% (2 of 2 batches)\n");
+    std::fclose(f);
+
+    f = std::tmpfile();
+    {
+        Progress cut("snapshot", true, true, f);
+        cut.step(1, 4);
+    }   // a load that stops half-way leaves no half line behind
+    EXPECT_TRUE(readAll(f).endsWith(QStringLiteral("\r")));
+    std::fclose(f);
+}
+
 TEST(ConsoleContext, MomentsAreReadExactly)
 {
     qint64 ms = 0;
