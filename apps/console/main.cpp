@@ -199,9 +199,9 @@ int main(int argc, char** argv)
             timer.restart();
             bool const every = parser.isSet(everyOpt);
             if (!quiet)
-                out() << "Replaying " << log << " (listed: "
-                      << (every ? "every batch" : "each batch that made directories signal dataChanged")
-                      << "; \"xN\": N signals in that batch)\n";
+                out() << "Replaying " << log << "\n"
+                      << (every ? "Listed: every batch" : "Listed: each batch after which directories signalled dataChanged")
+                      << " (number, table: directories; \"x20\": 20 signals in that batch)\n";
             Progress replaying("replay", !quiet);
             int replayed = db->loadFileAtomically(log, [&](int done, int total, QString const& table) {
                 deliverQueuedNotifications();
