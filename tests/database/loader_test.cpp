@@ -113,3 +113,46 @@ TEST(LoaderThreads, BundledMarketLoads)
     EXPECT_GT(db.table("securities")->rowCount(), 100);
     EXPECT_GT(db.loadFileAtomically(dir + "/market/replication.jsonl"), 0);
 }
+
+namespace {
+// Fails on every batch that inserts the row with id 2.
+struct FailingOnTwo : Index
+{
+    void clear() override {}
+    void build() override {}
+    void add(Record const& r) override
+    {
+        if (r.data("id").rawInt32() == 2) throw QStringLiteral("refused 2");
+    }
+    void remove(Record const&, int) override {}
+    bool filter(Record const&) const override { return true; }
+    bool contains(Record const&) const override { return false; }
+    QString getClassName() const override { return QStringLiteral("FailingOnTwo"); }
+};
+} // namespace
+
+// A failing index does not stop a load: every batch applies, and the
+// failures come together at the end.
+TEST(Loader, IndexFailuresDoNotStopALoad)
+{
+    QTemporaryDir dir;
+    QByteArray text;
+    for (int i = 1; i <= 4; ++i)
+        text += QStringLiteral(R"({"table":"items","ops":[{"insert":{"grp":1,"id":%1}}]})").arg(i).toUtf8() + "\n";
+    QString path = writeFile(dir, "log.jsonl", text);
+    for (bool atomically : {false, true}) {
+        TestDb t;
+        FailingOnTwo failing;
+        t.items->addIndex(&failing);
+        try {
+            if (atomically) t.db.loadFileAtomically(path);
+            else t.db.loadFile(path);
+            ADD_FAILURE() << "the failure was not reported";
+        } catch (HookFailure const& e) {
+            EXPECT_TRUE(e.message().contains("log.jsonl:2: applied to table 'items', but FailingOnTwo failed in process: add of row 1,2: refused 2"))
+                << e.message().toStdString();
+        }
+        t.items->removeIndex(&failing);
+        EXPECT_EQ(t.items->rowCount(), 4) << atomically;
+    }
+}
