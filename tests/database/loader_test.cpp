@@ -133,7 +133,7 @@ struct FailingOnTwo : Index
 
 // A failing index does not stop a load: every batch applies, and the
 // failures come together at the end.
-TEST(Loader, IndexFailuresDoNotStopALoad)
+TEST(LoaderThreads, IndexFailuresDoNotStopALoad)
 {
     QTemporaryDir dir;
     QByteArray text;

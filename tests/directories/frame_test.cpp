@@ -187,7 +187,7 @@ TEST_F(Frame, OneSignalPerBatchOfManyRows)
     EXPECT_EQ(index->at(198).data("code").toString(), "Z");
 }
 
-TEST_F(Frame, AConstructionThatReachesItsOwnInstanceFailsClearly)
+TEST_F(FrameThreads, AConstructionThatReachesItsOwnInstanceFailsClearly)
 {
     createTables(kProbeSchema);
     QSharedPointer<Table> probes = db()->table("probes");
