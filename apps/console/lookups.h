@@ -1,14 +1,24 @@
 #pragma once
+#include <QList>
 #include <QString>
 #include <QTextStream>
 
-// Answers to the console's lookup options, printed as "key: value" lines.
-// Each returns false (after printing why) when the argument is malformed.
 namespace console {
-bool lookupSecurity(QTextStream& out, QString const& textId);
-bool lookupSecurityByCode(QTextStream& out, QString const& value);
-bool lookupIsin(QTextStream& out, QString const& value);
-bool lookupBoard(QTextStream& out, QString const& value);
-bool lookupBoardByCode(QTextStream& out, QString const& value);
-bool lookupMarket(QTextStream& out, QString const& idOrCode);
-}
+
+// A lookup the console answers after loading: `--name value`, repeatable.
+// `check` reads the value alone (before anything loads) and says why it is
+// malformed, or returns an empty string. `answer` prints what it found as
+// "key: value" lines, or "<what> <value>: not found" and returns false.
+struct LookupOption
+{
+    char const* name;
+    char const* valueName;
+    char const* description;
+    QString (*check)(QString const& value);
+    bool (*answer)(QTextStream& out, QString const& value);
+};
+
+// Markets, boards and securities (lookups.cpp).
+QList<LookupOption> marketLookups();
+
+} // namespace console

@@ -1,11 +1,16 @@
 // directory-console: loads a replicated market (schema and snapshot; the
 // bundled one unless told otherwise), optionally replays a replication log,
-// reports which directories signalled for each replayed batch, and answers
-// lookups given on the command line.
+// reports which directories signalled for each replayed batch, prints every
+// user notification the core raises, and answers lookups given on the
+// command line.
+#include "context.h"
 #include "lookups.h"
+#include "notifications.h"
+#include "output.h"
 #include "signallog.h"
 
-#include <core/icore.h>
+#include <core/clock.h>
+#include <core/defaultcore.h>
 #include <database/database.h>
 #include <database/exception.h>
 #include <directories>
@@ -15,34 +20,55 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <QMap>
-#include <QTextStream>
+#include <QHash>
+#include <QLocale>
 #include <QThread>
-#include <cstdio>
-#include <unistd.h>
+#include <QTranslator>
+#include <vector>
+
+using namespace console;
 
 namespace {
 
-QTextStream& out()
+enum Exit { Done = 0, BadInput = 1, NotFound = 2 };
+
+// Every lookup option the console offers. A group of lookups lives in a
+// source of its own and joins here.
+QList<LookupOption> lookupOptions()
 {
-    static QTextStream s(stdout);
-    return s;
+    return marketLookups();
 }
 
 int fail(QString const& message)
 {
     out().flush();
-    QTextStream(stderr) << "directory-console: " << message << "\n";
-    return 1;
+    QTextStream(stderr) << "directory-console: " << printable(message) << "\n";
+    return BadInput;
 }
 
-void progress(char const* what, int done, int total)
+// The installed layout (share/libdirectory beside bin/), mirrored in the
+// build tree, so that the console needs nothing outside its prefix.
+QString dataRoot()
 {
-    static bool tty = isatty(fileno(stderr));
-    if (!tty || total < 20) return;
-    if (done == total || done % std::max(1, total / 50) == 0)
-        std::fprintf(stderr, "\r%s: %3d%% (%d of %d batches)%s", what, done * 100 / total, done, total, done == total ? "\n" : "");
+    return QDir::cleanPath(QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral(DIRECTORY_DATA_FROM_BINARY)));
 }
+
+// Russian texts are the sources; any other language reads English.
+QString loadTranslation(QTranslator& translator, QString const& lang, bool asked)
+{
+    if (lang == QLatin1String("ru")) return QString();
+    QString dir = dataRoot() + QStringLiteral("/translations");
+    if (translator.load(QStringLiteral("libdirectory_") + lang, dir)) {
+        QCoreApplication::installTranslator(&translator);
+        return QString();
+    }
+    QString message = QStringLiteral("no '%1' translation in %2").arg(lang, dir);
+    if (asked) return message;
+    QTextStream(stderr) << "directory-console: " << message << "; texts stay Russian\n";
+    return QString();
+}
+
+void deliverQueuedNotifications() { QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall); }
 
 } // namespace
 
@@ -53,34 +79,61 @@ int main(int argc, char** argv)
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Loads a replicated market into the terminal's database, replays its replication log if asked,\n"
-        "reports which directories signalled for each replayed batch, and answers lookups.\n"
-        "Lookup options may be repeated; they are answered after loading (and replaying)."));
+        "lists which directories signalled for each replayed batch, prints every user notification\n"
+        "(\"notification kind K: text | link: L\"), and answers lookups. Lookup options may be repeated;\n"
+        "they are answered after loading (and replaying).\n"
+        "Exit status: 0 when every lookup found what it looked for, 1 on a bad argument or file,\n"
+        "2 when a lookup found nothing."));
     parser.addHelpOption();
+    QString const root = dataRoot();
     QCommandLineOption dataOpt(QStringLiteral("data"),
-        QStringLiteral("Folder holding snapshot.jsonl and replication.jsonl (default: the bundled market)."),
-        QStringLiteral("dir"), QStringLiteral(SOURCE_DIR "/data/market"));
+        QStringLiteral("Folder holding snapshot.jsonl, replication.jsonl and terminal.json (default: the bundled market)."),
+        QStringLiteral("dir"), root + QStringLiteral("/market"));
     QCommandLineOption schemaOpt(QStringLiteral("schema"), QStringLiteral("Schema of the tables (default: the bundled one)."),
-        QStringLiteral("file"), QStringLiteral(SOURCE_DIR "/data/schema.json"));
+        QStringLiteral("file"), root + QStringLiteral("/schema.json"));
     QCommandLineOption replayOpt(QStringLiteral("replay"), QStringLiteral("Replay the folder's replication.jsonl after the snapshot."));
     QCommandLineOption logOpt(QStringLiteral("log"), QStringLiteral("Replay this replication log after the snapshot."), QStringLiteral("file"));
     QCommandLineOption paceOpt(QStringLiteral("pace"), QStringLiteral("Wait this many milliseconds between replayed batches (default 0: full speed)."),
         QStringLiteral("ms"), QStringLiteral("0"));
-    QCommandLineOption quietOpt(QStringLiteral("quiet"), QStringLiteral("Do not list the signals of each replayed batch."));
-    QCommandLineOption tablesOpt(QStringLiteral("tables"), QStringLiteral("Print the rows of every table."));
-    QCommandLineOption securityOpt(QStringLiteral("security"), QStringLiteral("Look up a security by text id, e.g. 1,14,2000001."), QStringLiteral("stock,board,id"));
-    QCommandLineOption codeOpt(QStringLiteral("sec-code"), QStringLiteral("Look up a security by code, optionally on a market and board: CODE[@STOCK[,BOARD]]."), QStringLiteral("code"));
-    QCommandLineOption isinOpt(QStringLiteral("isin"), QStringLiteral("Look up a security by its series: STOCK,BOARD,ISIN."), QStringLiteral("stock,board,isin"));
-    QCommandLineOption boardOpt(QStringLiteral("board"), QStringLiteral("Look up a board: STOCK,BOARD."), QStringLiteral("stock,board"));
-    QCommandLineOption boardCodeOpt(QStringLiteral("board-code"), QStringLiteral("Look up a board by codes: STOCKCODE,BOARDCODE."), QStringLiteral("codes"));
-    QCommandLineOption marketOpt(QStringLiteral("market"), QStringLiteral("Look up a market by number or code."), QStringLiteral("id|code"));
-    parser.addOptions({dataOpt, schemaOpt, replayOpt, logOpt, paceOpt, quietOpt, tablesOpt, securityOpt, codeOpt, isinOpt,
-                       boardOpt, boardCodeOpt, marketOpt});
+    QCommandLineOption everyOpt(QStringLiteral("every-batch"), QStringLiteral("List every replayed batch, also those no directory signalled for."));
+    QCommandLineOption quietOpt(QStringLiteral("quiet"), QStringLiteral("Neither list replayed batches nor show progress."));
+    QCommandLineOption tablesOpt(QStringLiteral("tables"), QStringLiteral("List every table with its number of rows."));
+    QCommandLineOption nowOpt(QStringLiteral("now"),
+        QStringLiteral("Run the terminal's clock from this moment of the exchange's day (default: the moment in the "
+                       "folder's terminal.json, else the machine's clock)."),
+        QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    QCommandLineOption asOpt(QStringLiteral("as"),
+        QStringLiteral("The terminal user's login, the core's current login (default: the login in terminal.json)."),
+        QStringLiteral("login"));
+    QCommandLineOption langOpt(QStringLiteral("lang"),
+        QStringLiteral("Language of the library's texts: ru or en (default: ru in a Russian locale, else en)."),
+        QStringLiteral("ru|en"));
+    parser.addOptions({dataOpt, schemaOpt, replayOpt, logOpt, paceOpt, everyOpt, quietOpt, tablesOpt, nowOpt, asOpt, langOpt});
+
+    QList<LookupOption> const lookups = lookupOptions();
+    std::vector<QCommandLineOption> lookupOpts;
+    for (LookupOption const& l : lookups)
+        lookupOpts.emplace_back(QLatin1String(l.name), QLatin1String(l.description), QLatin1String(l.valueName));
+    for (QCommandLineOption const& o : lookupOpts) parser.addOption(o);
     parser.process(app);
+
     if (!parser.positionalArguments().isEmpty())
         return fail(QStringLiteral("unexpected argument '%1' (see --help)").arg(parser.positionalArguments().first()));
     bool paceOk = false;
     int pace = parser.value(paceOpt).toInt(&paceOk);
     if (!paceOk || pace < 0) return fail(QStringLiteral("--pace needs a number of milliseconds, not '%1'").arg(parser.value(paceOpt)));
+    QString lang = parser.isSet(langOpt) ? parser.value(langOpt)
+                 : QLocale::system().language() == QLocale::Russian ? QStringLiteral("ru") : QStringLiteral("en");
+    if (lang != QLatin1String("ru") && lang != QLatin1String("en"))
+        return fail(QStringLiteral("--lang needs ru or en, not '%1'").arg(lang));
+    QTranslator translator;
+    QString noTranslation = loadTranslation(translator, lang, parser.isSet(langOpt));
+    if (!noTranslation.isEmpty()) return fail(noTranslation);
+    for (std::size_t k = 0; k < lookupOpts.size(); ++k)
+        for (QString const& value : parser.values(lookupOpts[k])) {
+            QString why = lookups[int(k)].check(value);
+            if (!why.isEmpty()) return fail(QStringLiteral("--%1 %2: %3").arg(QLatin1String(lookups[int(k)].name), value, why));
+        }
 
     QDir data(parser.value(dataOpt));
     QString snapshot = data.filePath(QStringLiteral("snapshot.jsonl"));
@@ -89,17 +142,47 @@ int main(int argc, char** argv)
     for (QString const& file : {parser.value(schemaOpt), snapshot, log})
         if (!file.isEmpty() && !QFileInfo(file).isFile()) return fail(QStringLiteral("%1: no such file").arg(file));
 
+    // The moment and the user come from the command line, else from the market's own folder.
+    TerminalContext context;
+    QString error;
+    if (!readTerminalContext(data.filePath(QStringLiteral("terminal.json")), context, error)) return fail(error);
+    if (parser.isSet(nowOpt)) {
+        if (!parseMoment(parser.value(nowOpt), context.now))
+            return fail(QStringLiteral("--now needs a moment as \"yyyy-MM-dd HH:mm:ss\", not '%1'").arg(parser.value(nowOpt)));
+        context.hasNow = true;
+    }
+    if (parser.isSet(asOpt)) {
+        QString why = loginProblem(parser.value(asOpt));
+        if (!why.isEmpty()) return fail(QStringLiteral("--as '%1': %2").arg(parser.value(asOpt), why));
+        context.login = parser.value(asOpt);
+    }
+    if (context.hasNow) Clock::setRunningFrom(context.now);
+    DefaultCore* core = DefaultCore::global();
+    core->setCurrentLogin(context.login);
+    out() << "Terminal: now " << (context.hasNow ? formatMoment(context.now) : QStringLiteral("by the machine's clock"))
+          << ", user " << (context.login.isEmpty() ? QStringLiteral("(none)") : context.login)
+          << ", texts " << (lang == QLatin1String("ru") ? "in Russian" : "in English") << "\n";
+    out().flush();
+
+    NotificationPrinter notifications(out());
+    notifications.listen(core->coreSignals());
+    bool const quiet = parser.isSet(quietOpt);
     Database* db = ICore::instance()->database();
     SignalLog signalLog;
     try {
         QElapsedTimer timer;
         timer.start();
         db->loadSchema(parser.value(schemaOpt));
-        int batches = db->loadFileAtomically(snapshot, [](int done, int total, QString const&) { progress("snapshot", done, total); });
+        Progress loading("snapshot", !quiet);
+        int batches = db->loadFileAtomically(snapshot, [&](int done, int total, QString const&) {
+            deliverQueuedNotifications();
+            loading.step(done, total);
+        });
         int rows = 0;
         for (QString const& name : db->tableNames()) rows += db->table(name)->rowCount();
         out() << "Loaded " << snapshot << ": " << batches << " batches, " << rows << " rows in " << db->tableNames().size()
               << " tables, " << timer.elapsed() << " ms\n";
+        out().flush();
 
         // The directories a view would use, bound after the snapshot so that
         // they build from the full tables.
@@ -110,17 +193,30 @@ int main(int argc, char** argv)
         if (db->hasTable(QStringLiteral("secstates"))) watched << SecStateDirectory::i();
         if (db->hasTable(QStringLiteral("sessstates"))) watched << SessStateDirectory::i();
         for (QObject* d : watched) signalLog.watch(d);
+        deliverQueuedNotifications();
 
         if (!log.isEmpty()) {
             timer.restart();
-            bool quiet = parser.isSet(quietOpt);
+            bool const every = parser.isSet(everyOpt);
+            if (!quiet)
+                out() << "Replaying " << log << "\n"
+                      << (every ? "Listed: every batch" : "Listed: each batch after which directories signalled dataChanged")
+                      << " (number, table: directories; \"x20\": 20 signals in that batch)\n";
+            Progress replaying("replay", !quiet);
             int replayed = db->loadFileAtomically(log, [&](int done, int total, QString const& table) {
-                if (!quiet) out() << QStringLiteral("batch %1 %2: ").arg(done, 4).arg(table, -32) << signalLog.take() << "\n";
-                else signalLog.take();
-                progress("replay", done, total);
+                deliverQueuedNotifications();
+                QString signalled = signalLog.take();
+                if (!quiet && (every || !signalled.isEmpty())) {
+                    Progress::clearLine();
+                    out() << QStringLiteral("batch %1 %2: ").arg(done, 4).arg(table, -32)
+                          << (signalled.isEmpty() ? QStringLiteral("(none)") : signalled) << "\n";
+                }
+                out().flush();
+                replaying.step(done, total);
                 if (pace > 0) QThread::msleep(ulong(pace));
             });
             out() << "Replayed " << log << ": " << replayed << " batches in " << timer.elapsed() << " ms\n";
+            out().flush();
         }
     } catch (Exception const& e) {
         return fail(e.message());
@@ -129,16 +225,20 @@ int main(int argc, char** argv)
     }
 
     if (parser.isSet(tablesOpt)) {
+        out() << "Tables:\n";
         for (QString const& name : db->tableNames())
-            out() << QStringLiteral("  %1 %2\n").arg(name, -36).arg(db->table(name)->rowCount(), 8);
+            out() << QStringLiteral("  %1 %2 rows\n").arg(name, -36).arg(db->table(name)->rowCount(), 8);
+        out().flush();
     }
-    struct Lookup { QCommandLineOption const& option; bool (*answer)(QTextStream&, QString const&); };
-    for (Lookup const& l : {Lookup{securityOpt, console::lookupSecurity}, Lookup{codeOpt, console::lookupSecurityByCode},
-                            Lookup{isinOpt, console::lookupIsin}, Lookup{boardOpt, console::lookupBoard},
-                            Lookup{boardCodeOpt, console::lookupBoardByCode}, Lookup{marketOpt, console::lookupMarket}}) {
-        for (QString const& value : parser.values(l.option))
-            if (!l.answer(out(), value))
-                return fail(QStringLiteral("--%1: cannot read '%2' (see --help)").arg(l.option.names().first(), value));
-    }
-    return 0;
+    // Answered in the order given.
+    int status = Done;
+    QHash<QString, int> seen;
+    for (QString const& name : parser.optionNames())
+        for (LookupOption const& l : lookups) {
+            if (name != QLatin1String(l.name)) continue;
+            if (!l.answer(out(), parser.values(name).value(seen[name]++))) status = NotFound;
+            out().flush();
+        }
+    deliverQueuedNotifications();
+    return status;
 }

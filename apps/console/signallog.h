@@ -3,7 +3,8 @@
 #include <QObject>
 #include <QStringList>
 
-// Counts the dataChanged signals of the watched directories during one batch.
+// Counts the dataChanged signals of the watched directories during one batch:
+// take() gives "A, B x20" (B signalled 20 times), or an empty text.
 class SignalLog : public QObject
 {
     Q_OBJECT
@@ -22,7 +23,7 @@ public:
         for (auto it = m_counts.constBegin(); it != m_counts.constEnd(); ++it)
             parts << (it.value() > 1 ? QStringLiteral("%1 x%2").arg(it.key()).arg(it.value()) : it.key());
         m_counts.clear();
-        return parts.isEmpty() ? QStringLiteral("(none)") : parts.join(QStringLiteral(", "));
+        return parts.join(QStringLiteral(", "));
     }
 
 private Q_SLOTS:

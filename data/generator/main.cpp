@@ -5,14 +5,24 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <string>
 
 namespace {
 
-void usage()
-{
-    std::fprintf(stderr, "usage: market-generator --out DIR [--securities N] [--seed S]\n");
-}
+char const kUsage[] =
+    "usage: market-generator --out DIR [--securities N] [--seed S]\n"
+    "Writes a deterministic synthetic market into DIR (created if missing):\n"
+    "  snapshot.jsonl     the tables at the start of the trading day\n"
+    "  replication.jsonl  one trading day of changes to them\n"
+    "  terminal.json      the moment the snapshot shows and the terminal's user\n"
+    "Options:\n"
+    "  --out DIR          folder to write into (required)\n"
+    "  --securities N     about how many securities, 200 to 5000000 (default 2000)\n"
+    "  --seed S           seed of the random choices, a non-negative number (default 20261120)\n"
+    "  --help             show this text and exit\n"
+    "The same options give the same files.\n";
 
 bool parseNumber(char const* text, unsigned long long& out)
 {
@@ -45,6 +55,22 @@ bool write(std::string const& path, gen::Market& market, bool snapshot, std::uin
     return ok;
 }
 
+// The moment and the user a terminal shows this market with, so that its
+// expiries, sessions and password warnings look as they were meant to.
+bool writeTerminal(std::string const& path)
+{
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    if (!f) {
+        std::perror(path.c_str());
+        return false;
+    }
+    bool ok = std::fprintf(f, "{\"now\": \"%s\", \"login\": \"%s\"}\n", gen::kSnapshotMoment, gen::kCurrentLogin) > 0;
+    ok = std::fclose(f) == 0 && ok;
+    if (!ok)
+        std::fprintf(stderr, "%s: write failed\n", path.c_str());
+    return ok;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -66,21 +92,30 @@ int main(int argc, char** argv)
                 std::fprintf(stderr, "--seed: a non-negative number\n");
                 return 2;
             }
+        } else if (!std::strcmp(argv[k], "--help")) {
+            std::fputs(kUsage, stdout);
+            return 0;
         } else {
-            usage();
+            std::fprintf(stderr, "market-generator: unknown option or missing value: %s\n%s", argv[k], kUsage);
             return 2;
         }
     }
     if (out.empty()) {
-        usage();
+        std::fprintf(stderr, "market-generator: --out DIR is required\n%s", kUsage);
         return 2;
+    }
+    std::error_code made;
+    std::filesystem::create_directories(out, made);
+    if (made) {
+        std::fprintf(stderr, "%s: %s\n", out.c_str(), made.message().c_str());
+        return 1;
     }
 
     auto started = std::chrono::steady_clock::now();
     gen::Market market(seed, (long long)securities);
     std::uint64_t snapshotBytes = 0, replicationBytes = 0;
     if (!write(out + "/snapshot.jsonl", market, true, snapshotBytes) ||
-        !write(out + "/replication.jsonl", market, false, replicationBytes))
+        !write(out + "/replication.jsonl", market, false, replicationBytes) || !writeTerminal(out + "/terminal.json"))
         return 1;
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     std::printf("%zu securities, %zu orders, %zu deals, %zu streams; snapshot %llu bytes, replication %llu bytes; %.2f s\n",

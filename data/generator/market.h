@@ -16,6 +16,9 @@ constexpr int kSessNext = 7303;
 // The terminal user whose quasi-deals wait for confirmation in the data.
 constexpr char const* kCurrentLogin = "FA01U01";
 
+// The moment the snapshot shows: the replication log starts then.
+constexpr char const* kSnapshotMoment = "2026-11-20 10:00:00";
+
 enum class Kind : std::uint8_t { Future, BoardTwin, Orphan, Proxy, StreamFut, Swap, Index, Option };
 
 struct Base

@@ -1,3 +1,5 @@
+#include "../testnames.h"
+
 #include <core/bcdii.h>
 #include <database/decimal.h>
 
@@ -65,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, BCDIIAddTest, ::testing::Values(
     AddCase{"zero aligns to any scale", 0, -128, 5, 127, 5, 127},
     // 10*a passes the largest mantissa, but the exact sum fits.
     AddCase{"aligned operand overflows, sum fits", kMax / 10 + 1, 0, kMin, 1, (kMax / 10 + 1) * 10 + kMin, 1}
-), [](::testing::TestParamInfo<AddCase> const& info) { return "case" + std::to_string(info.index); });
+), [](::testing::TestParamInfo<AddCase> const& info) { return caseNameFromWords(info.param.name); });
 
 TEST(BCDII, AddIntoAnOperand)
 {

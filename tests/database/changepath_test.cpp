@@ -197,7 +197,8 @@ TEST(ChangePath, AFailingDependentIsReportedAfterTheOthersEnded)
 
 // Each of these batches is rejected whole: no row and no index changes, and
 // the message names the origin, the row and the reason.
-struct BadBatch { char const* line; char const* message; };
+struct BadBatch { char const* name; char const* line; char const* message; };
+void PrintTo(BadBatch const& b, std::ostream* os) { *os << b.name; }
 class Rejection : public ::testing::TestWithParam<BadBatch> {};
 
 TEST_P(Rejection, LeavesTablesAndIndexesUntouched)
@@ -218,23 +219,23 @@ TEST_P(Rejection, LeavesTablesAndIndexesUntouched)
 }
 
 INSTANTIATE_TEST_SUITE_P(Batches, Rejection, ::testing::Values(
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":2,"id":2}},{"insert":{"grp":1,"id":1}}]})", "row 2: a row with key 1,1 already exists"},
-    BadBatch{R"({"table":"items","ops":[{"update":{"grp":1,"id":1,"qty":5}},{"update":{"grp":9,"id":9,"qty":1}}]})", "row 2: no row with key 9,9 to update"},
-    BadBatch{R"({"table":"items","ops":[{"delete":{"grp":1,"id":1}},{"delete":{"grp":1,"id":1}}]})", "row 2: no row with key 1,1 to delete"},
-    BadBatch{R"({"table":"nope","ops":[]})", "unknown table 'nope'"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"colour":1}}]})", "row 1: unknown column 'colour'"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"qty":"x"}}]})", "row 1: column 'qty' (int) needs a number"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"qty":3000000000}}]})", "does not fit 32 bits"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"price":"1.234"}}]})", "more than 2 decimal places"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"code":"ABCDE"}}]})", "longer than 4 characters"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"moment":"2026-02-30"}}]})", "is not a date-time"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3}}]})", "key column 'id' is missing"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":null}}]})", "column 'id' cannot be null"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3}},{"upsert":{}}]})", "row 2: unknown operation"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3}}])", "bad JSON"},
-    BadBatch{R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"grp":4}}]})", "given twice"},
-    BadBatch{R"({"ops":[]})", "names no table"}),
-    [](::testing::TestParamInfo<BadBatch> const& info) { return "case" + std::to_string(info.index); });
+    BadBatch{"DuplicateInsert", R"({"table":"items","ops":[{"insert":{"grp":2,"id":2}},{"insert":{"grp":1,"id":1}}]})", "row 2: a row with key 1,1 already exists"},
+    BadBatch{"UpdateOfMissingRow", R"({"table":"items","ops":[{"update":{"grp":1,"id":1,"qty":5}},{"update":{"grp":9,"id":9,"qty":1}}]})", "row 2: no row with key 9,9 to update"},
+    BadBatch{"DeleteOfMissingRow", R"({"table":"items","ops":[{"delete":{"grp":1,"id":1}},{"delete":{"grp":1,"id":1}}]})", "row 2: no row with key 1,1 to delete"},
+    BadBatch{"UnknownTable", R"({"table":"nope","ops":[]})", "unknown table 'nope'"},
+    BadBatch{"UnknownColumn", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"colour":1}}]})", "row 1: unknown column 'colour'"},
+    BadBatch{"TextForAnInt", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"qty":"x"}}]})", "row 1: column 'qty' (int) needs a number"},
+    BadBatch{"IntAbove32Bits", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"qty":3000000000}}]})", "does not fit 32 bits"},
+    BadBatch{"TooManyDecimalPlaces", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"price":"1.234"}}]})", "more than 2 decimal places"},
+    BadBatch{"TextLongerThanItsColumn", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"code":"ABCDE"}}]})", "longer than 4 characters"},
+    BadBatch{"ImpossibleDate", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"moment":"2026-02-30"}}]})", "is not a date-time"},
+    BadBatch{"MissingKeyColumn", R"({"table":"items","ops":[{"insert":{"grp":3}}]})", "key column 'id' is missing"},
+    BadBatch{"NullKey", R"({"table":"items","ops":[{"insert":{"grp":3,"id":null}}]})", "column 'id' cannot be null"},
+    BadBatch{"UnknownOperation", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3}},{"upsert":{}}]})", "row 2: unknown operation"},
+    BadBatch{"TruncatedJson", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3}}])", "bad JSON"},
+    BadBatch{"ColumnGivenTwice", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"grp":4}}]})", "given twice"},
+    BadBatch{"NoTableName", R"({"ops":[]})", "names no table"}),
+    [](::testing::TestParamInfo<BadBatch> const& info) { return std::string(info.param.name); });
 
 TEST(ChangePath, OpsBeforeTableNameAndEscapesDecode)
 {

@@ -27,7 +27,7 @@ struct ThreadRecorder : RecordingIndex
 };
 } // namespace
 
-TEST(Loader, AppliesOnTheCallingThreadAndReportsProgress)
+TEST(LoaderThreads, AppliesOnTheCallingThreadAndReportsProgress)
 {
     TestDb t;
     QTemporaryDir dir;
@@ -52,7 +52,7 @@ TEST(Loader, AppliesOnTheCallingThreadAndReportsProgress)
     EXPECT_EQ(rec.threads, QSet<QThread*>({QThread::currentThread()}));
 }
 
-TEST(Loader, StopsAtTheFirstBadBatchNamingFileAndLine)
+TEST(LoaderThreads, StopsAtTheFirstBadBatchNamingFileAndLine)
 {
     TestDb t;
     QTemporaryDir dir;
@@ -69,7 +69,7 @@ TEST(Loader, StopsAtTheFirstBadBatchNamingFileAndLine)
     EXPECT_EQ(t.masterKeys(), QStringList({"1,1"}));   // line 1 stays, line 2 applied nothing
 }
 
-TEST(Loader, AtomicLoadAppliesNothingWhenAnyBatchFails)
+TEST(LoaderThreads, AtomicLoadAppliesNothingWhenAnyBatchFails)
 {
     TestDb t;
     QTemporaryDir dir;
@@ -107,7 +107,7 @@ TEST(Loader, SchemaErrorsCreateNoTable)
     EXPECT_TRUE(db.hasTable("f"));
 }
 
-TEST(Loader, BundledMarketLoads)
+TEST(LoaderThreads, BundledMarketLoads)
 {
     QString dir = QStringLiteral(SOURCE_DIR "/data");
     if (!QFile::exists(dir + "/market/snapshot.jsonl")) GTEST_SKIP() << "no bundled market";
@@ -138,7 +138,7 @@ struct FailingOnTwo : Index
 
 // A failing index does not stop a load: every batch applies, and the
 // failures come together at the end.
-TEST(Loader, IndexFailuresDoNotStopALoad)
+TEST(LoaderThreads, IndexFailuresDoNotStopALoad)
 {
     QTemporaryDir dir;
     QByteArray text;

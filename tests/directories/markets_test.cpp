@@ -1,3 +1,4 @@
+#include "../testnames.h"
 #include "core_fixture.h"
 #include "markets.h"
 
@@ -90,6 +91,8 @@ struct BoardCheck
     bool expected;
 };
 
+void PrintTo(BoardCheck const& c, std::ostream* os) { *os << c.what; }
+
 class BoardChecks : public Markets, public ::testing::WithParamInterface<BoardCheck> {};
 
 TEST_P(BoardChecks, PermissiveAndOnlyFlagsReadMarket5AsMarket1)
@@ -107,11 +110,12 @@ INSTANTIATE_TEST_SUITE_P(Boards, BoardChecks, ::testing::Values(
     BoardCheck{"flag clear", 1, 11, &BoardDirectory::isChartById, false},
     BoardCheck{"anonym kind", 1, 11, &BoardDirectory::isAnonymById, false},
     BoardCheck{"address kind", 1, 11, &BoardDirectory::isAddressById, true},
-    BoardCheck{"flags of 5 read board 1/10", 5, 10, &BoardDirectory::isDomById, false},
-    BoardCheck{"flags of 5 read board 1/10", 5, 10, &BoardDirectory::isProxyById, true},
+    BoardCheck{"dom flag of 5 reads board 1/10", 5, 10, &BoardDirectory::isDomById, false},
+    BoardCheck{"proxy flag of 5 reads board 1/10", 5, 10, &BoardDirectory::isProxyById, true},
     BoardCheck{"anonymity of 5 looks for 5/10", 5, 10, &BoardDirectory::isAddressById, true},
     BoardCheck{"same board under 1", 1, 10, &BoardDirectory::isAddressById, false},
-    BoardCheck{"highest flag", 2, 20, &BoardDirectory::isRFSBoardById, true}));
+    BoardCheck{"highest flag", 2, 20, &BoardDirectory::isRFSBoardById, true}),
+    [](::testing::TestParamInfo<BoardCheck> const& info) { return caseNameFromWords(info.param.what); });
 
 TEST_F(Markets, Board0x41IsTradeAndProxyOnly)
 {

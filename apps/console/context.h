@@ -1,0 +1,30 @@
+#pragma once
+#include <QString>
+#include <QtGlobal>
+
+namespace console {
+
+// The moment and the user a market was made for, read from its folder's
+// terminal.json, so that its expiries, sessions and password warnings look
+// as they were meant to whatever the date the console runs on.
+struct TerminalContext
+{
+    bool hasNow = false;
+    qint64 now = 0;     // milliseconds of the exchange's wall clock, read as UTC
+    QString login;      // empty: none given
+};
+
+// Reads `path`. A missing file gives an empty context; a malformed one gives
+// false and `error` naming the file and what is wrong.
+bool readTerminalContext(QString const& path, TerminalContext& context, QString& error);
+
+// "yyyy-MM-dd HH:mm:ss", a real date and time, and nothing else.
+bool parseMoment(QString const& text, qint64& msecs);
+QString formatMoment(qint64 msecs);
+
+// A login as the terminal's user: non-empty, at most 12 characters (the
+// user table's width), printable, no spaces and no '|' (which separates the
+// parts of a notification text). Gives why not, or an empty string.
+QString loginProblem(QString const& login);
+
+} // namespace console

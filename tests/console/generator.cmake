@@ -1,0 +1,18 @@
+# market-generator --out creates its folder (and its parents) and writes the
+# three files, the same as the bundled ones for the same options.
+file(REMOVE_RECURSE ${WORK_DIR})
+execute_process(COMMAND ${GENERATOR} --out ${WORK_DIR}/new/market RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "exit status ${rc}\n${out}${err}")
+endif()
+foreach(f snapshot.jsonl replication.jsonl terminal.json)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${WORK_DIR}/new/market/${f} ${BUNDLED}/${f} RESULT_VARIABLE differ)
+  if(differ)
+    message(FATAL_ERROR "${f} differs from the bundled one")
+  endif()
+endforeach()
+file(WRITE ${WORK_DIR}/file "")
+execute_process(COMMAND ${GENERATOR} --out ${WORK_DIR}/file/market RESULT_VARIABLE rc ERROR_VARIABLE err)
+if(rc EQUAL 0 OR NOT err MATCHES "file/market: ")
+  message(FATAL_ERROR "a folder under a file: exit status ${rc}, ${err}")
+endif()
