@@ -48,8 +48,19 @@ for t in "${targets[@]}"; do
   log=$work/fuzz.log
   echo "== $t: $seconds s, corpus $corpus ($(ls "$corpus" | wc -l) inputs); log $log"
   status=0
-  "$bin" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
-    -artifact_prefix="$work/" "$work/new" "$corpus" > "$log" 2>&1 || status=$?
+  crashes=0
+  deadline=$((SECONDS + seconds))
+  : > "$log"
+  # A crash stops libFuzzer: fuzz on for the rest of the time, starting from
+  # what was found so far, so that one fault does not hide the next.
+  while left=$((deadline - SECONDS)); [ $left -gt 0 ] && [ $crashes -lt 20 ]; do
+    rc=0
+    "$bin" -max_total_time="$left" -timeout=10 -print_final_stats=1 \
+      -artifact_prefix="$work/" "$work/new" "$corpus" >> "$log" 2>&1 || rc=$?
+    [ $rc -ne 0 ] || break
+    status=$rc
+    crashes=$((crashes + 1))
+  done
   start=$(grep -m1 'INITED' "$log" | grep -o 'cov: [0-9]*' | cut -d' ' -f2 || true)
   end=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -d' ' -f2 || true)
   before=$(ls "$corpus" | sort)
@@ -60,7 +71,7 @@ for t in "${targets[@]}"; do
   added=$(comm -13 <(echo "$before") <(ls "$corpus" | sort) | sed '/^$/d')
   line="$t: cov ${start:-?} -> ${end:-?} edges in $seconds s, $(echo "$added" | sed '/^$/d' | wc -l) new corpus entries"
   if [ $status -ne 0 ]; then
-    line="$line, FAILED (exit $status): $(ls "$work" | grep -E '^(crash|leak|timeout|oom)-' | tr '\n' ' ')"
+    line="$line, FAILED $crashes time(s) (exit $status): $(ls "$work" | grep -E '^(crash|leak|timeout|oom)-' | tr '\n' ' ')"
     failed+=("$t")
   fi
   echo "$line"
