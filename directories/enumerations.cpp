@@ -17,18 +17,16 @@ BuySellDirectory::BuySellDirectory(QObject* parent)
 
 QString BuySellDirectory::nameById(QChar code) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QSharedPointer<Table> t = table();
     if (!t) return QString(code);
-    Record key(t.data());
-    Field f = t->dataPtr(key.row(), m_buysell);
-    if (f.type() == FieldType::Char || f.type() == FieldType::VarChar) f.storeString(QString(code));
-    else f.incompatibleType(FieldType::Char);
-    Record row = t->masterIndex()->find(key, -1);
+    Record row = findRow(nullptr, m_buysell, code);
     return row.isEmpty() ? QString() : t->dataPtr(row.row(), m_name).toString();
 }
 
 QList<QChar> BuySellDirectory::ids() const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QList<QChar> ids;
     QSharedPointer<Table> t = table();
     if (!t) return ids;
@@ -56,18 +54,17 @@ QString CodeTextDirectory::missingTableText(Field const& key) const { return key
 
 QString CodeTextDirectory::textByKey(Field const& key, int column) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QSharedPointer<Table> t = table();
     if (!t) return missingTableText(key);
     if (answersEmptyForNullKey() && !key.hasValue()) return QString();
-    Record probe(t.data());
-    Field f = t->dataPtr(probe.row(), m_key);
-    f = key;   // converts between column types
-    Record row = t->masterIndex()->find(probe, -1);
+    Record row = findRow(nullptr, m_key, key);   // converts between column types
     return row.isEmpty() ? QString() : t->dataPtr(row.row(), column).toString();
 }
 
 QList<FieldValue> CodeTextDirectory::keyList() const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QList<FieldValue> keys;
     QSharedPointer<Table> t = table();
     if (!t) return keys;

@@ -2,6 +2,9 @@
 
 #include <core/icore.h>
 #include <database/database.h>
+#include <database/fieldtype.h>
+
+#include <vector>
 
 namespace {
 // The missing-table message is translated in each directory's own context;
@@ -19,17 +22,72 @@ namespace {
 };
 } // namespace
 
+namespace {
+// The runs of qCallOnce on this thread, innermost last, each with the
+// tables that its construction locked.
+struct Run
+{
+    QBasicAtomicInt const* flag;
+    std::vector<QSharedPointer<Table>> locked;
+};
+thread_local std::vector<Run> t_runs;
+
+// A construction under i() locks its table until the run ends; one made
+// directly (new X) locks nothing, since nobody would release it.
+bool lockForConstruction(QSharedPointer<Table> const& t)
+{
+    if (t_runs.empty()) return true;
+    std::vector<QSharedPointer<Table>>& locked = t_runs.back().locked;
+    for (QSharedPointer<Table> const& held : locked)
+        if (held == t) return true;
+    if (!t->tryLock()) return false;
+    locked.push_back(t);
+    return true;
+}
+} // namespace
+
+namespace frame_detail {
+void beginRun(QBasicAtomicInt* flag) { t_runs.push_back(Run{flag, {}}); }
+
+void endRun(QBasicAtomicInt* flag)
+{
+    for (auto it = t_runs.rbegin(); it != t_runs.rend(); ++it) {
+        if (it->flag != flag) continue;
+        for (auto t = it->locked.rbegin(); t != it->locked.rend(); ++t) (*t)->unlock();
+        t_runs.erase(std::next(it).base());
+        return;
+    }
+}
+
+bool isRunningHere(QBasicAtomicInt const* flag)
+{
+    for (Run const& run : t_runs)
+        if (run.flag == flag) return true;
+    return false;
+}
+
+QString reenteredText(char const* name)
+{
+    return QStringLiteral("%1::i() was called again while %1 was being created on the same thread")
+        .arg(QLatin1String(name));
+}
+} // namespace frame_detail
+
 Directory::Directory(QObject* parent, char const* context, QString const& tableName, Registration registration,
                      char const* missingText)
     : QObject(parent), m_registration(registration)
 {
     Database* db = ICore::instance()->database();
-    if (!db || !db->hasTable(tableName)) {
+    QSharedPointer<Table> t = db ? db->table(tableName) : QSharedPointer<Table>();
+    if (!t) {
         m_table.clear();
         if (missingText) throw QCoreApplication::translate(context, missingText);
         throw QCoreApplication::translate(context, "Таблица '%1' отсутствует").arg(tableName);
     }
-    QSharedPointer<Table> t = db->table(tableName);
+    // Held from here to the end of the construction: a batch on the table
+    // waits, and a batch already running makes this construction step back
+    // (its hooks may then create the directory themselves).
+    if (!lockForConstruction(t)) throw frame_detail::TableBusy();
     m_table = t;
     if (registration == AsDependent) t->addDependentIndex(this);
     else t->addIndex(this);
@@ -71,22 +129,27 @@ void Directory::adopt(Index* index)
     if (QSharedPointer<Table> t = m_table.toStrongRef()) t->addIndex(index);
 }
 
-void Directory::disown(Index* index)
+void Directory::writeKeyValue(Field field, int value) { field = value; }
+void Directory::writeKeyValue(Field field, long long value) { field = value; }
+void Directory::writeKeyValue(Field field, Field const& value) { field = value; }
+void Directory::writeKeyValue(Field field, QChar value) { writeKeyValue(field, QString(value)); }
+
+void Directory::writeKeyValue(Field field, QString const& value)
 {
-    if (!m_ownedIndexes.removeAll(index)) return;
-    if (QSharedPointer<Table> t = m_table.toStrongRef()) t->removeIndex(index);
-    delete index;
+    // Texts go into text columns only; anything else is the conversion
+    // error of a key of the wrong type.
+    if (field.type() == FieldType::Char) FieldType::stringToVarChar(field.data(), field.length(), value);
+    else if (field.type() == FieldType::VarChar) field.storeString(value);
+    else field.incompatibleType(FieldType::Char);
+    field.setHasValue();
 }
 
-Record Directory::findInMaster(Record const& key) const
+#ifdef DIRECTORY_CHECK_THREADS
+void Directory::checkUpdatingThread(char const* where) const
 {
-    QSharedPointer<Table> t = m_table.toStrongRef();
-    if (!t || key.isEmpty()) return Record();
-    return t->masterIndex()->find(key, -1);
+    QSharedPointer<Table> t = table();
+    if (!t || t->mayReadRows()) return;
+    qFatal("%s: called off the updating thread of table '%s' without holding its lock", where,
+           qPrintable(t->name()));
 }
-
-Record Directory::keyRecord() const
-{
-    QSharedPointer<Table> t = m_table.toStrongRef();
-    return t ? Record(t.data()) : Record();
-}
+#endif

@@ -6,16 +6,6 @@
 #include <mutex>
 #include <vector>
 
-namespace {
-
-void writeText(Field const& field, QString const& text)
-{
-    Field f = field;
-    f = QStringRef(&text);
-}
-
-} // namespace
-
 // ---- StockDirectory ---------------------------------------------------------
 
 StockDirectory::StockDirectory(QObject* parent)
@@ -32,28 +22,24 @@ StockDirectory::StockDirectory(QObject* parent)
 
 Record StockDirectory::recordById(int id) const
 {
-    QSharedPointer<Table> t = table();
-    if (!t) return Record();
-    Record key(t.data());
-    Field f = t->dataPtr(key.row(), m_stockId);
-    f = id;
-    return t->masterIndex()->find(key, -1);
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    return findRow(nullptr, m_stockId, id);
 }
 
 Record StockDirectory::recordByCode(QString const& code) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QSharedPointer<Table> t = table();
     if (!t || !m_codeIndex) return Record();
     ColumnValuesKey values(m_codeIndex);
     values << code;
     if (values.usable()) return values.find();
-    Record key(t.data());
-    writeText(t->dataPtr(key.row(), m_stockCode), code);
-    return m_codeIndex->find(key, -1);
+    return findRow(m_codeIndex, m_stockCode, code);
 }
 
 Record StockDirectory::recordByKey(KeyValue const& key) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QSharedPointer<Table> t = table();
     if (!t) return Record();
     Record probe(t.data());
@@ -111,6 +97,7 @@ QString StockDirectory::nameByKey(KeyValue const& key) const
 
 QList<int> StockDirectory::ids() const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QList<int> ids;
     QSharedPointer<Table> t = table();
     if (!t) return ids;
@@ -121,6 +108,7 @@ QList<int> StockDirectory::ids() const
 
 QList<KeyValue> StockDirectory::keys() const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QList<KeyValue> keys;
     QSharedPointer<Table> t = table();
     if (!t) return keys;
@@ -149,6 +137,7 @@ StockSecDirectory::StockSecDirectory(QObject* parent)
 
 int StockSecDirectory::decimalsById(int stock, long long secId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     int part = 0, offset = 0;
     if (!locate(Key{stock, secId}, part, offset)) return 0;
     return m_decimalsByKey.partitionAt(part).items[std::size_t(offset)].decimals;
@@ -297,43 +286,31 @@ BoardDirectory::BoardDirectory(QObject* parent)
 
 Record BoardDirectory::findById(int stock, int board) const
 {
-    QSharedPointer<Table> t = table();
-    if (!t) return Record();
-    Record key(t.data());
-    Field stockField = t->dataPtr(key.row(), m_stockId);
-    stockField = stock;
-    Field boardField = t->dataPtr(key.row(), m_boardId);
-    boardField = board;
-    return t->masterIndex()->find(key, -1);
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    return findRow(nullptr, m_stockId, stock, m_boardId, board);
 }
 
 Record BoardDirectory::findByCode(int stock, QString const& boardCode) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QSharedPointer<Table> t = table();
     if (!t || !m_codeIndex) return Record();
     ColumnValuesKey values(m_codeIndex);
     values << stock << boardCode;
     if (values.usable()) return values.find();
-    Record key(t.data());
-    Field f = t->dataPtr(key.row(), m_stockId);
-    f = stock;
-    writeText(t->dataPtr(key.row(), m_boardCode), boardCode);
-    return m_codeIndex->find(key, -1);
+    return findRow(m_codeIndex, m_stockId, stock, m_boardCode, boardCode);
 }
 
 Record BoardDirectory::findByCodes(QString const& stockCode, QString const& boardCode) const
 {
-    int stock = 0;
-    try {
-        stock = StockDirectory::i()->idByCode(stockCode);
-    } catch (QString const&) {
-        // No market table: no code resolves, as with an unbound directory.
-    }
-    return findByCode(stock, boardCode);
+    // No market table: no code resolves, as with an unbound directory.
+    StockDirectory* stocks = directoryOrNull<StockDirectory>();
+    return findByCode(stocks ? stocks->idByCode(stockCode) : 0, boardCode);
 }
 
 QString BoardDirectory::textById(int stock, int board, int column) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record row = findById(stock, board);
     return row.isEmpty() ? QString() : row.data(column).toString();
 }
@@ -352,6 +329,7 @@ QString BoardDirectory::nameById(int stock, int board) const
 
 bool BoardDirectory::checkFlagsById(int stock, int board, long long mask) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record row = findById(marketAlias(stock), board);
     if (row.isEmpty()) return true;
     Field flags = row.data(m_flags);
@@ -361,6 +339,7 @@ bool BoardDirectory::checkFlagsById(int stock, int board, long long mask) const
 
 bool BoardDirectory::checkAnonymById(int stock, int board, QChar kind) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record row = findById(stock, board);
     if (row.isEmpty()) return true;
     Field anonym = row.data(m_anonym);
@@ -394,6 +373,7 @@ QChar BoardDirectory::sectypeByCode(QString const& stockCode, QString const& boa
 
 QList<int> BoardDirectory::ids(int stock) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QList<int> ids;
     QSharedPointer<Table> t = table();
     if (!t) return ids;
@@ -404,6 +384,7 @@ QList<int> BoardDirectory::ids(int stock) const
 
 QList<StockBoard> BoardDirectory::all(int stock) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QList<StockBoard> boards;
     QSharedPointer<Table> t = table();
     if (!t) return boards;

@@ -84,11 +84,7 @@ Record SecurityDirectory::recordById(int stock, int board, long long secId) cons
     stock = marketAlias(stock);
     if (m_typedMaster) return m_typedMaster->findKey(MasterKey_Struct<int, int, long long>(stock, board, secId), -1);
     // The table's key did not fit the typed index: search by a key record.
-    Record key(t.data());
-    t->dataPtr(key.row(), m_stockId) = stock;
-    t->dataPtr(key.row(), m_boardId) = board;
-    t->dataPtr(key.row(), m_secId) = secId;
-    return t->masterIndex()->find(key, -1);
+    return findRow(nullptr, m_stockId, stock, m_boardId, board, m_secId, secId);
 }
 
 bool SecurityDirectory::recordExists(int stock, int board, long long secId) const
@@ -98,6 +94,7 @@ bool SecurityDirectory::recordExists(int stock, int board, long long secId) cons
 
 Record SecurityDirectory::realRecordById(int stock, int board, long long secId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     if (stock != 1 || board != 3) return recordById(stock, board, secId);
     Record r = recordById(1, 3, secId);
     if (r.isEmpty()) return Record();
@@ -106,13 +103,8 @@ Record SecurityDirectory::realRecordById(int stock, int board, long long secId) 
 
 Record SecurityDirectory::recordByIsinId(int stock, int board, int isinId) const
 {
-    QSharedPointer<Table> t = table();
-    if (!t || !m_isinIndex) return Record();
-    Record key(t.data());
-    t->dataPtr(key.row(), m_stockId) = stock;
-    t->dataPtr(key.row(), m_boardId) = board;
-    t->dataPtr(key.row(), m_isinId) = isinId;
-    return m_isinIndex->find(key, -1);
+    if (!m_isinIndex) return Record();
+    return findRow(m_isinIndex, m_stockId, stock, m_boardId, board, m_isinId, isinId);
 }
 
 namespace {
@@ -169,15 +161,17 @@ Record SecurityDirectory::recordByTextId(QString const& textId) const
 
 Record SecurityDirectory::realRecordByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     if (r.isEmpty()) return r;
-    if (r.data(m_stockId).toInteger() == 1 && r.data(m_boardId).toInteger() == 3)
-        return SecurityDirectory::i()->recordByIsinId(1, 1, r.data(m_isinId).toInteger());
-    return r;
+    if (r.data(m_stockId).toInteger() != 1 || r.data(m_boardId).toInteger() != 3) return r;
+    SecurityDirectory* securities = directoryOrNull<SecurityDirectory>();
+    return securities ? securities->recordByIsinId(1, 1, r.data(m_isinId).toInteger()) : Record();
 }
 
 Record SecurityDirectory::recordBySecCode(QString const& code, int stock, int board)
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QSharedPointer<Table> t = table();
     if (!t) return Record();
     MasterIndex_Column_Pure* master = t->masterIndex();
@@ -199,6 +193,7 @@ QString SecurityDirectory::textIdById(int stock, int board, long long secId)
 
 bool SecurityDirectory::idByTextId(QString const& textId, int& stock, int& board, long long& secId)
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     if (r.isEmpty()) return false;
     stock = r.data(m_stockId).toInteger();
@@ -209,27 +204,34 @@ bool SecurityDirectory::idByTextId(QString const& textId, int& stock, int& board
 
 int SecurityDirectory::getIsinIdById(int stock, int board, long long secId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordById(stock, board, secId);
     return r.isEmpty() ? 0 : r.data(m_isinId).toInteger();
 }
 
 long long SecurityDirectory::getSecIdByIsinId(int stock, int board, int isinId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByIsinId(stock, board, isinId);
     return r.isEmpty() ? 0 : r.data(m_secId).toInteger64();
 }
 
 int SecurityDirectory::getIsinIdBySecCode(QString const& code, int stock, int board)
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordBySecCode(code, stock, board);
     return r.isEmpty() ? 0 : r.data(m_isinId).toInteger();
 }
 
 int SecurityDirectory::getBoardIdBySecCode(QString const& code, int stock, bool address)
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QSharedPointer<Table> t = table();
     if (!t || code.isEmpty()) return 0;
-    BoardDirectory* boards = BoardDirectory::i();
+    // Without a board table every board reads as a proxy board (the board
+    // tests are permissive), so none qualifies.
+    BoardDirectory* boards = directoryOrNull<BoardDirectory>();
+    if (!boards) return 0;
     MasterIndex_Column_Pure* master = t->masterIndex();
     for (auto it = master->begin(); it != master->end(); ++it) {
         unsigned char* row = it->row();
@@ -237,6 +239,8 @@ int SecurityDirectory::getBoardIdBySecCode(QString const& code, int stock, bool 
         if (stock != 0 && rowStock != stock) continue;
         if (t->dataPtr(row, m_secCode).asStaticString() != code) continue;
         int board = t->dataPtr(row, m_boardId).rawInt32();
+        // The board is tested in the row's own market, not in the market
+        // asked for: with market 0 ("any") no board would ever qualify.
         if (boards->isAddressById(rowStock, board) == address && !boards->isProxyById(rowStock, board)) return board;
     }
     return 0;
@@ -244,6 +248,7 @@ int SecurityDirectory::getBoardIdBySecCode(QString const& code, int stock, bool 
 
 QStringList SecurityDirectory::keysByBaseCode(QString const& baseCode, int stock, int board) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QStringList keys;
     QSharedPointer<Table> t = table();
     if (!t) return keys;
@@ -262,6 +267,7 @@ QStringList SecurityDirectory::keysByBaseCode(QString const& baseCode, int stock
 
 QStringList SecurityDirectory::keysByMimeData(QMimeData const* mime, bool withPutCall) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QStringList keys;
     if (!mime) return keys;
     QByteArray payload;
@@ -304,6 +310,7 @@ QStringList SecurityDirectory::keysByMimeData(QMimeData const* mime, bool withPu
 
 QString SecurityDirectory::textOf(Record const& record, int column) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     if (record.isEmpty()) return tr("<инструмент не найден>");
     return record.data(column).toString();
 }
@@ -314,6 +321,7 @@ QString SecurityDirectory::baseById(int stock, int board, long long secId) const
 
 int SecurityDirectory::decimalsById(int stock, int board, long long secId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordById(stock, board, secId);
     Field f = r.data(m_decimals);
     return r.isEmpty() || !f.hasValue() ? -1 : f.toInteger();
@@ -321,6 +329,7 @@ int SecurityDirectory::decimalsById(int stock, int board, long long secId) const
 
 int SecurityDirectory::lotsizeById(int stock, int board, long long secId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordById(stock, board, secId);
     Field f = r.data(m_lotsize);
     return r.isEmpty() || !f.hasValue() ? -1 : f.toInteger();
@@ -328,6 +337,7 @@ int SecurityDirectory::lotsizeById(int stock, int board, long long secId) const
 
 QString SecurityDirectory::nameByRecord(Record const& record) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     if (record.isEmpty()) return QString();
     // Look the row up again, so a stale handle answers for the current row.
     unsigned char* row = record.row();
@@ -339,6 +349,7 @@ QString SecurityDirectory::nameByRecord(Record const& record) const
 
 QString SecurityDirectory::nameByKey(QString const& key) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     QSharedPointer<Table> t = table();
     if (!t) return QString();
     Record r(t.data(), key);
@@ -372,6 +383,7 @@ QString SecurityDirectory::baseByTextId(QString const& textId) const
 
 int SecurityDirectory::decimalsByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     Field f = r.data(m_decimals);
     return r.isEmpty() || !f.hasValue() ? -1 : f.toInteger();
@@ -379,12 +391,14 @@ int SecurityDirectory::decimalsByTextId(QString const& textId) const
 
 QChar SecurityDirectory::sectypeByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     return r.isEmpty() ? QChar(32) : r.data(m_sectype).toChar();
 }
 
 void SecurityDirectory::minMaxStepByTextId(QString const& textId, decimal& min, decimal& max, decimal& step) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     if (r.isEmpty()) return;
     min = r.data(m_priceLmtLow).toDecimal();
@@ -394,24 +408,28 @@ void SecurityDirectory::minMaxStepByTextId(QString const& textId, decimal& min, 
 
 bool SecurityDirectory::directionByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     return !r.isEmpty() && r.data(m_priceDir).compare(Fld_PriceDirs::Desc) == 0;
 }
 
 decimal SecurityDirectory::askByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     return r.isEmpty() ? decimal() : r.data(m_ask).toDecimal();
 }
 
 decimal SecurityDirectory::bidByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     return r.isEmpty() ? decimal() : r.data(m_bid).toDecimal();
 }
 
 decimal SecurityDirectory::settlementPriceOpenByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     return r.isEmpty() ? decimal() : r.data(m_settlementPriceOpen).toDecimal();
 }

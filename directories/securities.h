@@ -26,10 +26,12 @@ struct DIRECTORY_EXPORT CalcVolatResult
 // Tradeable instruments ("securities"), identified by (stock, board, sec_id).
 // Stock 5 is read as stock 1 where a triple becomes a key or a text id.
 //
-// Threading: registered as an index; its hooks run on the updating thread.
-// Identity lookups go through the table's cached master index and may come
-// from any thread. The two volatility caches are guarded by `m_cacheMutex`
-// where the update path removes from them.
+// Threading (docs/threading.md): registered as an index; its hooks run on
+// the updating thread. recordById, recordExists, recordByIsinId,
+// recordByTextId and textIdById go through cached master indexes and may
+// come from any thread (read only key columns of their records there).
+// Every other lookup reads live rows: updating thread, or the table's lock
+// held. The two volatility caches are guarded by `m_cacheMutex`.
 class DIRECTORY_EXPORT SecurityDirectory : public Directory
 {
     Q_OBJECT
@@ -98,8 +100,6 @@ public:
     void updatedRow(int firstColumn, int lastColumn);
 
     // For the volatility calculations and tests.
-    int lastStaticColumn() const { return m_lastStaticColumn; }
-    QMutex& cacheMutex() const { return m_cacheMutex; }
     QCache<long long, CalcVolatResult>& volatCache(int type) { return type == 1 ? m_volatCacheBach : m_volatCacheBlack; }
 
 Q_SIGNALS:

@@ -110,14 +110,19 @@ TEST_F(DefaultCoreTest, NamedOperationsSitInTheirSlots)
 TEST(CoreSlots, ProgramCoreIsReachedThroughTheSameSlots)
 {
     bool destroyed = false;
-    ICore* c = new ProgramCore(&destroyed);
-    auto* program = static_cast<ProgramCore*>(c);
+    auto* program = new ProgramCore(&destroyed);
+    // What the library reaches is the installed core, through its slots.
+    ICore::setInstance(program);
+    ICore* c = ICore::instance();
+    ASSERT_EQ(c, program);
 
     // Both answers, so that a wrong slot cannot pass by returning a stray byte.
     EXPECT_TRUE(slotOf<bool (*)(ICore const*)>(c, 29)(c));
     program->warn = false;
     EXPECT_FALSE(slotOf<bool (*)(ICore const*)>(c, 29)(c));
     EXPECT_EQ(slotOf<QString (*)(ICore const*)>(c, 27)(c), QStringLiteral("trader7"));
+    ICore::setInstance(nullptr);
+    EXPECT_NE(ICore::instance(), c);
 
     // Slot 2 is the deleting destructor.
     slotOf<void (*)(ICore*)>(c, 2)(c);

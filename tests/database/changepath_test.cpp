@@ -58,14 +58,141 @@ TEST(ChangePath, ClearReachesEveryIndexBeforeTheRestOfTheBatch)
     EXPECT_EQ(t.items->masterIndex()->at(0).data("qty").rawInt32(), 9);
 }
 
-TEST(ChangePath, RebuildAndClearReachEveryRegisteredIndex)
+// Whole-table changes tell the indexes and the dependents as a batch does,
+// so that views hear of them.
+TEST(ChangePath, BuildRebuildAndClearComeAsBatches)
 {
     TestDb t;
+    t.apply(R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}}]})");
+    Record row = t.items->masterIndex()->at(0);
     Registered r(t);
     t.items->build();
     t.items->rebuild();
     t.items->clear();
-    EXPECT_EQ(r.index.calls, QStringList({"idx.build", "idx.clear", "idx.build", "idx.clear"}));
+    EXPECT_EQ(r.index.calls, QStringList({"idx.begin", "idx.build", "idx.end", "idx.begin", "idx.clear", "idx.build",
+                                          "idx.end", "idx.begin", "idx.clear", "idx.end"}));
+    EXPECT_EQ(r.dependent.calls, QStringList({"dep.depBegin", "dep.depEnd", "dep.depBegin", "dep.depEnd", "dep.depBegin",
+                                              "dep.depEnd"}));
+    EXPECT_TRUE(t.masterKeys().isEmpty());
+    EXPECT_FALSE(row.inTable());
+}
+
+namespace {
+// Throws from one chosen call; records every call it gets.
+class ThrowingIndex : public RecordingIndex
+{
+public:
+    ThrowingIndex(QString name, QString throwIn) : RecordingIndex(std::move(name)), m_throwIn(std::move(throwIn)) {}
+    void beginUpdate() override { RecordingIndex::beginUpdate(); maybeThrow("begin"); }
+    void preprocess(QList<Record> const& i, QList<Record> const& u, int f, int l, QList<Record> const& d,
+                    QList<Record> const& images) override
+    {
+        RecordingIndex::preprocess(i, u, f, l, d, images);
+        maybeThrow("preprocess");
+    }
+    void process(QList<Record> const& i, QList<Record> const& u, int f, int l, QList<Record> const& d) override
+    {
+        RecordingIndex::process(i, u, f, l, d);
+        maybeThrow("process");
+    }
+    void endUpdate() override { RecordingIndex::endUpdate(); maybeThrow("end"); }
+    void dependentEndUpdate(Table* t) override { RecordingIndex::dependentEndUpdate(t); maybeThrow("depEnd"); }
+    QString getClassName() const override { return QStringLiteral("ThrowingIndex"); }
+
+private:
+    void maybeThrow(char const* call)
+    {
+        if (m_throwIn == QLatin1String(call)) throw Exception(QStringLiteral("broken in %1").arg(QLatin1String(call)));
+    }
+    QString m_throwIn;
+};
+
+// Adds rows one by one to a list of keys, and fails on the row with id 2.
+class RowIndex : public Index
+{
+public:
+    QStringList keys;
+    void clear() override { keys.clear(); }
+    void build() override {}
+    void add(Record const& r) override
+    {
+        if (r.data("id").rawInt32() == 2) throw QStringLiteral("no room for id 2");
+        keys << r.data("id").toString();
+    }
+    void remove(Record const&, int) override {}
+    bool filter(Record const&) const override { return true; }
+    bool contains(Record const&) const override { return false; }
+    QString getClassName() const override { return QStringLiteral("RowIndex"); }
+};
+} // namespace
+
+// An index that throws in the middle of a batch neither stops the others
+// nor loses its own later calls: every begin gets its end, the table and
+// its master index hold the whole batch, and the failure names the index,
+// the call and the batch.
+class ThrowingHook : public ::testing::TestWithParam<char const*> {};
+
+TEST_P(ThrowingHook, EveryBegunBatchEndsAndTheFailureIsNamed)
+{
+    TestDb t;
+    ThrowingIndex broken("bad", QString::fromLatin1(GetParam()));
+    RecordingIndex after("idx");
+    RecordingIndex dependent("dep");
+    t.items->addIndex(&broken);
+    t.items->addIndex(&after);
+    t.items->addDependentIndex(&dependent);
+    try {
+        t.apply(R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}},{"insert":{"grp":1,"id":2}}]})");
+        ADD_FAILURE() << "the failure was not reported";
+    } catch (HookFailure const& e) {
+        EXPECT_TRUE(e.message().startsWith("inline:1: applied to table 'items', but ThrowingIndex failed in ")) << e.message().toStdString();
+        EXPECT_TRUE(e.message().contains(QStringLiteral("broken in %1").arg(QLatin1String(GetParam())))) << e.message().toStdString();
+    }
+    EXPECT_EQ(t.masterKeys(), QStringList({"1,1", "1,2"}));
+    QStringList const batch{"begin", "preprocess(2,0,0)", "process(2,0,0,-1..-1)", "end"};
+    QStringList expectedBroken, expectedAfter;
+    for (QString const& call : batch) {
+        expectedBroken << "bad." + call;
+        expectedAfter << "idx." + call;
+    }
+    EXPECT_EQ(broken.calls.mid(broken.calls.indexOf("bad.begin")), expectedBroken);
+    EXPECT_EQ(after.calls, expectedAfter);
+    EXPECT_EQ(dependent.calls, QStringList({"dep.depBegin", "dep.depEnd"}));
+    t.items->removeIndex(&broken);
+    t.items->removeIndex(&after);
+    t.items->removeDependentIndex(&dependent);
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, ThrowingHook, ::testing::Values("begin", "preprocess", "process", "end"),
+                         [](::testing::TestParamInfo<char const*> const& info) { return std::string(info.param); });
+
+TEST(ChangePath, AFailingRowIsNamedAndTheRowsAfterItStillArrive)
+{
+    TestDb t;
+    RowIndex rows;
+    t.items->addIndex(&rows);
+    try {
+        t.apply(R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}},{"insert":{"grp":1,"id":2}},{"insert":{"grp":1,"id":3}}]})");
+        ADD_FAILURE() << "the failure was not reported";
+    } catch (HookFailure const& e) {
+        EXPECT_TRUE(e.message().contains("RowIndex failed in process: add of row 1,2: no room for id 2")) << e.message().toStdString();
+    }
+    EXPECT_EQ(rows.keys, QStringList({"1", "3"}));
+    EXPECT_EQ(t.masterKeys(), QStringList({"1,1", "1,2", "1,3"}));
+    t.items->removeIndex(&rows);
+}
+
+TEST(ChangePath, AFailingDependentIsReportedAfterTheOthersEnded)
+{
+    TestDb t;
+    ThrowingIndex broken("bad", "depEnd");
+    RecordingIndex dependent("dep");
+    t.items->addDependentIndex(&broken);
+    t.items->addDependentIndex(&dependent);
+    EXPECT_THROW(t.items->clear(), HookFailure);
+    EXPECT_EQ(dependent.calls, QStringList({"dep.depBegin", "dep.depEnd"}));
+    t.items->removeDependentIndex(&broken);
+    t.items->removeDependentIndex(&dependent);
 }
 
 // Each of these batches is rejected whole: no row and no index changes, and

@@ -5,6 +5,10 @@
 #include <database/batch.h>
 #include <database/database.h>
 
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QStringList>
 #include <functional>
 #include <ostream>
@@ -13,6 +17,18 @@
 
 // Readable QStrings in assertion messages.
 inline void PrintTo(QString const& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
+
+// The real definitions of the named tables (data/schema.json): directories
+// rest on their column order.
+inline QByteArray realSchema(QStringList const& names)
+{
+    QFile f(QStringLiteral(SOURCE_DIR "/data/schema.json"));
+    f.open(QIODevice::ReadOnly);
+    QJsonArray picked;
+    for (QJsonValue const& t : QJsonDocument::fromJson(f.readAll()).object().value("tables").toArray())
+        if (names.contains(t.toObject().value("name").toString())) picked.append(t);
+    return QJsonDocument(QJsonObject{{"tables", picked}}).toJson(QJsonDocument::Compact);
+}
 
 // Tables made in the core's own database for one test, and directories that
 // must start afresh afterwards; both are undone in TearDown.

@@ -1,8 +1,12 @@
 #include "core_fixture.h"
 #include "enumerations.h"
 #include "frame.h"
+#include "markets.h"
+#include "securities.h"
 
 #include <QSignalSpy>
+#include <QSet>
+#include <random>
 #include <atomic>
 #include <thread>
 #include <vector>
@@ -41,6 +45,37 @@ private:
 
 int registrations(Table const& t) { return t.indexes().size() + t.dependents().size(); }
 
+// A directory whose construction reaches its own i().
+class SelfCallingDirectory : public Directory
+{
+    Q_OBJECT
+    DIRECTORY_SINGLETON(SelfCallingDirectory)
+public:
+    explicit SelfCallingDirectory(QObject* parent)
+        : Directory(parent, "SelfCallingDirectory", QStringLiteral("probes"), AsDependent)
+    {
+        SelfCallingDirectory::i();
+    }
+Q_SIGNALS:
+    void dataChanged();
+};
+
+// An index whose hook creates the probe directory during a batch, as hooks
+// that reach other directories do.
+class CreatingIndex : public Index
+{
+public:
+    ProbeDirectory* created = nullptr;
+    void clear() override {}
+    void build() override {}
+    void add(Record const&) override {}
+    void remove(Record const&, int) override {}
+    bool filter(Record const&) const override { return true; }
+    bool contains(Record const&) const override { return false; }
+    void endUpdate() override { created = ProbeDirectory::i(); }
+    QString getClassName() const override { return QStringLiteral("CreatingIndex"); }
+};
+
 class Frame : public CoreTablesTest
 {
 protected:
@@ -50,6 +85,7 @@ protected:
         g_failuresLeft = 0;
         resetAfter<ProbeDirectory>();
         resetAfter<BuySellDirectory>();
+        resetAfter<SelfCallingDirectory>();
     }
 };
 
@@ -120,12 +156,15 @@ TEST_F(Frame, DestructionUnregistersOnlyWhileTheTableLives)
     QSingleton<ProbeDirectory>::reset();
     EXPECT_EQ(registrations(*probes), before);
 
-    // With the table gone, destruction must not touch it (ASan watches).
+    // With the table gone, destruction must not touch it (ASan watches),
+    // and the next i() reports the missing table.
     ProbeDirectory::i();
+    QWeakPointer<Table> gone = probes;
     probes.reset();
     db()->dropTable("probes");
+    EXPECT_TRUE(gone.isNull());
     QSingleton<ProbeDirectory>::reset();
-    SUCCEED();
+    EXPECT_THROW(ProbeDirectory::i(), QString);
 }
 
 TEST_F(Frame, OneSignalPerBatchOfManyRows)
@@ -143,6 +182,138 @@ TEST_F(Frame, OneSignalPerBatchOfManyRows)
     auto* index = static_cast<MasterIndex_Column_Pure*>(p->codeIndex());
     EXPECT_EQ(index->count(), 199);
     EXPECT_EQ(index->at(198).data("code").toString(), "Z");
+}
+
+TEST_F(Frame, AConstructionThatReachesItsOwnInstanceFailsClearly)
+{
+    createTables(kProbeSchema);
+    QSharedPointer<Table> probes = db()->table("probes");
+    int before = registrations(*probes);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        try {
+            SelfCallingDirectory::i();
+            FAIL() << "no exception";
+        } catch (QString const& e) {
+            EXPECT_EQ(e, "SelfCallingDirectory::i() was called again while SelfCallingDirectory was being created on the same thread");
+        }
+    }
+    EXPECT_EQ(registrations(*probes), before);
+    // The failed construction let the table go: another thread can take it.
+    bool taken = false;
+    std::thread([&] {
+        taken = probes->tryLock();
+        if (taken) probes->unlock();
+    }).join();
+    EXPECT_TRUE(taken);
+}
+
+// A hook that creates a directory during a batch, while another thread is
+// creating the same directory for the first time: neither waits for the
+// other for ever, and there is one instance.
+TEST_F(Frame, HooksCreateDirectoriesWhileAnotherThreadDoes)
+{
+    createTables(kProbeSchema);
+    QSharedPointer<Table> probes = db()->table("probes");
+    CreatingIndex hook;
+    probes->addIndex(&hook);
+    for (int round = 0; round < 6; ++round) {
+        QSingleton<ProbeDirectory>::reset();
+        g_constructed = 0;
+        hook.created = nullptr;
+        ProbeDirectory* fromThread = nullptr;
+        std::thread creator([&] { fromThread = ProbeDirectory::i(); });
+        apply(QStringLiteral(R"({"table":"probes","ops":[{"insert":{"id":%1,"code":"R%1"}}]})").arg(round).toUtf8());
+        creator.join();
+        EXPECT_EQ(g_constructed.load(), 1) << round;
+        EXPECT_EQ(fromThread, hook.created) << round;
+        EXPECT_EQ(probes->indexes().count(fromThread), 1) << round;
+    }
+    probes->removeIndex(&hook);
+}
+
+#if defined(DIRECTORY_CHECK_THREADS) && !defined(__SANITIZE_THREAD__)
+// Checking builds stop a lookup that reads live rows off the updating
+// thread; holding the table's lock makes it legal.
+TEST_F(Frame, OffThreadLookupsWithoutTheLockStop)
+{
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    createTables(realSchema({"stocks"}));
+    apply(R"({"table":"stocks","ops":[{"insert":{"stock_id":1,"stock_code":"DERIV","name":"Derivatives"}}]})");
+    resetAfter<StockDirectory>();
+    StockDirectory* stocks = StockDirectory::i();
+    QString fromThread;
+    std::thread([&] {
+        TableLocker lock(db()->table("stocks").data());
+        fromThread = stocks->codeById(1);
+    }).join();
+    EXPECT_EQ(fromThread, "DERIV");
+    EXPECT_DEATH(std::thread([&] { stocks->codeById(1); }).join(), "called off the updating thread of table 'stocks'");
+}
+#endif
+
+// Directories are created for the first time on several threads while the
+// updating thread applies batches to their tables: each ends up registered
+// once, complete, and in agreement with its table.
+TEST_F(Frame, ThreadsCreateDirectoriesWhileBatchesApply)
+{
+    createTables(realSchema({"stocks", "boards", "securities"}));
+    resetAfter<StockDirectory>();
+    resetAfter<BoardDirectory>();
+    resetAfter<SecurityDirectory>();
+    resetAfter<StockSecDirectory>();
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> creators;
+    std::atomic<int> answered{0};
+    for (int n = 0; n < 4; ++n)
+        creators.emplace_back([&, n] {
+            // Each thread meets the directories in another order.
+            for (int k = 0; k < 4; ++k) {
+                switch ((n + k) % 4) {
+                case 0: StockDirectory::i(); break;
+                case 1: BoardDirectory::i(); break;
+                case 2: SecurityDirectory::i(); break;
+                case 3: StockSecDirectory::i(); break;
+                }
+            }
+            while (!stop.load()) {
+                // Off the updating thread, lookups hold the table's lock.
+                TableLocker lock(db()->table("boards").data());
+                if (BoardDirectory::i()->idByCode(1, QStringLiteral("B1")) == 1) ++answered;
+            }
+        });
+    std::mt19937 rng(3);
+    apply(R"({"table":"stocks","ops":[{"insert":{"stock_id":1,"stock_code":"DERIV","name":"Derivatives"}}]})");
+    apply(R"({"table":"boards","ops":[{"insert":{"stock_id":1,"board_id":1,"board_code":"B1","flags":1}}]})");
+    for (int batch = 0; batch < 60; ++batch) {
+        QStringList ops;
+        for (int n = 0; n < 5; ++n) {
+            int id = batch * 5 + n;
+            ops << QStringLiteral(R"({"insert":{"stock_id":1,"board_id":1,"sec_id":%1,"sec_code":"S%1","isin_id":%1,"decimals":%2}})")
+                       .arg(id).arg(rng() % 5);
+        }
+        apply(QStringLiteral(R"({"table":"securities","ops":[%1]})").arg(ops.join(',')).toUtf8());
+        apply(QStringLiteral(R"({"table":"boards","ops":[{"insert":{"stock_id":1,"board_id":%1,"board_code":"B%1"}}]})")
+                  .arg(batch + 2).toUtf8());
+    }
+    stop = true;
+    for (auto& t : creators) t.join();
+
+    QSharedPointer<Table> securities = db()->table("securities");
+    EXPECT_EQ(securities->indexes().count(SecurityDirectory::i()), 1);
+    EXPECT_EQ(securities->indexes().count(StockSecDirectory::i()), 1);
+    EXPECT_EQ(db()->table("boards")->dependents().count(BoardDirectory::i()), 1);
+    EXPECT_EQ(db()->table("stocks")->dependents().count(StockDirectory::i()), 1);
+    EXPECT_GT(answered.load(), 0);
+    // Built while batches ran, each directory still agrees with its table.
+    for (int board = 1; board <= 61; ++board)
+        EXPECT_EQ(BoardDirectory::i()->idByCode(1, QStringLiteral("B%1").arg(board)), board);
+    MasterIndex_Column_Pure* master = securities->masterIndex();
+    ASSERT_EQ(master->count(), 300);
+    for (auto it = master->begin(); it != master->end(); ++it) {
+        long long id = it->data("sec_id").toInteger64();
+        EXPECT_EQ(StockSecDirectory::i()->decimalsById(1, id), it->data("decimals").toInteger()) << id;
+        EXPECT_EQ(SecurityDirectory::i()->codeById(1, 1, id), QStringLiteral("S%1").arg(id));
+    }
 }
 
 #include "frame_test.moc"

@@ -13,18 +13,6 @@
 
 namespace {
 
-// The real definitions of the named tables: the change split of securities
-// rests on their column order.
-QByteArray realSchema(QStringList const& names)
-{
-    QFile f(QStringLiteral(SOURCE_DIR "/data/schema.json"));
-    f.open(QIODevice::ReadOnly);
-    QJsonArray picked;
-    for (QJsonValue const& t : QJsonDocument::fromJson(f.readAll()).object().value("tables").toArray())
-        if (names.contains(t.toObject().value("name").toString())) picked.append(t);
-    return QJsonDocument(QJsonObject{{"tables", picked}}).toJson(QJsonDocument::Compact);
-}
-
 QString sec(int stock, int board, qint64 id, QString code, int isin, QString decimals = QStringLiteral("2"))
 {
     return QStringLiteral(R"({"insert":{"stock_id":%1,"board_id":%2,"sec_id":%3,"sec_code":"%4","sec_name":"Name %4","base_code":"BASE","isin_id":%5,"decimals":%6}})")
@@ -134,6 +122,33 @@ TEST_F(Securities, ScansByCodeInIndexOrder)
     EXPECT_EQ(dir()->getBoardIdBySecCode("PX", 1, true), 8);
     EXPECT_EQ(dir()->keysByBaseCode("BASE", 1, 3), QStringList({"1,3,11", "1,3,12"}));
     EXPECT_EQ(dir()->keysByBaseCode("BASE", 0, 0).size(), 8);
+}
+
+// A lookup that reaches another directory whose table is missing answers
+// as if that directory were unbound: it never throws.
+TEST_F(Securities, ScansWithoutABoardTableNeverThrow)
+{
+    SecurityDirectory* d = dir();
+    db()->dropTable("boards");
+    QSingleton<BoardDirectory>::reset();
+    int board = -1;
+    EXPECT_NO_THROW(board = d->getBoardIdBySecCode("PX", 1, true));
+    EXPECT_EQ(board, 0);   // an unbound board directory calls every board a proxy
+    EXPECT_NO_THROW(board = d->getBoardIdBySecCode("FUT", 0, false));
+    EXPECT_EQ(board, 0);
+}
+
+// Whole-table changes reach the directory's views like a batch does.
+TEST_F(Securities, ClearAndRebuildSignalOnce)
+{
+    QSignalSpy securities(dir(), &SecurityDirectory::dataChanged);
+    QSignalSpy boards(BoardDirectory::i(), &BoardDirectory::dataChanged);
+    db()->table("boards")->rebuild();
+    EXPECT_EQ(boards.count(), 1);
+    db()->table("securities")->clear();
+    EXPECT_EQ(securities.count(), 1);
+    EXPECT_TRUE(dir()->recordById(1, 14, 77).isEmpty());
+    EXPECT_EQ(BoardDirectory::i()->idByCode(1, "OPT"), 14);
 }
 
 TEST_F(Securities, FallbackTexts)

@@ -265,21 +265,92 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
     return plan;
 }
 
-void BatchApplier::apply(Table* table, BatchPlan const& plan)
+namespace {
+// Runs each index's calls of one change so that a throwing index neither
+// stops the others nor loses its own later calls: failures are collected
+// and reported once every begin has had its end.
+class HookRunner
 {
-    table->lock();
-    struct Unlock { Table* t; ~Unlock() { t->unlock(); } } unlock{table};
+public:
+    HookRunner(Table* table, QString origin) : m_table(table), m_origin(std::move(origin)) {}
+
+    template <class Call>
+    void run(Index* index, char const* what, Call&& call)
+    {
+        try {
+            call();
+        } catch (Exception const& e) {
+            note(index, what, e.message());
+        } catch (QString const& message) {
+            note(index, what, message);
+        } catch (std::exception const& e) {
+            note(index, what, QString::fromLocal8Bit(e.what()));
+        } catch (...) {
+            note(index, what, QStringLiteral("unknown exception"));
+        }
+    }
+    void finish() const
+    {
+        if (m_failures.isEmpty()) return;
+        throw HookFailure(QStringLiteral("%1: applied to table '%2', but %3")
+                              .arg(m_origin.isEmpty() ? QStringLiteral("batch") : m_origin, m_table->name(),
+                                   m_failures.join(QStringLiteral("; "))));
+    }
+
+private:
+    void note(Index* index, char const* what, QString const& message)
+    {
+        QString name;
+        try {
+            name = index->getClassName();
+        } catch (...) {
+        }
+        if (name.isEmpty()) name = QStringLiteral("an index");
+        m_failures << QStringLiteral("%1 failed in %2: %3").arg(name, QLatin1String(what), message);
+    }
+
+    Table* m_table;
+    QString m_origin;
+    QStringList m_failures;
+};
+
+struct TableLock
+{
+    explicit TableLock(Table* t) : table(t) { table->lock(); }
+    ~TableLock() { table->unlock(); }
+    Table* table;
+};
+} // namespace
+
+void BatchApplier::restructure(Table* table, QString const& origin, std::function<void(Index*)> const& change)
+{
+    TableLock lock(table);
+    HookRunner hooks(table, origin);
+    QList<Index*> const indexes = table->indexes();
+    QList<Index*> const dependents = table->dependents();
+    for (Index* d : dependents) hooks.run(d, "dependentBeginUpdate", [&] { d->dependentBeginUpdate(table); });
+    for (Index* i : indexes) hooks.run(i, "beginUpdate", [&] { i->beginUpdate(); });
+    for (Index* i : indexes) hooks.run(i, "the change", [&] { change(i); });
+    for (Index* i : indexes) hooks.run(i, "endUpdate", [&] { i->endUpdate(); });
+    for (Index* d : dependents) hooks.run(d, "dependentEndUpdate", [&] { d->dependentEndUpdate(table); });
+    hooks.finish();
+}
+
+void BatchApplier::apply(Table* table, BatchPlan const& plan, QString const& origin)
+{
+    TableLock lock(table);
+    HookRunner hooks(table, origin);
     QList<Index*> const indexes = table->indexes();
     QList<Index*> const dependents = table->dependents();
 
-    for (Index* d : dependents) d->dependentBeginUpdate(table);
-    for (Index* i : indexes) i->beginUpdate();
+    for (Index* d : dependents) hooks.run(d, "dependentBeginUpdate", [&] { d->dependentBeginUpdate(table); });
+    for (Index* i : indexes) hooks.run(i, "beginUpdate", [&] { i->beginUpdate(); });
 
     if (plan.clearAll) {
         IndexList* master = table->masterIndex();
         for (auto it = master->begin(); it != master->end(); ++it)
             reinterpret_cast<RowHeader*>(it->row())->flags &= ~std::uint32_t(RowInTable);
-        for (Index* i : indexes) i->clear();
+        for (Index* i : indexes) hooks.run(i, "clear", [&] { i->clear(); });
     }
 
     QList<Record> inserted, updated, deleted, images;
@@ -295,7 +366,8 @@ void BatchApplier::apply(Table* table, BatchPlan const& plan)
     for (auto const& u : plan.updates) { updated.append(u.row); images.append(u.image); }
     for (Record const& r : plan.deletes) deleted.append(r);
 
-    for (Index* i : indexes) i->preprocess(inserted, updated, plan.firstColumn, plan.lastColumn, deleted, images);
+    for (Index* i : indexes)
+        hooks.run(i, "preprocess", [&] { i->preprocess(inserted, updated, plan.firstColumn, plan.lastColumn, deleted, images); });
 
     if (!plan.updates.empty()) {
         // Rows change in place; readers on other threads search under these locks.
@@ -309,9 +381,11 @@ void BatchApplier::apply(Table* table, BatchPlan const& plan)
         for (IndexList* l : lists) l->structureLock().unlock();
     }
 
-    for (Index* i : indexes) i->process(inserted, updated, plan.firstColumn, plan.lastColumn, deleted);
+    for (Index* i : indexes)
+        hooks.run(i, "process", [&] { i->process(inserted, updated, plan.firstColumn, plan.lastColumn, deleted); });
     for (Record const& r : deleted) reinterpret_cast<RowHeader*>(r.row())->flags &= ~std::uint32_t(RowInTable);
 
-    for (Index* i : indexes) i->endUpdate();
-    for (Index* d : dependents) d->dependentEndUpdate(table);
+    for (Index* i : indexes) hooks.run(i, "endUpdate", [&] { i->endUpdate(); });
+    for (Index* d : dependents) hooks.run(d, "dependentEndUpdate", [&] { d->dependentEndUpdate(table); });
+    hooks.finish();
 }

@@ -2,6 +2,8 @@
 #include <database/batch.h>
 #include <QByteArray>
 #include <QHash>
+#include <QStringList>
+#include <functional>
 #include <vector>
 
 // Key existence carried from one planned batch to the next without touching
@@ -37,7 +39,13 @@ public:
     // without building the row images.
     static BatchPlan plan(Batch const& batch, KeyOverlay* overlay = nullptr, bool keysOnly = false);
     // Drives the table's indexes through the plan (see docs/change-path.md).
-    static void apply(Table* table, BatchPlan const& plan);
+    // An index that throws is reported after the batch has ended for every
+    // index and dependent: HookFailure naming `origin`, the index, the call
+    // and the row.
+    static void apply(Table* table, BatchPlan const& plan, QString const& origin = QString());
+    // A change of the whole table (clear, build, rebuild): `change` runs on
+    // every index inside one begin/end pair, as for a batch.
+    static void restructure(Table* table, QString const& origin, std::function<void(Index*)> const& change);
 
     static QByteArray keyBytes(Table const* table, unsigned char const* row);
     // A new row with the image's values, its strings copied rather than shared.

@@ -9,6 +9,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMutex>
+#include <QThread>
 
 namespace {
 QHash<QString, Table::MasterIndexFactory>& defaultFactories()
@@ -19,17 +20,39 @@ QHash<QString, Table::MasterIndexFactory>& defaultFactories()
 QMutex g_factoryMutex;
 } // namespace
 
-Database::Database() = default;
+Database::Database() : m_updatingThread(QThread::currentThreadId()) {}
 Database::~Database() = default;
 void Database::reserved3() {}
 
-QSharedPointer<Table> Database::table(QString const& name) const { return m_tables.value(name); }
-bool Database::hasTable(QString const& name) const { return m_tables.contains(name); }
+QSharedPointer<Table> Database::table(QString const& name) const
+{
+    std::shared_lock<std::shared_mutex> lock(m_tablesLock);
+    return m_tables.value(name);
+}
+bool Database::hasTable(QString const& name) const
+{
+    std::shared_lock<std::shared_mutex> lock(m_tablesLock);
+    return m_tables.contains(name);
+}
 QStringList Database::tableNames() const
 {
+    std::shared_lock<std::shared_mutex> lock(m_tablesLock);
     QStringList names = m_tables.keys();
     names.sort();
     return names;
+}
+
+Qt::HANDLE Database::updatingThread() const
+{
+    std::shared_lock<std::shared_mutex> lock(m_tablesLock);
+    return m_updatingThread;
+}
+
+void Database::setUpdatingThread(Qt::HANDLE thread)
+{
+    std::unique_lock<std::shared_mutex> lock(m_tablesLock);
+    m_updatingThread = thread;
+    for (QSharedPointer<Table> const& t : m_tables) t->setUpdatingThread(thread);
 }
 
 void Database::setMasterIndexFactory(QString const& table, Table::MasterIndexFactory factory)
@@ -45,18 +68,29 @@ void Database::setDefaultMasterIndexFactory(QString const& table, Table::MasterI
 
 QSharedPointer<Table> Database::createTable(TableSchema const& schema)
 {
-    if (m_tables.contains(schema.name)) throw Exception(QStringLiteral("Table '%1' already exists").arg(schema.name));
+    if (hasTable(schema.name)) throw Exception(QStringLiteral("Table '%1' already exists").arg(schema.name));
     Table::MasterIndexFactory factory = m_factories.value(schema.name);
     if (!factory) {
         QMutexLocker lock(&g_factoryMutex);
         factory = defaultFactories().value(schema.name);
     }
     QSharedPointer<Table> table(new Table(schema, factory), &Table::release);
+    std::unique_lock<std::shared_mutex> lock(m_tablesLock);
+    if (m_tables.contains(schema.name)) throw Exception(QStringLiteral("Table '%1' already exists").arg(schema.name));
+    table->setUpdatingThread(m_updatingThread);
     m_tables.insert(schema.name, table);
     return table;
 }
 
-void Database::dropTable(QString const& name) { m_tables.remove(name); }
+void Database::dropTable(QString const& name)
+{
+    QSharedPointer<Table> dropped;
+    {
+        std::unique_lock<std::shared_mutex> lock(m_tablesLock);
+        dropped = m_tables.take(name);
+    }
+    // Released outside the lock: dropping a table runs index destructors.
+}
 
 void Database::loadSchema(QString const& path)
 {
@@ -95,7 +129,7 @@ void Database::loadSchemaJson(QByteArray const& json, QString const& origin)
     }
     // Check every table before creating any.
     for (TableSchema const& s : schemas) {
-        if (m_tables.contains(s.name)) throw Exception(QStringLiteral("%1: table '%2' already exists").arg(origin, s.name));
+        if (hasTable(s.name)) throw Exception(QStringLiteral("%1: table '%2' already exists").arg(origin, s.name));
         try {
             Table probe(s);
         } catch (Exception const& e) {
@@ -108,5 +142,5 @@ void Database::loadSchemaJson(QByteArray const& json, QString const& origin)
 void Database::apply(Batch const& batch)
 {
     BatchPlan plan = BatchApplier::plan(batch);
-    BatchApplier::apply(batch.table.data(), plan);
+    BatchApplier::apply(batch.table.data(), plan, batch.origin);
 }

@@ -2,3 +2,4 @@
 
 Exception::Exception(QString const& message) : m_message(message) {}
 Exception::~Exception() = default;
+HookFailure::~HookFailure() = default;

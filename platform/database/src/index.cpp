@@ -1,5 +1,8 @@
 #include <database/index.h>
 #include <database/table.h>
+#include <database/exception.h>
+
+#include <exception>
 
 qint64 Index::m_nsecsElapsedTotal = 0;
 
@@ -14,14 +17,61 @@ void Index::rebuild()
 
 void Index::preprocess(QList<Record> const&, QList<Record> const&, int, int, QList<Record> const&, QList<Record> const&) {}
 
+namespace {
+// A row operation that throws does not keep the rows after it from the
+// index: the first failure is reported, with its row, once all have run.
+class RowFailures
+{
+public:
+    template <class Call>
+    void run(char const* what, Record const& row, Call&& call)
+    {
+        try {
+            call();
+        } catch (Exception const& e) {
+            note(what, row, e.message());
+        } catch (QString const& message) {
+            note(what, row, message);
+        } catch (std::exception const& e) {
+            note(what, row, QString::fromLocal8Bit(e.what()));
+        } catch (...) {
+            note(what, row, QStringLiteral("unknown exception"));
+        }
+    }
+    void finish() const
+    {
+        if (m_count == 0) return;
+        QString more = m_count > 1 ? QStringLiteral(" (and %1 more rows)").arg(m_count - 1) : QString();
+        throw Exception(m_first + more);
+    }
+
+private:
+    void note(char const* what, Record const& row, QString const& message)
+    {
+        if (m_count++ > 0) return;
+        QString key;
+        Table const* table = row.table();
+        if (table && table->masterIndex()) key = table->masterIndex()->toText(row);
+        m_first = QStringLiteral("%1 of row %2: %3").arg(QLatin1String(what), key, message);
+    }
+
+    int m_count = 0;
+    QString m_first;
+};
+} // namespace
+
 // Row by row: deletions first, then updates, then insertions.
 void Index::process(QList<Record> const& inserted, QList<Record> const& updated, int firstColumn, int lastColumn,
                     QList<Record> const& deleted)
 {
-    for (Record const& r : deleted) remove(r, indexOf(r));
-    for (Record const& r : updated) update(r, firstColumn, lastColumn, indexOf(r));
+    RowFailures failures;
+    for (Record const& r : deleted) failures.run("remove", r, [&] { remove(r, indexOf(r)); });
+    for (Record const& r : updated) failures.run("update", r, [&] { update(r, firstColumn, lastColumn, indexOf(r)); });
     for (Record const& r : inserted)
-        if (filter(r)) add(r);
+        failures.run("add", r, [&] {
+            if (filter(r)) add(r);
+        });
+    failures.finish();
 }
 
 void Index::update(Record const& record, int, int, int position)

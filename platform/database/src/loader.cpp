@@ -132,28 +132,54 @@ void releaseFreedHeap()
     malloc_trim(0);
 #endif
 }
+
+// An index failing on a batch does not stop a load: the batch itself was
+// applied, and so are the batches after it; the failures are reported
+// together once the load is done.
+class IndexFailures
+{
+public:
+    void applyTo(Database& db, Batch const& batch)
+    {
+        try {
+            db.apply(batch);
+        } catch (HookFailure const& failure) {
+            m_messages << failure.message();
+        }
+    }
+    void report() const
+    {
+        if (!m_messages.isEmpty()) throw HookFailure(m_messages.join(QLatin1Char('\n')));
+    }
+
+private:
+    QStringList m_messages;
+};
 } // namespace
 
 int Database::loadFile(QString const& path, std::function<void(int, qint64, qint64)> progress)
 {
     int applied = 0;
+    IndexFailures failures;
     {
         DecodingReader reader(*this, path);
         DecodingReader::Item item;
         while (reader.next(item)) {
             if (!item.error.isEmpty()) throw Exception(item.error);
-            apply(item.batch);
+            failures.applyTo(*this, item.batch);
             ++applied;
             if (progress) progress(applied, item.bytesRead, reader.total());
         }
     }
     releaseFreedHeap();
+    failures.report();
     return applied;
 }
 
 int Database::loadFileAtomically(QString const& path, std::function<void(int, int, QString const&)> afterBatch)
 {
     int count = 0;
+    IndexFailures failures;
     {
         std::vector<Batch> batches;
         {
@@ -171,11 +197,12 @@ int Database::loadFileAtomically(QString const& path, std::function<void(int, in
         }
         int applied = 0;
         for (Batch const& b : batches) {
-            apply(b);
+            failures.applyTo(*this, b);
             if (afterBatch) afterBatch(++applied, int(batches.size()), b.table->name());
         }
         count = int(batches.size());
     }
     releaseFreedHeap();
+    failures.report();
     return count;
 }

@@ -1,6 +1,9 @@
 #include <database/exception.h>
 #include <database/index.h>
 #include <database/table.h>
+#include "batchapplier.h"
+
+#include <QThread>
 
 #include <QElapsedTimer>
 #include <algorithm>
@@ -201,13 +204,54 @@ void Table::freeRow(unsigned char* row) const
     if (m_liveRows.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 
+void Table::lock() const
+{
+    m_mutex.lock();
+    if (m_lockDepth++ == 0) m_lockOwner.store(QThread::currentThreadId(), std::memory_order_release);
+}
+
+bool Table::tryLock() const
+{
+    if (!m_mutex.tryLock()) return false;
+    if (m_lockDepth++ == 0) m_lockOwner.store(QThread::currentThreadId(), std::memory_order_release);
+    return true;
+}
+
+void Table::unlock() const
+{
+    if (--m_lockDepth == 0) m_lockOwner.store(nullptr, std::memory_order_release);
+    m_mutex.unlock();
+}
+
+bool Table::isLockedByCurrentThread() const
+{
+    return m_lockOwner.load(std::memory_order_acquire) == QThread::currentThreadId();
+}
+
+bool Table::mayReadRows() const
+{
+    Qt::HANDLE here = QThread::currentThreadId();
+    return updatingThread() == here || m_lockOwner.load(std::memory_order_acquire) == here;
+}
+
+namespace {
+struct TableLocker
+{
+    explicit TableLocker(Table const* t) : table(t) { table->lock(); }
+    ~TableLocker() { table->unlock(); }
+    Table const* table;
+};
+} // namespace
+
 void Table::addIndex(Index* index)
 {
+    TableLocker locker(this);
     if (index && !m_indexes.contains(index)) m_indexes.append(index);
 }
 
 void Table::removeIndex(Index* index)
 {
+    TableLocker locker(this);
     if (index == m_master) return;
     m_indexes.removeAll(index);
     for (auto it = m_named.begin(); it != m_named.end();) it = it.value() == index ? m_named.erase(it) : std::next(it);
@@ -215,39 +259,50 @@ void Table::removeIndex(Index* index)
 
 void Table::addDependentIndex(Index* index)
 {
+    TableLocker locker(this);
     if (index && !m_dependents.contains(index)) m_dependents.append(index);
 }
 
-void Table::removeDependentIndex(Index* index) { m_dependents.removeAll(index); }
+void Table::removeDependentIndex(Index* index)
+{
+    TableLocker locker(this);
+    m_dependents.removeAll(index);
+}
 
-void Table::setIndexName(QString const& name, Index* index) { m_named.insert(name, index); }
+void Table::setIndexName(QString const& name, Index* index)
+{
+    TableLocker locker(this);
+    m_named.insert(name, index);
+}
 
-Index* Table::indexByName(QString const& name) const { return m_named.value(name, nullptr); }
+Index* Table::indexByName(QString const& name) const
+{
+    TableLocker locker(this);
+    return m_named.value(name, nullptr);
+}
 
 void Table::clear()
 {
-    lock();
-    QList<Index*> indexes = m_indexes;
-    for (Index* i : indexes) i->clear();
-    unlock();
+    BatchApplier::restructure(this, QStringLiteral("clear of table '%1'").arg(m_name), [this](Index* i) {
+        if (i == m_master) {
+            // The rows leave the table with the master index.
+            for (auto it = m_master->begin(); it != m_master->end(); ++it)
+                reinterpret_cast<RowHeader*>(it->row())->flags &= ~std::uint32_t(RowInTable);
+        }
+        i->clear();
+    });
 }
 
 void Table::build()
 {
-    lock();
-    QList<Index*> indexes = m_indexes;
-    for (Index* i : indexes) i->build();
-    unlock();
+    BatchApplier::restructure(this, QStringLiteral("build of table '%1'").arg(m_name), [](Index* i) { i->build(); });
 }
 
 void Table::rebuild()
 {
-    lock();
-    QList<Index*> indexes = m_indexes;
     // The master index holds the rows: it is resorted, never emptied.
-    for (Index* i : indexes) {
+    BatchApplier::restructure(this, QStringLiteral("rebuild of table '%1'").arg(m_name), [this](Index* i) {
         if (i == m_master) m_master->resort();
         else i->rebuild();
-    }
-    unlock();
+    });
 }

@@ -7,6 +7,7 @@
 #include <QStringList>
 #include <functional>
 #include <memory>
+#include <shared_mutex>
 
 struct Batch;
 
@@ -28,6 +29,13 @@ public:
     void dropTable(QString const& name);
     QStringList tableNames() const;
 
+    // The updating thread: the one thread that applies batches (and
+    // clears, builds, rebuilds tables). By default the thread that created
+    // the database; a program that applies on another thread names it here
+    // before its first batch. Every table follows it.
+    Qt::HANDLE updatingThread() const;
+    void setUpdatingThread(Qt::HANDLE thread);
+
     // A factory for the master index of the named table, used when the
     // table is created (or recreated). The product registers its cached
     // typed index this way, so the database never links against it.
@@ -48,6 +56,10 @@ public:
     int loadFileAtomically(QString const& path, std::function<void(int applied, int total, QString const& table)> afterBatch = {});
 
 private:
+    // Directories look tables up from any thread while the program creates
+    // and drops them.
+    mutable std::shared_mutex m_tablesLock;
     QHash<QString, QSharedPointer<Table>> m_tables;
+    Qt::HANDLE m_updatingThread = nullptr;
     QHash<QString, Table::MasterIndexFactory> m_factories;
 };

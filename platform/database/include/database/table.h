@@ -69,9 +69,25 @@ public:
     unsigned char* allocRow(bool forTable = false) const;
     void freeRow(unsigned char* row) const;
 
-    void lock() const { m_mutex.lock(); }
-    void unlock() const { m_mutex.unlock(); }
+    // The table's lock: held by the updating thread for a whole batch (and
+    // for clear, build and rebuild), and by a directory from its
+    // registration to the end of its construction. Recursive. Another
+    // thread that holds it may read the table's rows safely.
+    void lock() const;
+    void unlock() const;
+    bool tryLock() const;
+    // The calling thread holds the lock.
+    bool isLockedByCurrentThread() const;
 
+    // The thread that applies this table's batches (the database's
+    // updating thread); lookups that read live rows belong there.
+    Qt::HANDLE updatingThread() const { return m_updatingThread.load(std::memory_order_acquire); }
+    void setUpdatingThread(Qt::HANDLE thread) { m_updatingThread.store(thread, std::memory_order_release); }
+    // On the updating thread, or holding the table's lock.
+    bool mayReadRows() const;
+
+    // Registration takes the table's lock, so that it never races a batch
+    // that walks the index lists.
     void addIndex(Index* index);
     void removeIndex(Index* index);
     void addDependentIndex(Index* index);
@@ -81,7 +97,10 @@ public:
     QList<Index*> const& indexes() const { return m_indexes; }
     QList<Index*> const& dependents() const { return m_dependents; }
 
-    // Every registered index, master first.
+    // Every registered index, master first, inside one begin/end pair of
+    // the indexes and of the dependents, as for a batch (see
+    // docs/change-path.md). A failing index is reported after every index
+    // has had its calls (HookFailure).
     void clear();
     void build();
     void rebuild();
@@ -113,6 +132,9 @@ private:
     QList<Index*> m_dependents;
     QHash<QString, Index*> m_named;
     mutable QRecursiveMutex m_mutex;
+    mutable std::atomic<Qt::HANDLE> m_lockOwner{nullptr};
+    mutable int m_lockDepth = 0;                   // written by the owner only
+    std::atomic<Qt::HANDLE> m_updatingThread{nullptr};
     // Rows alive plus one for the owner: the Table is deleted when the last
     // row buffer is freed after the database dropped it.
     mutable std::atomic<int> m_liveRows{1};
