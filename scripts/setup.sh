@@ -2,7 +2,8 @@
 # Installs what building and testing need on a fresh Debian machine.
 set -euo pipefail
 packages=(build-essential cmake qtbase5-dev qttools5-dev qttools5-dev-tools libgtest-dev libgmock-dev
-          libbenchmark-dev libsqlite3-dev clang libclang-rt-14-dev python3)
+          libbenchmark-dev libsqlite3-dev clang libclang-rt-14-dev python3
+          libquantlib0-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
