@@ -7,6 +7,8 @@
 #include <core/clock.h>
 #include <core/volat.h>
 
+#include <QDateTime>
+#include <QFile>
 #include <QThread>
 #include <cmath>
 
@@ -207,4 +209,58 @@ TEST_F(SecurityValues, CachedResultsAreRecomputedAfterASecond)
     expectResult(*third, core(120, 100, false, blackCoeffs()), false);
     EXPECT_EQ(dir()->volatCache(0).maxCost(), 1024);
     EXPECT_EQ(dir()->volatCache(1).maxCost(), 1024);
+}
+
+// Every option of the bundled market prices inside its bounds on both
+// smiles, on the market's own day: the generator's coefficients are sane.
+class BundledMarket : public CoreTablesTest
+{
+protected:
+    void SetUp() override
+    {
+        QFile schema(QStringLiteral(SOURCE_DIR "/data/schema.json"));
+        ASSERT_TRUE(schema.open(QIODevice::ReadOnly));
+        createTables(schema.readAll());
+        db()->loadFile(QStringLiteral(SOURCE_DIR "/data/market/snapshot.jsonl"));
+        resetAfter<SecurityDirectory>();
+        resetAfter<SessionDirectory>();
+        resetAfter<StockTimeDirectory>();
+        resetAfter<VolatCoeffBlackDirectory>();
+        resetAfter<VolatCoeffBachDirectory>();
+    }
+    void TearDown() override
+    {
+        CoreTablesTest::TearDown();
+        Clock::useSystem();
+    }
+};
+
+TEST_F(BundledMarket, EveryOptionPricesInsideItsBounds)
+{
+    SessionDirectory* sessions = SessionDirectory::i();
+    QDate const day = sessions->dateById(1, sessions->getMaxSessId(1)).getDate();
+    ASSERT_TRUE(day.isValid());
+    Clock::setFixed(QDateTime(day, QTime(10, 0), Qt::UTC).toMSecsSinceEpoch());
+
+    SecurityDirectory* dir = SecurityDirectory::i();
+    QSharedPointer<Table> t = db()->table(QStringLiteral("securities"));
+    int options = 0;
+    for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it) {
+        Record r = *it;
+        if (r.data("board_id").toInteger() != 14 || r.data("sectype").toString() != "O") continue;
+        long long const id = r.data("sec_id").toInteger64();
+        if (r.data("stock_id").toInteger() != 1 && !dir->recordById(1, 14, id).isEmpty()) continue;   // priced as (1, 14)
+        for (int type : {0, 1}) {
+            CalcVolatResult result;
+            dir->calcVolatBySecId(&result, id, type);
+            SCOPED_TRACE(testing::Message() << r.data("sec_code").toString().toStdString() << " type " << type);
+            ASSERT_TRUE(result.age.isValid());
+            double const lower = type == 1 ? r.data("price_step").toDouble() : r.data("volat_min").toDouble();
+            EXPECT_GT(result.volat.toDouble(), lower);
+            EXPECT_LT(result.volat.toDouble(), r.data("volat_max").toDouble());
+            EXPECT_GE(result.theorPrice.toDouble(), 0.0);
+        }
+        ++options;
+    }
+    EXPECT_GT(options, 1000);
 }
