@@ -3,6 +3,7 @@
 // reports which directories signalled for each replayed batch, and answers
 // lookups given on the command line.
 #include "lookups.h"
+#include "options.h"
 #include "signallog.h"
 
 #include <core/icore.h>
@@ -75,6 +76,7 @@ int main(int argc, char** argv)
     QCommandLineOption marketOpt(QStringLiteral("market"), QStringLiteral("Look up a market by number or code."), QStringLiteral("id|code"));
     parser.addOptions({dataOpt, schemaOpt, replayOpt, logOpt, paceOpt, quietOpt, tablesOpt, securityOpt, codeOpt, isinOpt,
                        boardOpt, boardCodeOpt, marketOpt});
+    console::OptionViews optionViews(parser);
     parser.process(app);
     if (!parser.positionalArguments().isEmpty())
         return fail(QStringLiteral("unexpected argument '%1' (see --help)").arg(parser.positionalArguments().first()));
@@ -140,5 +142,7 @@ int main(int argc, char** argv)
             if (!l.answer(out(), value))
                 return fail(QStringLiteral("--%1: cannot read '%2' (see --help)").arg(l.option.names().first(), value));
     }
+    QString optionError;
+    if (!optionViews.answer(parser, out(), optionError)) return fail(optionError);
     return 0;
 }
