@@ -96,7 +96,10 @@ void printBoard(QTextStream& out, QString const& base, QDate expiry, int type)
                 << under.data("sec_code").toString().trimmed() << " at " << QString::number(F, 'f', std::max(decimals, 0))
                 << ";  volatility bounds " << option.data("volat_min").toString() << " .. "
                 << option.data("volat_max").toString() << " %\n";
-            QString const sideHead = QStringLiteral("  Vol%     Theor   Delta     Gamma     Vega    Theta");
+            QString const sideHead = QStringLiteral("Vol%").rightJustified(6) + QLatin1Char(' ') +
+                                     QStringLiteral("Theor").rightJustified(10) + QStringLiteral("Delta").rightJustified(8) +
+                                     QStringLiteral("Gamma").rightJustified(10) + QStringLiteral("Vega").rightJustified(9) +
+                                     QStringLiteral("Theta").rightJustified(9);
             out << QStringLiteral("%1 |%2| %3\n").arg(QStringLiteral("CALLS").rightJustified(53), QStringLiteral("STRIKE").rightJustified(10), QStringLiteral("PUTS"))
                 << sideHead << " |          |" << sideHead << "\n";
             for (auto strike = bySeries[sp.option_series_id].begin(); strike != bySeries[sp.option_series_id].end(); ++strike) {
