@@ -195,6 +195,26 @@ TEST_F(SecurityValues, BachelierTypeFloorsAtThePriceStep)
     expectResult(*bach, core(101.5, 100, false, normal, 0.01), false);
 }
 
+// Absurd replicated coefficients still give finite results inside the
+// option's bounds.
+TEST_F(SecurityValues, AbsurdCoefficientRowsAreClamped)
+{
+    apply(R"({"table":"k3.volat_coeff_black","ops":[{"update":{"option_series_id":7,"a":1e300,"b":-1e300,"c":-5,"d":1e300,"e":0,"s":1e300}}]})");
+    CalcVolatResult r;
+    dir()->calcVolatBySecId(&r, 77, 0);
+    EXPECT_EQ(r.volat.toString(), "200.0000");   // volat_max
+    EXPECT_GT(r.theorPrice.toDouble(), 0.0);
+    EXPECT_LT(r.theorPrice.toDouble(), 101.5);
+    apply(R"({"table":"k3.volat_coeff_black","ops":[{"update":{"option_series_id":7,"a":-1e300,"b":0,"c":0,"d":0,"e":0,"s":0}}]})");
+    dir()->calcVolatBySecId(&r, 77, 0);
+    EXPECT_EQ(r.volat.toString(), "5.0000");     // volat_min
+    apply(R"({"table":"k3.volat_coeff_bach","ops":[{"update":{"option_series_id":7,"m":-4,"c":-1e300}}]})");
+    dir()->calcVolatBySecId(&r, 77, 1);
+    EXPECT_GT(r.volat.toDouble(), 0.0);
+    EXPECT_LE(r.volat.toDouble(), 200.0);
+    EXPECT_GE(r.theorPrice.toDouble(), 1.5);     // at least the intrinsic value
+}
+
 TEST_F(SecurityValues, CachedResultsAreRecomputedAfterASecond)
 {
     CalcVolatResult* first = dir()->getVolatResultBySecId(77, 0);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -18,8 +19,19 @@ constexpr double kSmileCap = 1e9;
 constexpr double kForwardFloor = 1e-12;
 constexpr double kDaysPerYear = 365.0;
 
-inline double cdf(double x) { return 0.5 * std::erfc(-x * kInvSqrt2); }
 inline double pdf(double x) { return kInvSqrt2Pi * std::exp(-0.5 * x * x); }
+
+// N(x) and N(-x) from one erfc: the smaller of the two is computed, the
+// larger (at least 1/2) is one minus it, so both keep their precision.
+struct Tails
+{
+    double up, down;   // N(x), N(-x)
+};
+inline Tails tails(double x)
+{
+    double const small = 0.5 * std::erfc(std::fabs(x) * kInvSqrt2);
+    return x >= 0.0 ? Tails{1.0 - small, small} : Tails{small, 1.0 - small};
+}
 inline double clampAbs(double v, double cap) { return v > cap ? cap : (v < -cap ? -cap : v); }
 inline double finiteOr(double v, double fallback) { return std::isfinite(v) ? v : fallback; }
 
@@ -69,11 +81,12 @@ Values normal(double F, double K, double sigma, double sqrtT)
     if (!(sd > 0.0)) return intrinsic(F, K);
     double const d = (F - K) / sd;
     double const nd = pdf(d);
+    Tails const n = tails(d);
     Values v;
-    v.call = (F - K) * cdf(d) + sd * nd;
-    v.put = (K - F) * cdf(-d) + sd * nd;
-    v.callDelta = cdf(d);
-    v.putDelta = -cdf(-d);
+    v.call = (F - K) * n.up + sd * nd;
+    v.put = (K - F) * n.down + sd * nd;
+    v.callDelta = n.up;
+    v.putDelta = -n.down;
     v.gamma = nd / sd;
     v.vega = F * sqrtT * nd / 100.0;
     v.theta = -sigmaN * nd / (2.0 * sqrtT) / kDaysPerYear;
@@ -82,7 +95,7 @@ Values normal(double F, double K, double sigma, double sqrtT)
 
 // Displaced diffusion: X = F + H with H = F(1 - m)/m is lognormal with
 // volatility sigma*m; m = 1 is Black-76 itself.
-Values displaced(double F, double K, double m, double sigma, double sqrtT)
+Values displaced(double F, double K, double lnKF, double m, double sigma, double sqrtT)
 {
     double const X = m == 1.0 ? F : F / m;
     double const H = m == 1.0 ? 0.0 : X - F;
@@ -97,15 +110,16 @@ Values displaced(double F, double K, double m, double sigma, double sqrtT)
     double const sigmaLn = sigma * m;
     double const sd = sigmaLn * sqrtT;
     // ln(X/Kd) = -ln(1 + m(K - F)/F), exact for small m where X and Kd are huge.
-    double const lnMoneyness = m == 1.0 ? std::log(F) - std::log(K) : -std::log1p(m * (K - F) / F);
+    double const lnMoneyness = m == 1.0 ? -lnKF : -std::log1p(m * (K - F) / F);
     double const d1 = lnMoneyness / sd + 0.5 * sd;
     double const d2 = d1 - sd;
     double const nd1 = pdf(d1);
+    Tails const n1 = tails(d1), n2 = tails(d2);
     Values v;
-    v.call = std::max(X * cdf(d1) - Kd * cdf(d2), std::max(F - K, 0.0));
-    v.put = std::max(Kd * cdf(-d2) - X * cdf(-d1), std::max(K - F, 0.0));
-    v.callDelta = cdf(d1);
-    v.putDelta = -cdf(-d1);
+    v.call = std::max(X * n1.up - Kd * n2.up, std::max(F - K, 0.0));
+    v.put = std::max(Kd * n2.down - X * n1.down, std::max(K - F, 0.0));
+    v.callDelta = n1.up;
+    v.putDelta = -n1.down;
     v.gamma = nd1 / (X * sd);
     v.vega = X * nd1 * sqrtT * m / 100.0;
     v.theta = -X * nd1 * sigmaLn / (2.0 * sqrtT) / kDaysPerYear;
@@ -121,22 +135,32 @@ double onStep(double price, double step)
 
 } // namespace
 
-double volat::smileVolat(VolatInputParams const& coeffs, double strike, double forward, double sqrtT)
+namespace {
+// ln(K/F), or the lowest the smile is evaluated at for a strike at or below
+// zero (infinitely far below the forward); 0 (the centre) without a forward.
+double logMoneyness(double strike, double forward)
 {
-    VolatInputParams const c = sane(coeffs);
-    sqrtT = boundedSqrtT(sqrtT);
-    double x = 0.0;   // no forward: the smile's centre
-    if (std::isfinite(forward) && forward > 0.0) {
-        // A strike at or below zero lies infinitely far below the forward.
-        x = std::isfinite(strike) && strike > 0.0 ? (std::log(strike) - std::log(forward)) / sqrtT : -kYLimit;
-    }
-    double const y = clampAbs(x - c.s, kYLimit);
+    if (!(std::isfinite(forward) && forward > 0.0)) return 0.0;
+    if (!(std::isfinite(strike) && strike > 0.0)) return -std::numeric_limits<double>::infinity();
+    return std::log(strike) - std::log(forward);
+}
+
+// The smile at x = lnKF / sqrtT for sane coefficients and time.
+double smileAt(VolatInputParams const& c, double lnKF, double sqrtT)
+{
+    double const y = clampAbs(lnKF / sqrtT - c.s, kYLimit);
     double const wing = c.b == 0.0 ? 0.0 : c.b * (1.0 - std::exp(std::min(-c.c * y * y, kExpLimit)));
     double const skew = c.d == 0.0 ? 0.0 : (std::fabs(c.e) < 1e-300 ? c.d * y : c.d * std::atan(c.e * y) / c.e);
     double const sigma = c.a + wing + skew;
     // Only absurd rows overflow with terms of opposite sign; their level is a.
     if (std::isnan(sigma)) return clampAbs(c.a, kSmileCap);
     return clampAbs(sigma, kSmileCap);
+}
+} // namespace
+
+double volat::smileVolat(VolatInputParams const& coeffs, double strike, double forward, double sqrtT)
+{
+    return smileAt(sane(coeffs), logMoneyness(strike, forward), boundedSqrtT(sqrtT));
 }
 
 void calcVolatParamsEx(VolatOutputParamsEx& out, VolatInputParamsEx const& in)
@@ -151,7 +175,8 @@ void calcVolatParamsEx(VolatOutputParamsEx& out, VolatInputParamsEx const& in)
     double const lower = finiteOr(in.volatMin, gc_dVolatMinDefault);
     // A null upper bound reads 0: no bound was published, the default holds.
     double const upper = std::isfinite(in.volatMax) && in.volatMax > 0.0 ? in.volatMax : gc_dVolatMaxDefault;
-    double const smile = volat::smileVolat(coeffs, K, F, sqrtT);
+    double const lnKF = logMoneyness(K, F);
+    double const smile = smileAt(coeffs, lnKF, sqrtT);
     // The upper bound wins over a lower bound above it.
     double const sigmaPct = std::max(std::min(std::max(smile, lower), upper), volat::kVolatFloor);
     double const sigma = sigmaPct / 100.0;
@@ -159,7 +184,7 @@ void calcVolatParamsEx(VolatOutputParamsEx& out, VolatInputParamsEx const& in)
     Values v;
     if (!(F > kForwardFloor)) v = intrinsic(F, K);
     else if (coeffs.m < volat::kNormalModelM) v = normal(F, K, sigma, sqrtT);
-    else v = displaced(F, K, coeffs.m, sigma, sqrtT);
+    else v = displaced(F, K, lnKF, coeffs.m, sigma, sqrtT);
 
     double const price = in.isPut ? v.put : v.call;
     out.callDelta = finiteOr(v.callDelta, 0.0);
