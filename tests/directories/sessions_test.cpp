@@ -4,7 +4,9 @@
 
 #include <core/clock.h>
 
+#include <QCoreApplication>
 #include <QSignalSpy>
+#include <QTranslator>
 
 namespace {
 
@@ -131,4 +133,14 @@ TEST_F(Time, MissingTablesThrowTheFramesMessage)
     } catch (QString const& message) {
         EXPECT_EQ(message, QStringLiteral("Таблица 'sessions' отсутствует"));
     }
+}
+
+TEST_F(Time, EnglishTexts)
+{
+    QTranslator english;
+    ASSERT_TRUE(english.load(QStringLiteral("libdirectory_en"), QStringLiteral(TRANSLATIONS_DIR)));
+    QCoreApplication::installTranslator(&english);
+    EXPECT_EQ(SessionDirectory::i()->nameById(1, 1), "<session not found>");
+    EXPECT_EQ(QCoreApplication::translate("VolatCoeffBachDirectory", "Таблица '%1' отсутствует"), "Table '%1' is missing");
+    QCoreApplication::removeTranslator(&english);
 }
