@@ -624,6 +624,6 @@ CalcVolatResult* SecurityDirectory::getVolatResultBySecId(long long secId, int t
         return calcVolatBySecId(cached, secId, type);
     }
     CalcVolatResult* fresh = calcVolatBySecId(new CalcVolatResult, secId, type);
-    cache.insert(secId, fresh, 1);
-    return cache.object(secId);
+    cache.insert(secId, fresh, 1);   // a cost of 1 always fits: the cache keeps it
+    return fresh;
 }

@@ -142,12 +142,14 @@ double logMoneyness(double strike, double forward)
 {
     if (!(std::isfinite(forward) && forward > 0.0)) return 0.0;
     if (!(std::isfinite(strike) && strike > 0.0)) return -std::numeric_limits<double>::infinity();
-    return std::log(strike) - std::log(forward);
+    // A quotient that overflows or vanishes lies far beyond any smile: y is clamped.
+    return std::log(strike / forward);
 }
 
 // The smile at x = lnKF / sqrtT for sane coefficients and time.
 double smileAt(VolatInputParams const& c, double lnKF, double sqrtT)
 {
+    if (c.b == 0.0 && c.d == 0.0) return clampAbs(c.a, kSmileCap);   // flat
     double const y = clampAbs(lnKF / sqrtT - c.s, kYLimit);
     double const wing = c.b == 0.0 ? 0.0 : c.b * (1.0 - std::exp(std::min(-c.c * y * y, kExpLimit)));
     double const skew = c.d == 0.0 ? 0.0 : (std::fabs(c.e) < 1e-300 ? c.d * y : c.d * std::atan(c.e * y) / c.e);
