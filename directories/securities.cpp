@@ -10,6 +10,7 @@
 #include <QElapsedTimer>
 #include <QMimeData>
 #include <QTimer>
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -492,6 +493,39 @@ X* directoryOrNull()
     }
 }
 
+// Powers of ten that a double holds exactly: scaling by them gives what
+// pow(10, n) would, without calling it for every value of a calculation.
+constexpr double kPow10[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11,
+                             1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr int kExactPowers = int(sizeof kPow10 / sizeof kPow10[0]);
+
+// Field::toDouble, short-cut for the decimal columns the calculation reads.
+double numberOf(Field const& f)
+{
+    if (f.type() != FieldType::Decimal || !f.hasValue()) return f.toDouble();
+    decimal const d = f.rawDecimal();
+    int const scale = d.scale();
+    if (scale < 0 || scale >= kExactPowers) return d.toDouble();
+    return double(d.mantissa()) / kPow10[scale];
+}
+
+// decimal::fromDouble, the same way round.
+decimal decimalOf(double value, short scale)
+{
+    if (scale < 0 || scale >= kExactPowers || !std::isfinite(value)) return decimal::fromDouble(value, scale);
+    double r = std::round(value * kPow10[scale]);
+    r = std::min(std::max(r, double(decimal::minMantissa)), double(decimal::maxMantissa));
+    return decimal::fromMantissa(std::int64_t(r), scale);
+}
+
+// The option type is one character; a one-character column is compared as
+// such, anything else as text.
+bool isPut(Field const& f)
+{
+    if (f.type() == FieldType::Char && f.length() == 2) return f.hasValue() && f.toChar() == OptioType::Put;
+    return f.compare(Fld_OptioType::Put) == 0;
+}
+
 datetime exchangeTime(int stock)
 {
     StockTimeDirectory* times = directoryOrNull<StockTimeDirectory>();
@@ -590,14 +624,15 @@ CalcVolatResult* SecurityDirectory::calcVolatBySecId(CalcVolatResult* result, lo
     } else if (VolatCoeffBlackDirectory* black = directoryOrNull<VolatCoeffBlackDirectory>()) {
         black->volatCoeffsById(series, in.coeffs);
     }
-    in.underlyingPrice = underlying.data(m_marketPrice).toDouble();
-    if (in.underlyingPrice == 0.0) in.underlyingPrice = underlying.data(m_settlementPriceOpen).toDouble();
-    in.strike = t->dataPtr(row, m_strike).toDouble();
+    Table* ut = underlying.table();
+    in.underlyingPrice = numberOf(ut->dataPtr(underlying.row(), m_marketPrice));
+    if (in.underlyingPrice == 0.0) in.underlyingPrice = numberOf(ut->dataPtr(underlying.row(), m_settlementPriceOpen));
+    in.strike = numberOf(t->dataPtr(row, m_strike));
     in.sqrtT = getSqrtTByExpDate(t->dataPtr(row, m_expdate).toDatetime());
-    in.volatMin = t->dataPtr(row, m_volatMin).toDouble();
-    in.volatMax = t->dataPtr(row, m_volatMax).toDouble();
-    in.isPut = t->dataPtr(row, m_optionType).compare(Fld_OptioType::Put) == 0;
-    in.priceStep = t->dataPtr(row, m_priceStep).toDouble();
+    in.volatMin = numberOf(t->dataPtr(row, m_volatMin));
+    in.volatMax = numberOf(t->dataPtr(row, m_volatMax));
+    in.isPut = isPut(t->dataPtr(row, m_optionType));
+    in.priceStep = numberOf(t->dataPtr(row, m_priceStep));
     // Deliberate: the Bachelier calculation floors the volatility at the price step.
     if (type == 1) in.volatMin = in.priceStep;
 
@@ -605,12 +640,12 @@ CalcVolatResult* SecurityDirectory::calcVolatBySecId(CalcVolatResult* result, lo
     calcVolatParamsEx(out, in);
 
     short const greeks = FieldsTypes::greeks.scale;
-    result->volat = decimal::fromDouble(out.volat, FieldsTypes::volat.scale);
-    result->theorPrice = decimal::fromDouble(out.theorPrice, short(decimals));
-    result->greeks[0] = decimal::fromDouble(in.isPut ? out.putDelta : out.callDelta, greeks);
-    result->greeks[1] = decimal::fromDouble(out.gamma, greeks);
-    result->greeks[2] = decimal::fromDouble(out.vega, greeks);
-    result->greeks[3] = decimal::fromDouble(out.theta, greeks);
+    result->volat = decimalOf(out.volat, FieldsTypes::volat.scale);
+    result->theorPrice = decimalOf(out.theorPrice, short(decimals));
+    result->greeks[0] = decimalOf(in.isPut ? out.putDelta : out.callDelta, greeks);
+    result->greeks[1] = decimalOf(out.gamma, greeks);
+    result->greeks[2] = decimalOf(out.vega, greeks);
+    result->greeks[3] = decimalOf(out.theta, greeks);
     result->age.start();
     return result;
 }
