@@ -71,3 +71,11 @@ namespace Fld_Anonyms {
 static const FieldConstValue Address(Anonyms::Address);
 static const FieldConstValue Anonym(Anonyms::Anonym);
 }
+
+// Shared decimal field types of computed values, by their scale (places).
+namespace FieldsTypes {
+struct Decimal { short scale; };
+static constexpr Decimal volat{4};    // volatility, percent
+static constexpr Decimal greeks{8};   // sensitivities
+static constexpr Decimal percent{4};  // rates, percent
+}

@@ -1,10 +1,17 @@
 #include "securities.h"
 #include "markets.h"
+#include "sessions.h"
+#include "volatility.h"
+
+#include <core/constants.h>
+#include <core/volat.h>
 
 #include <QDataStream>
 #include <QElapsedTimer>
 #include <QMimeData>
 #include <QTimer>
+#include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -487,4 +494,189 @@ void SecurityDirectory::beginUpdate() { m_changed = false; }
 void SecurityDirectory::endUpdate()
 {
     if (m_changed) Q_EMIT dataChanged();
+}
+
+// ---- derived values -------------------------------------------------------------
+
+namespace {
+// A calculation never throws: a directory whose table is missing counts as
+// absent.
+template <class X>
+X* directoryOrNull()
+{
+    try {
+        return X::i();
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+// Powers of ten that a double holds exactly: scaling by them gives what
+// pow(10, n) would, without calling it for every value of a calculation.
+constexpr double kPow10[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11,
+                             1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr int kExactPowers = int(sizeof kPow10 / sizeof kPow10[0]);
+
+// Field::toDouble, short-cut for the decimal columns the calculation reads.
+double numberOf(Field const& f)
+{
+    if (f.type() != FieldType::Decimal || !f.hasValue()) return f.toDouble();
+    decimal const d = f.rawDecimal();
+    int const scale = d.scale();
+    if (scale < 0 || scale >= kExactPowers) return d.toDouble();
+    return double(d.mantissa()) / kPow10[scale];
+}
+
+// decimal::fromDouble, the same way round.
+decimal decimalOf(double value, short scale)
+{
+    if (scale < 0 || scale >= kExactPowers || !std::isfinite(value)) return decimal::fromDouble(value, scale);
+    double r = std::round(value * kPow10[scale]);
+    r = std::min(std::max(r, double(decimal::minMantissa)), double(decimal::maxMantissa));
+    return decimal::fromMantissa(std::int64_t(r), scale);
+}
+
+// The option type is one character; a one-character column is compared as
+// such, anything else as text.
+bool isPut(Field const& f)
+{
+    if (f.type() == FieldType::Char && f.length() == 2) return f.hasValue() && f.toChar() == OptioType::Put;
+    return f.compare(Fld_OptioType::Put) == 0;
+}
+
+datetime exchangeTime(int stock)
+{
+    StockTimeDirectory* times = directoryOrNull<StockTimeDirectory>();
+    return times ? times->correctedLocalTime(stock) : datetime::now();
+}
+
+// step_price / price_step * 100 000, rounded half up, computed on the
+// decimals themselves so that a half is exactly a half.
+double pointValue(decimal const& stepPrice, decimal const& priceStep)
+{
+    std::int64_t const den0 = priceStep.mantissa();
+    if (den0 == 0) return 0.0;
+    int const s1 = stepPrice.scale(), s2 = priceStep.scale();
+    if (s1 < 0 || s2 < 0 || s1 > 18 || s2 + 5 > 18)
+        return std::floor(stepPrice.toDouble() / priceStep.toDouble() * 100000.0 + 0.5);
+    auto pow10 = [](int n) { __int128 p = 1; while (n-- > 0) p *= 10; return p; };
+    __int128 num = __int128(stepPrice.mantissa()) * pow10(s2 + 5);
+    __int128 den = __int128(den0) * pow10(s1);
+    if (den < 0) { num = -num; den = -den; }
+    // floor((2 num + den) / (2 den)) with a floor that also holds below zero.
+    __int128 const n = 2 * num + den, d = 2 * den;
+    __int128 q = n / d;
+    if ((n % d != 0) && (n < 0)) --q;
+    return double(q);
+}
+} // namespace
+
+double SecurityDirectory::getSqrtTByExpDate(datetime const& expiry) const
+{
+    qint64 const now = exchangeTime(1).value();
+    qint64 const remaining = qint64(gc_iSecondsTo1900) * 1000 + expiry.value() - now;
+    if (remaining <= 999) return volat::kSqrtTFloor;   // ten milliseconds, so the core never sees zero time
+    qint64 const seconds = remaining / 1000;
+    return std::sqrt(double(seconds) / 31536000.0);
+}
+
+bool SecurityDirectory::pctYieldCoeffsById(int stock, int board, long long secId, double& coeff, double& total) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record r = recordById(stock, board, secId);
+    if (r.isEmpty() || r.data(m_isPercent).toInteger() != 4) return false;
+    coeff = r.data(m_pctyieldCoeff).toDouble();
+    total = r.data(m_pctyieldTotal).toDouble();
+    return true;
+}
+
+bool SecurityDirectory::profitRateById(double price, int stock, int board, long long secId, decimal& rate) const
+{
+    double coeff = 0, total = 0;
+    if (!pctYieldCoeffsById(stock, board, secId, coeff, total)) return false;
+    rate = decimal::fromDouble((total + (price - 100.0)) * coeff, FieldsTypes::percent.scale);
+    return true;
+}
+
+xdecimal SecurityDirectory::voumeById(double price, long long quantity, int stock, int board, long long secId) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record r = recordById(stock, board, secId);
+    if (r.isEmpty()) return xdecimal::fromMantissa(0, 2);
+    double volume = 0.0;
+    if (r.data(m_isPercent).toInteger() == 1) {
+        // Quoted as a rate: the value today of a million paid at expiry.
+        QDate const today = exchangeTime(-1).getDate();
+        QDate const expiry = r.data(m_expdate).toQDate();
+        qint64 const days = today.isValid() && expiry.isValid() ? today.daysTo(expiry) : 0;
+        volume = 1000000.0 / std::pow(1.0 + double(quantity) * price / 36500.0, double(days));
+    } else {
+        double const point = pointValue(r.data(m_stepPrice).toDecimal(), r.data(m_priceStep).toDecimal());
+        volume = point * (double(quantity) * std::fabs(price)) / 100000.0;
+    }
+    if (!std::isfinite(volume)) volume = 0.0;
+    return xdecimal::fromDouble(volume, 2);
+}
+
+CalcVolatResult* SecurityDirectory::calcVolatBySecId(CalcVolatResult* result, long long secId, int type) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    if (!result) return result;
+    Record option = recordById(1, 14, secId);
+    if (option.isEmpty()) option = recordById(4, 14, secId);
+    if (option.isEmpty()) return result;
+    Table* t = option.table();
+    unsigned char* row = option.row();
+    int const stock = t->dataPtr(row, m_stockId).toInteger();
+    int const mainBoard = t->dataPtr(row, m_mainBoardId).toInteger();
+    int const futIsin = t->dataPtr(row, m_futIsinId).toInteger();
+    int const series = t->dataPtr(row, m_optionSeriesId).toInteger();
+    int const decimals = t->dataPtr(row, m_decimals).toInteger();
+    Record underlying = recordByIsinId(stock, mainBoard, futIsin);
+    if (underlying.isEmpty()) return result;
+
+    VolatInputParamsEx in;   // initial values: a flat 50 % lognormal smile, the core's bounds
+    if (type == 1) {
+        if (VolatCoeffBachDirectory* bach = directoryOrNull<VolatCoeffBachDirectory>())
+            bach->volatCoeffsById(series, in.coeffs);
+    } else if (VolatCoeffBlackDirectory* black = directoryOrNull<VolatCoeffBlackDirectory>()) {
+        black->volatCoeffsById(series, in.coeffs);
+    }
+    Table* ut = underlying.table();
+    in.underlyingPrice = numberOf(ut->dataPtr(underlying.row(), m_marketPrice));
+    if (in.underlyingPrice == 0.0) in.underlyingPrice = numberOf(ut->dataPtr(underlying.row(), m_settlementPriceOpen));
+    in.strike = numberOf(t->dataPtr(row, m_strike));
+    in.sqrtT = getSqrtTByExpDate(t->dataPtr(row, m_expdate).toDatetime());
+    in.volatMin = numberOf(t->dataPtr(row, m_volatMin));
+    in.volatMax = numberOf(t->dataPtr(row, m_volatMax));
+    in.isPut = isPut(t->dataPtr(row, m_optionType));
+    in.priceStep = numberOf(t->dataPtr(row, m_priceStep));
+    // Deliberate: the Bachelier calculation floors the volatility at the price step.
+    if (type == 1) in.volatMin = in.priceStep;
+
+    VolatOutputParamsEx out;
+    calcVolatParamsEx(out, in);
+
+    short const greeks = FieldsTypes::greeks.scale;
+    result->volat = decimalOf(out.volat, FieldsTypes::volat.scale);
+    result->theorPrice = decimalOf(out.theorPrice, short(decimals));
+    result->greeks[0] = decimalOf(in.isPut ? out.putDelta : out.callDelta, greeks);
+    result->greeks[1] = decimalOf(out.gamma, greeks);
+    result->greeks[2] = decimalOf(out.vega, greeks);
+    result->greeks[3] = decimalOf(out.theta, greeks);
+    result->age.start();
+    return result;
+}
+
+CalcVolatResult* SecurityDirectory::getVolatResultBySecId(long long secId, int type)
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    QCache<long long, CalcVolatResult>& cache = volatCache(type);
+    if (CalcVolatResult* cached = cache.object(secId)) {
+        if (cached->age.isValid() && cached->age.elapsed() < 1000) return cached;
+        return calcVolatBySecId(cached, secId, type);
+    }
+    CalcVolatResult* fresh = calcVolatBySecId(new CalcVolatResult, secId, type);
+    cache.insert(secId, fresh, 1);   // a cost of 1 always fits: the cache keeps it
+    return fresh;
 }

@@ -1,6 +1,7 @@
 #pragma once
 #include "cachedindex.h"
 #include "codes.h"
+#include "datetime.h"
 #include "frame.h"
 
 #include <database/decimal.h>
@@ -18,8 +19,10 @@ class QTimer;
 struct DIRECTORY_EXPORT CalcVolatResult
 {
     QElapsedTimer age;          // invalid until first computed
-    decimal volat;
-    decimal theorPrice;
+    decimal volat;              // percent, at FieldsTypes::volat
+    decimal theorPrice;         // at the option's decimals
+    // Delta (of the call or the put, as the option is), gamma, vega per
+    // volatility point and theta per day, at FieldsTypes::greeks.
     decimal greeks[4];
 };
 
@@ -79,6 +82,27 @@ public:
     decimal askByTextId(QString const& textId) const;
     decimal bidByTextId(QString const& textId) const;
     decimal settlementPriceOpenByTextId(QString const& textId) const;
+
+    // Derived values. Each reads live rows: updating thread only. None
+    // throws; an unknown security gives the empty value (false, a zero
+    // volume, an untouched result).
+    //
+    // Square root of the years (of 365 days) from the exchange time of
+    // market 1 to `expiry`; at least that of ten milliseconds.
+    double getSqrtTByExpDate(datetime const& expiry) const;
+    // Percent-quoted securities ("is_percent" 4) only.
+    bool pctYieldCoeffsById(int stock, int board, long long secId, double& coeff, double& total) const;
+    bool profitRateById(double price, int stock, int board, long long secId, decimal& rate) const;
+    // Money volume of a trade, two places. The misspelling is the interface's.
+    xdecimal voumeById(double price, long long quantity, int stock, int board, long long secId) const;
+    // Volatility, price and sensitivities of the option (1, 14, secId) or
+    // (4, 14, secId); type 1 prices on the Bachelier table's smile, any other
+    // on the Black table's. Untouched (timer not started) without the option
+    // or its underlying.
+    CalcVolatResult* calcVolatBySecId(CalcVolatResult* result, long long secId, int type) const;
+    // The cached result, computed afresh when missing or 1000 ms old. Valid
+    // until the entry is evicted, dropped or cleared: copy what you need.
+    CalcVolatResult* getVolatResultBySecId(long long secId, int type);
 
     // Paces views that show computed volatility; owned by the directory.
     QTimer* getCalcVolatTimer() const { return m_calcVolatTimer; }

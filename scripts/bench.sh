@@ -33,6 +33,7 @@ run load 100k '^load\.'
 run lookups 100k '^(hit|miss|text|code)\.'
 run updates 100k '^update_'
 run miss-1m 1m '^miss\.'
+run volat 100k '^(engine|volat_result)\.'
 
 echo
 echo "Machine: $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p'); load average $(cut -d' ' -f1-3 /proc/loadavg)"
@@ -49,6 +50,7 @@ def medians(name):
     return out
 
 load, lookups, updates, big = medians("load"), medians("lookups"), medians("updates"), medians("miss-1m")
+volat = medians("volat")
 scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
 def seconds(b):
@@ -98,6 +100,20 @@ if "rss_growth_bytes" in m:
     print("Memory: %d rows, payload %.1f B/row, %.2f index entries/row, RSS growth %.1f MB (%.1f MB after malloc_trim), heap in use +%.1f MB"
           % (m["rows"], m["payload_per_row"], m["index_entries"] / m["rows"], m["rss_growth_bytes"] / 1e6,
              m["rss_growth_after_trim_bytes"] / 1e6, m["heap_growth_bytes"] / 1e6))
+
+if "engine.peer.quantlib_BlackCalculator" in volat:
+    faster("calcVolatParamsEx, one option", volat, "engine.ours.calcVolatParamsEx", "engine.peer.", 3)
+cold = seconds(volat["volat_result.ours.cold"])
+parts = sum(seconds(b) for name, b in volat.items() if name.startswith("volat_result.part."))
+rows.append(("getVolatResultBySecId, 1000 options, cold", show(cold), "%s (sum of its parts alone)" % show(parts),
+             "%.2fx the parts" % (cold / parts), "<= 1.5x the parts", "met" if cold <= 1.5 * parts else "MISSED"))
+warm = seconds(volat["volat_result.ours.warm"])
+rows.append(("getVolatResultBySecId, 1000 options, warm", show(warm), "%s (cold)" % show(cold),
+             "%.1fx faster" % (cold / warm), ">= 20x faster than cold", "met" if cold / warm >= 20 else "MISSED"))
+print("Parts of a cold result, 1000 options: " + ", ".join("%s %s" % (name.split(".")[-1], show(seconds(b)))
+                                                         for name, b in sorted(volat.items()) if name.startswith("volat_result.part."))
+      + "; cold over 1000 shuffled options %s (%.2fx the parts)" % (show(seconds(volat["volat_result.info.cold_shuffled"])),
+                                                                   seconds(volat["volat_result.info.cold_shuffled"]) / parts))
 
 head = ("figure", "ours", "peer", "ratio", "target", "")
 widths = [max(len(str(r[i])) for r in rows + [head]) for i in range(len(head))]

@@ -5,7 +5,8 @@
 set -euo pipefail
 packages=(build-essential cmake qtbase5-dev qttools5-dev qttools5-dev-tools libgtest-dev libgmock-dev
           libbenchmark-dev libsqlite3-dev clang libclang-rt-14-dev python3
-          libgmp-dev)   # libgmp-dev: exact reference of the decimal differential test
+          libgmp-dev        # exact reference of the decimal differential test
+          libquantlib0-dev) # independent option prices for the engine's tests and benchmark
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

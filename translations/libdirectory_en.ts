@@ -23,6 +23,14 @@
     </message>
 </context>
 <context>
+    <name>CalendarDirectory</name>
+    <message>
+        <location filename="../directories/sessions.cpp" line="8"/>
+        <source>Таблица &apos;%1&apos; отсутствует</source>
+        <translation>Table &apos;%1&apos; is missing</translation>
+    </message>
+</context>
+<context>
     <name>OptioCalcDirectory</name>
     <message>
         <location filename="../directories/enumerations.cpp" line="115"/>
@@ -46,6 +54,14 @@
         <location filename="../directories/enumerations.cpp" line="107"/>
         <source>Колл</source>
         <translation>Call</translation>
+    </message>
+</context>
+<context>
+    <name>OptionSeriesParamDirectory</name>
+    <message>
+        <location filename="../directories/volatility.cpp" line="10"/>
+        <source>Таблица &apos;%1&apos; отсутствует</source>
+        <translation>Table &apos;%1&apos; is missing</translation>
     </message>
 </context>
 <context>
@@ -105,6 +121,19 @@
     </message>
 </context>
 <context>
+    <name>SessionDirectory</name>
+    <message>
+        <location filename="../directories/sessions.cpp" line="43"/>
+        <source>&lt;сессия не найдена&gt;</source>
+        <translation>&lt;session not found&gt;</translation>
+    </message>
+    <message>
+        <location filename="../directories/sessions.cpp" line="7"/>
+        <source>Таблица &apos;%1&apos; отсутствует</source>
+        <translation>Table &apos;%1&apos; is missing</translation>
+    </message>
+</context>
+<context>
     <name>StatusDirectory</name>
     <message>
         <location filename="../directories/frame.cpp" line="11"/>
@@ -137,6 +166,38 @@
     <name>StockSecDirectory</name>
     <message>
         <location filename="../directories/frame.cpp" line="18"/>
+        <source>Таблица &apos;%1&apos; отсутствует</source>
+        <translation>Table &apos;%1&apos; is missing</translation>
+    </message>
+</context>
+<context>
+    <name>StockTimeDirectory</name>
+    <message>
+        <location filename="../directories/sessions.cpp" line="9"/>
+        <source>Таблица &apos;%1&apos; отсутствует</source>
+        <translation>Table &apos;%1&apos; is missing</translation>
+    </message>
+</context>
+<context>
+    <name>VolatCoeffBachDirectory</name>
+    <message>
+        <location filename="../directories/volatility.cpp" line="9"/>
+        <source>Таблица &apos;%1&apos; отсутствует</source>
+        <translation>Table &apos;%1&apos; is missing</translation>
+    </message>
+</context>
+<context>
+    <name>VolatCoeffBlackDirectory</name>
+    <message>
+        <location filename="../directories/volatility.cpp" line="8"/>
+        <source>Таблица &apos;%1&apos; отсутствует</source>
+        <translation>Table &apos;%1&apos; is missing</translation>
+    </message>
+</context>
+<context>
+    <name>VolatDirectory</name>
+    <message>
+        <location filename="../directories/volatility.cpp" line="7"/>
         <source>Таблица &apos;%1&apos; отсутствует</source>
         <translation>Table &apos;%1&apos; is missing</translation>
     </message>

@@ -5,6 +5,7 @@
 // command line.
 #include "context.h"
 #include "lookups.h"
+#include "options.h"
 #include "notifications.h"
 #include "output.h"
 #include "signallog.h"
@@ -115,6 +116,7 @@ int main(int argc, char** argv)
     for (LookupOption const& l : lookups)
         lookupOpts.emplace_back(QLatin1String(l.name), QLatin1String(l.description), QLatin1String(l.valueName));
     for (QCommandLineOption const& o : lookupOpts) parser.addOption(o);
+    OptionViews optionViews(parser);   // --option-board, --time
     parser.process(app);
 
     if (!parser.positionalArguments().isEmpty())
@@ -239,6 +241,8 @@ int main(int argc, char** argv)
             if (!l.answer(out(), parser.values(name).value(seen[name]++))) status = NotFound;
             out().flush();
         }
+    QString optionError;
+    if (!optionViews.answer(parser, out(), optionError)) return fail(optionError);
     deliverQueuedNotifications();
     return status;
 }

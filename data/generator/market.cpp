@@ -621,17 +621,29 @@ void Market::seriesRow(JsonlWriter& w, Series const& sr) const
     w.dt("expiration_date", msAt(sr.expiry, 18, 50));
 }
 
+// Smiles in percent of the forward: a level of 18 to 45 %, wings 4 to 14
+// points high, a skew that makes puts dearer, and a centre near the money.
+// Whatever the expiry, they stay well inside the options' bounds (5 to 150 %).
 void Market::blackRow(JsonlWriter& w, Series const& sr) const
 {
     std::int64_t h = sr.id * 2654435761LL;
-    w.i("option_series_id", sr.id).num("a", 150000 + h % 450000, 4).num("b", h % 1000 - 500, 4);
-    w.num("c", 8000 + h % 4000, 4).num("d", h % 400 - 200, 4).num("e", 9000 + h % 2000, 4).num("s", h % 200 - 100, 4);
+    w.i("option_series_id", sr.id).num("a", 180000 + h % 270000, 4).num("b", 40000 + h / 7 % 100000, 4);
+    w.num("c", 5000 + h / 13 % 10000, 4).num("d", -10000 - h / 17 % 50000, 4);
+    w.num("e", 6000 + h / 19 % 8000, 4).num("s", h / 23 % 2000 - 1000, 4);
 }
 
+// Normal-model smiles: m is 0 (Bachelier) for most series and a few percent
+// for a quarter of them; the level, in percent of the forward, is that of a
+// lognormal smile, with flatter wings and a milder skew (the normal model
+// already makes low strikes dearer). Its lowest point stays above the
+// largest option price step (10), which type 1 uses as the lower bound.
 void Market::bachRow(JsonlWriter& w, Series const& sr) const
 {
-    blackRow(w, sr);
-    w.num("m", 9000 + sr.id * 7919 % 2000, 4);
+    std::int64_t h = sr.id * 2246822519LL;
+    w.i("option_series_id", sr.id).num("a", 180000 + h % 220000, 4).num("b", 20000 + h / 7 % 60000, 4);
+    w.num("c", 5000 + h / 13 % 10000, 4).num("d", h / 17 % 30000 - 20000, 4);
+    w.num("e", 8000 + h / 19 % 4000, 4).num("s", h / 23 % 2000 - 1000, 4);
+    w.num("m", sr.id % 4 == 0 ? 250 + sr.id % 250 : 0, 4);
 }
 
 void Market::volatRow(JsonlWriter& w, Sec const& s, int sess) const

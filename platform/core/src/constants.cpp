@@ -1,8 +1,10 @@
 #include <core/constants.h>
 
-const double gc_dVolatMinDefault = 0.01;
-const double gc_dVolatMaxDefault = 5.0;
+// Percent per year of the forward, the unit of every volatility the core
+// prices with.
+const double gc_dVolatMinDefault = 1.0;
+const double gc_dVolatMaxDefault = 500.0;
 
-// Settled with the security calculations; 1900 to 1970 in seconds
-// (2208988800) exceeds int.
+// datetime counts from 1970 and so does the exchange clock it is set
+// against; there is no second epoch to bridge, so the shift is 0.
 const int gc_iSecondsTo1900 = 0;

@@ -14,8 +14,11 @@ class CORE_EXPORT Clock
 public:
     // The current moment by the clock as set.
     static qint64 nowMSecs();
-    // The machine's own local wall clock, whatever the clock is set to.
+    // The machine's own local wall clock, whatever the clock is set to. The
+    // zone's offset is asked once a minute; a change of the machine's zone
+    // shows at the next minute, or at once after forgetZone().
     static qint64 systemMSecs();
+    static void forgetZone();
 
     // Always answers `msecs`: time stands still (tests).
     static void setFixed(qint64 msecs);

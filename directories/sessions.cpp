@@ -1,0 +1,173 @@
+#include "sessions.h"
+#include "markets.h"
+
+#include <algorithm>
+
+namespace {
+[[maybe_unused]] char const* const kMissingTableTexts[] = {
+    QT_TRANSLATE_NOOP("SessionDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("CalendarDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("StockTimeDirectory", "Таблица '%1' отсутствует"),
+};
+} // namespace
+
+// ---- SessionDirectory ---------------------------------------------------------
+
+SessionDirectory::SessionDirectory(QObject* parent)
+    : Directory(parent, "SessionDirectory", QStringLiteral("sessions"), AsDependent)
+{
+    m_stockId = column(QStringLiteral("stock_id"));
+    m_sessId = column(QStringLiteral("sess_id"));
+    m_name = column(QStringLiteral("name"));
+    m_date = column(QStringLiteral("date"));
+}
+
+Record SessionDirectory::recordById(int stock, int sessId) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    QSharedPointer<Table> t = table();
+    if (!t) return Record();
+    Record key(t.data());
+    Field s = t->dataPtr(key.row(), m_stockId);
+    s = marketAlias(stock);
+    Field n = t->dataPtr(key.row(), m_sessId);
+    n = sessId;
+    return t->masterIndex()->find(key, -1);
+}
+
+QString SessionDirectory::nameById(int stock, int sessId) const
+{
+    Record r = recordById(stock, sessId);
+    return r.isEmpty() ? tr("<сессия не найдена>") : r.data(m_name).toString();
+}
+
+datetime SessionDirectory::dateById(int stock, int sessId) const
+{
+    Record r = recordById(stock, sessId);
+    return r.isEmpty() ? datetime() : r.data(m_date).toDatetime();
+}
+
+int SessionDirectory::getMaxSessId(int stock) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    QSharedPointer<Table> t = table();
+    if (!t) return -1;
+    stock = marketAlias(stock);
+    int best = 0;
+    MasterIndex_Column_Pure* master = t->masterIndex();
+    for (auto it = master->begin(); it != master->end(); ++it) {
+        unsigned char* row = it->row();
+        if (t->dataPtr(row, m_stockId).toInteger() != stock) continue;
+        best = std::max(best, t->dataPtr(row, m_sessId).toInteger());
+    }
+    return best;
+}
+
+bool SessionDirectory::isActiveSessId(int stock, int sessId) const { return sessId == getMaxSessId(stock); }
+
+Record SessionDirectory::getMaxSession(int stock) const { return recordById(stock, getMaxSessId(stock)); }
+
+void SessionDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+// ---- CalendarDirectory --------------------------------------------------------
+
+CalendarDirectory::CalendarDirectory(QObject* parent)
+    : Directory(parent, "CalendarDirectory", QStringLiteral("calendar"), AsDependent)
+{
+    m_date = column(QStringLiteral("date"));
+    m_type = column(QStringLiteral("type"));
+}
+
+QList<Record> CalendarDirectory::range(datetime const& from, datetime const& to) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    QList<Record> days;
+    QSharedPointer<Table> t = table();
+    if (!t) return days;
+    MasterIndex_Column_Pure* master = t->masterIndex();
+    int const count = master->count();
+    if (count == 0) return days;
+    Record key(t.data());
+    Field f = t->dataPtr(key.row(), m_date);
+    f = from;
+    // First position whose day is not before `from`: halve the distance left.
+    int first = 0, left = count;
+    while (left > 0) {
+        int const half = left / 2;
+        if (master->compare(master->at(first + half), key) < 0) {
+            first += half + 1;
+            left -= half + 1;
+        } else {
+            left = half;
+        }
+    }
+    for (int i = first; i < count; ++i) {
+        Record day = master->at(i);
+        if (day.data(m_date).toDatetime() > to) break;
+        days.append(day);
+    }
+    return days;
+}
+
+bool CalendarDirectory::isTradingDay(Record const& day) const
+{
+    return !day.isEmpty() && day.data(m_type).toInteger() == 0;
+}
+
+datetime CalendarDirectory::date(Record const& day) const
+{
+    return day.isEmpty() ? datetime() : day.data(m_date).toDatetime();
+}
+
+void CalendarDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+// ---- StockTimeDirectory -------------------------------------------------------
+
+StockTimeDirectory::StockTimeDirectory(QObject* parent)
+    : Directory(parent, "StockTimeDirectory", QStringLiteral("stock_time"), AsDependent)
+{
+    m_stockId = column(QStringLiteral("stock_id"));
+    m_diffVsCurTime = column(QStringLiteral("diff_vs_cur_time"));
+    m_serverTime = column(QStringLiteral("server_time"));
+}
+
+Record StockTimeDirectory::recordById(int stock) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return Record();
+    Record key(t.data());
+    Field f = t->dataPtr(key.row(), m_stockId);
+    f = stock;
+    return t->masterIndex()->find(key, -1);
+}
+
+datetime StockTimeDirectory::timeByStockId(int stock) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record r = recordById(stock);
+    return r.isEmpty() ? datetime() : r.data(m_serverTime).toDatetime();
+}
+
+datetime StockTimeDirectory::correctedLocalTime(int stock) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    QSharedPointer<Table> t = table();
+    if (!t) return datetime::now();
+    Record r = recordById(stock == -1 ? 1 : stock);
+    qint64 offset = 0;
+    if (!r.isEmpty()) {
+        offset = r.data(m_diffVsCurTime).toInteger64();
+    } else {
+        // A market without its own row runs on the furthest-ahead clock.
+        MasterIndex_Column_Pure* master = t->masterIndex();
+        bool any = false;
+        for (auto it = master->begin(); it != master->end(); ++it) {
+            qint64 const diff = t->dataPtr(it->row(), m_diffVsCurTime).toInteger64();
+            offset = any ? std::max(offset, diff) : diff;
+            any = true;
+        }
+    }
+    return datetime(datetime::now().value() + offset);
+}
+
+void StockTimeDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }

@@ -1,0 +1,192 @@
+#include "volatility.h"
+
+#include "masterindex.h"
+
+namespace {
+[[maybe_unused]] char const* const kMissingTableTexts[] = {
+    QT_TRANSLATE_NOOP("VolatDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("VolatCoeffBlackDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("VolatCoeffBachDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("OptionSeriesParamDirectory", "Таблица '%1' отсутствует"),
+};
+QString const kBachelierTable = QStringLiteral("k3.volat_coeff_bach");
+} // namespace
+
+// ---- VolatDirectory -----------------------------------------------------------
+
+VolatDirectory::VolatDirectory(QObject* parent)
+    : Directory(parent, "VolatDirectory", QStringLiteral("k3.volat"), AsIndex)
+{
+    m_stockId = column(QStringLiteral("stock_id"));
+    m_boardId = column(QStringLiteral("board_id"));
+    m_secId = column(QStringLiteral("sec_id"));
+    m_isinId = column(QStringLiteral("isin_id"));
+    m_sessId = column(QStringLiteral("sess_id"));
+    m_upPrem = column(QStringLiteral("up_prem"));
+    m_downPrem = column(QStringLiteral("down_prem"));
+    QSharedPointer<Table> t = table();
+    m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockId, m_boardId, m_secId, m_sessId}));
+    m_index->build();
+}
+
+Record VolatDirectory::recordById(int stock, int board, long long secId, int sessId) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    QSharedPointer<Table> t = table();
+    if (!t || !m_index) return Record();
+    Record key(t.data());
+    Field stockField = t->dataPtr(key.row(), m_stockId);
+    stockField = stock;
+    Field boardField = t->dataPtr(key.row(), m_boardId);
+    boardField = board;
+    Field secField = t->dataPtr(key.row(), m_secId);
+    secField = secId;
+    Field sessField = t->dataPtr(key.row(), m_sessId);
+    sessField = sessId;
+    return m_index->find(key, -1);
+}
+
+void VolatDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// ---- VolatCoeffDirectory ------------------------------------------------------
+
+VolatCoeffDirectory::VolatCoeffDirectory(QObject* parent, char const* context, QString const& tableName)
+    : Directory(parent, context, tableName, AsDependent), m_tableName(tableName)
+{
+    m_optionSeriesId = column(QStringLiteral("option_series_id"));
+    m_a = column(QStringLiteral("a"));
+    m_b = column(QStringLiteral("b"));
+    m_c = column(QStringLiteral("c"));
+    m_d = column(QStringLiteral("d"));
+    m_e = column(QStringLiteral("e"));
+    m_s = column(QStringLiteral("s"));
+    QSharedPointer<Table> t = table();
+    m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_optionSeriesId}));
+    m_index->build();
+}
+
+Record VolatCoeffDirectory::recordById(int optionSeriesId) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    QSharedPointer<Table> t = table();
+    if (!t || !m_index) return Record();
+    ColumnValuesKey values(m_index);
+    values << optionSeriesId;
+    if (values.usable()) return values.find();
+    Record key(t.data());
+    Field f = t->dataPtr(key.row(), m_optionSeriesId);
+    f = optionSeriesId;
+    return m_index->find(key, -1);
+}
+
+bool VolatCoeffDirectory::volatCoeffsById(int optionSeriesId, VolatInputParams& params) const
+{
+    Record r = recordById(optionSeriesId);
+    if (r.isEmpty()) return false;
+    Table* t = r.table();
+    unsigned char* row = r.row();
+    params.a = t->dataPtr(row, m_a).toDouble();
+    params.b = t->dataPtr(row, m_b).toDouble();
+    params.c = t->dataPtr(row, m_c).toDouble();
+    params.d = t->dataPtr(row, m_d).toDouble();
+    params.e = t->dataPtr(row, m_e).toDouble();
+    params.s = t->dataPtr(row, m_s).toDouble();
+    // Only the Bachelier table says how normal its series are.
+    params.m = m_tableName == kBachelierTable ? t->dataPtr(row, m_m).toDouble() : 1.0;
+    return true;
+}
+
+bool VolatCoeffDirectory::containsOptionSeriesId(int optionSeriesId) const
+{
+    return !recordById(optionSeriesId).isEmpty();
+}
+
+void VolatCoeffDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+VolatCoeffBlackDirectory::VolatCoeffBlackDirectory(QObject* parent)
+    : VolatCoeffDirectory(parent, "VolatCoeffBlackDirectory", QStringLiteral("k3.volat_coeff_black"))
+{
+}
+
+VolatCoeffBachDirectory::VolatCoeffBachDirectory(QObject* parent)
+    : VolatCoeffDirectory(parent, "VolatCoeffBachDirectory", kBachelierTable)
+{
+    m_m = column(QStringLiteral("m"));
+}
+
+// ---- OptionSeriesParamDirectory -----------------------------------------------
+
+uint qHash(SeriesParamData const& data, uint seed)
+{
+    return qHash(data.sec_name + data.base_code + QString::number(data.option_series_id) +
+                     QString::number(data.underlying_id),
+                 seed);
+}
+
+OptionSeriesParamDirectory::OptionSeriesParamDirectory(QObject* parent)
+    : Directory(parent, "OptionSeriesParamDirectory", QStringLiteral("k3.option_series_params"), AsIndex)
+{
+    m_secName = column(QStringLiteral("sec_name"));
+    m_baseCode = column(QStringLiteral("base_code"));
+    m_underlyingId = column(QStringLiteral("underlying_id"));
+    m_optionSeriesId = column(QStringLiteral("option_series_id"));
+    m_expirationDate = column(QStringLiteral("expiration_date"));
+    build();
+}
+
+SeriesParamData OptionSeriesParamDirectory::dataOf(Record const& record) const
+{
+    SeriesParamData data;
+    data.sec_name = record.data(m_secName).toString();
+    data.base_code = record.data(m_baseCode).toString();
+    data.option_series_id = record.data(m_optionSeriesId).toInteger();
+    data.underlying_id = record.data(m_underlyingId).toInteger();
+    return data;
+}
+
+void OptionSeriesParamDirectory::add(Record const& record)
+{
+    SeriesParamData const data = dataOf(record);
+    m_seriesParamData[record.data(m_expirationDate).toQDate()].insert(data);
+    SeriesParam& param = m_seriesParam[data.underlying_id];
+    param.sec_name = data.sec_name;
+    param.base_code = data.base_code;
+    param.option_series_id = data.option_series_id;
+    Q_EMIT dataChanged();
+}
+
+void OptionSeriesParamDirectory::remove(Record const& record, int)
+{
+    SeriesParamData const data = dataOf(record);
+    m_seriesParam.remove(data.underlying_id);
+    QDate const date = record.data(m_expirationDate).toQDate();
+    if (!m_seriesParamData[date].remove(data)) m_seriesParamData.remove(date);
+    Q_EMIT dataChanged();
+}
+
+void OptionSeriesParamDirectory::build()
+{
+    QSharedPointer<Table> t = table();
+    if (t) {
+        bool const wasBlocked = blockSignals(true);
+        t->lock();
+        try {
+            MasterIndex_Column_Pure* master = t->masterIndex();
+            for (auto it = master->begin(); it != master->end(); ++it) add(*it);
+        } catch (...) {
+            t->unlock();
+            blockSignals(wasBlocked);
+            throw;
+        }
+        t->unlock();
+        blockSignals(wasBlocked);
+    }
+    Q_EMIT dataChanged();
+}
+
+void OptionSeriesParamDirectory::clear()
+{
+    m_seriesParam.clear();
+    m_seriesParamData.clear();
+    Q_EMIT dataChanged();
+}
