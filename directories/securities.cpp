@@ -499,18 +499,6 @@ void SecurityDirectory::endUpdate()
 // ---- derived values -------------------------------------------------------------
 
 namespace {
-// A calculation never throws: a directory whose table is missing counts as
-// absent.
-template <class X>
-X* directoryOrNull()
-{
-    try {
-        return X::i();
-    } catch (...) {
-        return nullptr;
-    }
-}
-
 // Powers of ten that a double holds exactly: scaling by them gives what
 // pow(10, n) would, without calling it for every value of a calculation.
 constexpr double kPow10[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11,
