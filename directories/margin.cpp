@@ -1,0 +1,279 @@
+#include "margin.h"
+
+#include <core/bcdii.h>
+#include <database/index.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <shared_mutex>
+#include <utility>
+#include <vector>
+
+namespace {
+[[maybe_unused]] char const* const kMissingTableTexts[] = {
+    QT_TRANSLATE_NOOP("FutVMDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("OptVMDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("FutVMSADirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("OptVMSADirectory", "Таблица '%1' отсутствует"),
+};
+
+constexpr unsigned kZeroFormat = 6656;   // 0x1A00: extended decimal, scale 0
+
+// The text of a fixed-width column in place: code units up to the first NUL
+// or the width; a null field is the empty text.
+struct StoredText
+{
+    char16_t const* units = nullptr;
+    int width = 0;
+
+    explicit StoredText(Field const& field)
+    {
+        if (field.hasValue()) {
+            units = reinterpret_cast<char16_t const*>(field.data());
+            width = field.length() / 2;
+        }
+    }
+    char16_t at(int i) const { return i < width ? units[i] : char16_t(0); }
+
+    // Sign of (this text) - `text`, in QString order.
+    int compare(QString const& text) const
+    {
+        int n = text.size();
+        QChar const* t = text.constData();
+        for (int i = 0;; ++i) {
+            char16_t a = at(i);
+            bool endA = a == 0, endB = i >= n;
+            if (endA || endB) return endA == endB ? 0 : (endA ? -1 : 1);
+            char16_t b = t[i].unicode();
+            if (a != b) return a < b ? -1 : 1;
+        }
+    }
+    bool startsWith(QString const& text) const
+    {
+        int n = text.size();
+        if (n > width) return false;
+        QChar const* t = text.constData();
+        for (int i = 0; i < n; ++i)
+            if (units[i] == 0 || units[i] != t[i].unicode()) return false;
+        return true;
+    }
+};
+
+// Compares a row's account with `text`; fixed-width texts are read in place.
+struct AccountText
+{
+    Field field;
+    bool fixed;
+
+    int compare(QString const& text) const
+    {
+        if (fixed) return StoredText(field).compare(text);
+        int c = field.asStaticString().compare(text);
+        return c < 0 ? -1 : (c > 0 ? 1 : 0);
+    }
+    bool startsWith(QString const& text) const
+    {
+        return fixed ? StoredText(field).startsWith(text) : field.asStaticString().startsWith(text);
+    }
+};
+
+bool isEmptyText(Field const& field)
+{
+    if (!field.hasValue()) return true;
+    if (field.type() == FieldType::Char) return field.length() < 2 || StoredText(field).at(0) == 0;
+    return field.asStaticString().isEmpty();
+}
+
+bool sameText(Field const& a, Field const& b)
+{
+    if (a.type() == FieldType::Char && b.type() == FieldType::Char && a.length() == b.length()) {
+        if (a.hasValue() != b.hasValue()) return false;
+        // Stored zero padded: equal texts are equal bytes.
+        return std::memcmp(a.data(), b.data(), std::size_t(a.length())) == 0;
+    }
+    return a.toString() == b.toString();
+}
+} // namespace
+
+xdecimal zeroVM()
+{
+    xdecimal zero;
+    BCDIIInit(zero.bytes(), kZeroFormat);
+    BCDIISetZero(zero.bytes());
+    return zero;
+}
+
+// ---- FutVMDirectory ----------------------------------------------------------
+
+FutVMDirectory::FutVMDirectory(QObject* parent) : FutVMDirectory("fut_vm", parent, "FutVMDirectory") {}
+
+FutVMDirectory::FutVMDirectory(char const* table, QObject* parent) : FutVMDirectory(table, parent, "FutVMDirectory") {}
+
+FutVMDirectory::FutVMDirectory(char const* table, QObject* parent, char const* context)
+    : Directory(parent, context, QString::fromLatin1(table), AsIndex)
+{
+    m_account = column(QStringLiteral("account"));
+    m_vm = column(QStringLiteral("vm"));
+}
+
+xdecimal FutVMDirectory::getVMByAccount(QString const& account) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    auto it = m_cache.constFind(account);
+    if (it != m_cache.constEnd()) return it.value();
+    xdecimal sum = calculateVM(account);
+    m_cache.insert(account, sum);
+    return sum;
+}
+
+xdecimal FutVMDirectory::calculateVM(QString const& account) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    xdecimal sum = zeroVM();
+    QSharedPointer<Table> t = table();
+    if (!t || m_account < 0) return sum;
+    MasterIndex_Column_Pure const* master = t->masterIndex();
+    std::shared_lock<std::shared_mutex> lock(master->structureLock());
+    PartitionList<Record> const& rows = master->records();
+    bool fixed = t->columnDef(m_account).typeCode() == FieldType::Char;
+    auto accountOf = [&](Record const& r) { return AccountText{t->dataPtr(r.row(), m_account), fixed}; };
+
+    // Lower bound of `account`: first the block, then the row inside it.
+    int parts = rows.partitionCount();
+    int lo = 0, hi = parts;
+    while (lo < hi) {
+        int mid = lo + (hi - lo) / 2;
+        if (accountOf(rows.partitionAt(mid).items.back()).compare(account) < 0) lo = mid + 1;
+        else hi = mid;
+    }
+    if (lo == parts) return sum;
+    auto const& items = rows.partitionAt(lo).items;
+    int first = 0, last = int(items.size());
+    while (first < last) {
+        int mid = first + (last - first) / 2;
+        if (accountOf(items[std::size_t(mid)]).compare(account) < 0) first = mid + 1;
+        else last = mid;
+    }
+    // The run of rows beginning with `account`, across blocks.
+    for (int p = lo; p < parts; ++p) {
+        auto const& block = rows.partitionAt(p).items;
+        for (std::size_t i = p == lo ? std::size_t(first) : 0; i < block.size(); ++i) {
+            if (!accountOf(block[i]).startsWith(account)) return sum;
+            sum += t->dataPtr(block[i].row(), m_vm).toXDecimal();
+        }
+    }
+    return sum;
+}
+
+void FutVMDirectory::clear() { m_cache.clear(); }
+
+void FutVMDirectory::endUpdate()
+{
+    m_cache.clear();
+    Q_EMIT dataChanged();
+}
+
+OptVMDirectory::OptVMDirectory(QObject* parent) : FutVMDirectory("opt_vm", parent, "OptVMDirectory") {}
+
+// ---- FutVMSADirectory --------------------------------------------------------
+
+FutVMSADirectory::FutVMSADirectory(QObject* parent) : FutVMSADirectory("fut_vm_sa", parent, "FutVMSADirectory") {}
+
+FutVMSADirectory::FutVMSADirectory(char const* table, QObject* parent)
+    : FutVMSADirectory(table, parent, "FutVMSADirectory")
+{
+}
+
+FutVMSADirectory::FutVMSADirectory(char const* table, QObject* parent, char const* context)
+    : Directory(parent, context, QString::fromLatin1(table), AsIndex)
+{
+    m_columns.sessId = column(QStringLiteral("sess_id"));
+    m_columns.settlementAccount = column(QStringLiteral("settlement_account"));
+    m_columns.vm = column(QStringLiteral("vm"));
+}
+
+xdecimal FutVMSADirectory::getVMbySettlementAccount(QString const& sa) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    auto it = m_vmBySettlementAccount.constFind(sa);
+    return it == m_vmBySettlementAccount.constEnd() ? zeroVM() : it.value();
+}
+
+void FutVMSADirectory::clear() { m_changed = true; }
+void FutVMSADirectory::build() {}
+void FutVMSADirectory::add(Record const&) { m_changed = true; }
+void FutVMSADirectory::remove(Record const&, int) { m_changed = true; }
+void FutVMSADirectory::update(Record const&, int, int, int) { m_changed = true; }
+void FutVMSADirectory::beginUpdate() { m_changed = false; }
+
+void FutVMSADirectory::endUpdate()
+{
+    if (!m_changed) return;
+    QSharedPointer<Table> t = table();
+    m_vmBySettlementAccount = calcVM(t.data(), m_columns);
+    Q_EMIT dataChanged();
+}
+
+OptVMSADirectory::OptVMSADirectory(QObject* parent) : FutVMSADirectory("opt_vm_sa", parent, "OptVMSADirectory") {}
+
+// ---- calcVM ------------------------------------------------------------------
+
+template <>
+QMap<QString, xdecimal> calcVM<FutVMSADirectory::FutVMSAColumns>(Table* table, FutVMSADirectory::FutVMSAColumns columns)
+{
+    QMap<QString, xdecimal> result;
+    if (!table || columns.sessId < 0 || columns.settlementAccount < 0 || columns.vm < 0) return result;
+    std::lock_guard<Table const> tableLock(*table);
+    MasterIndex_Column_Pure const* master = table->masterIndex();
+    std::shared_lock<std::shared_mutex> lock(master->structureLock());
+    PartitionList<Record> const& rows = master->records();
+
+    // Runs of one settlement account in the greatest session seen so far.
+    struct Run
+    {
+        Field account;
+        xdecimal sum;
+    };
+    std::vector<Run> runs;
+    bool any = false;
+    int latest = 0;
+    // Every row is read, from the last to the first: the tables are ordered
+    // by session first, so the latest session's rows come first and older
+    // rows are passed over by their session id alone. Exact sums do not
+    // depend on the order in which they are added.
+    for (int p = rows.partitionCount() - 1; p >= 0; --p) {
+        auto const& block = rows.partitionAt(p).items;
+        for (std::size_t i = block.size(); i-- > 0;) {
+            unsigned char* row = block[i].row();
+            int session = table->dataPtr(row, columns.sessId).toInteger();
+            if (any && session < latest) continue;
+            Field account = table->dataPtr(row, columns.settlementAccount);
+            if (isEmptyText(account)) continue;
+            if (!any || session > latest) {
+                runs.clear();
+                latest = session;
+                any = true;
+            }
+            xdecimal vm = table->dataPtr(row, columns.vm).toXDecimal();
+            if (!runs.empty() && sameText(runs.back().account, account)) runs.back().sum += vm;
+            else runs.push_back(Run{account, vm});
+        }
+    }
+
+    std::vector<std::pair<QString, xdecimal>> sums;
+    sums.reserve(runs.size());
+    for (auto it = runs.rbegin(); it != runs.rend(); ++it) sums.emplace_back(it->account.toString(), it->sum);
+    auto byKey = [](std::pair<QString, xdecimal> const& a, std::pair<QString, xdecimal> const& b) { return a.first < b.first; };
+    // Read backwards from a table in key order, the runs come out ascending
+    // and distinct; any other order is sorted and its repeats merged.
+    if (!std::is_sorted(sums.begin(), sums.end(), byKey)) std::stable_sort(sums.begin(), sums.end(), byKey);
+    for (std::size_t i = 0; i < sums.size(); ++i) {
+        if (!result.isEmpty() && (result.constEnd() - 1).key() == sums[i].first) {
+            (result.end() - 1).value() += sums[i].second;
+            continue;
+        }
+        result.insert(result.constEnd(), sums[i].first, sums[i].second);
+    }
+    return result;
+}
