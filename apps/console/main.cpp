@@ -2,6 +2,7 @@
 // bundled one unless told otherwise), optionally replays a replication log,
 // reports which directories signalled for each replayed batch, and answers
 // lookups given on the command line.
+#include "accounts.h"
 #include "lookups.h"
 #include "signallog.h"
 
@@ -75,6 +76,7 @@ int main(int argc, char** argv)
     QCommandLineOption marketOpt(QStringLiteral("market"), QStringLiteral("Look up a market by number or code."), QStringLiteral("id|code"));
     parser.addOptions({dataOpt, schemaOpt, replayOpt, logOpt, paceOpt, quietOpt, tablesOpt, securityOpt, codeOpt, isinOpt,
                        boardOpt, boardCodeOpt, marketOpt});
+    console::addAccountOptions(parser);
     parser.process(app);
     if (!parser.positionalArguments().isEmpty())
         return fail(QStringLiteral("unexpected argument '%1' (see --help)").arg(parser.positionalArguments().first()));
@@ -95,6 +97,7 @@ int main(int argc, char** argv)
         QElapsedTimer timer;
         timer.start();
         db->loadSchema(parser.value(schemaOpt));
+        console::bindAccountDirectories(db);
         int batches = db->loadFileAtomically(snapshot, [](int done, int total, QString const&) { progress("snapshot", done, total); });
         int rows = 0;
         for (QString const& name : db->tableNames()) rows += db->table(name)->rowCount();
@@ -140,5 +143,6 @@ int main(int argc, char** argv)
             if (!l.answer(out(), value))
                 return fail(QStringLiteral("--%1: cannot read '%2' (see --help)").arg(l.option.names().first(), value));
     }
+    if (!console::answerAccountOptions(parser, out())) return 1;
     return 0;
 }
