@@ -211,7 +211,8 @@ void FutVMSADirectory::endUpdate()
 {
     if (!m_changed) return;
     QSharedPointer<Table> t = table();
-    m_vmBySettlementAccount = calcVM(t.data(), m_columns);
+    // calcVM's answer, built on the previous map's keys.
+    recompute(t.data());
     Q_EMIT dataChanged();
 }
 
@@ -219,22 +220,53 @@ OptVMSADirectory::OptVMSADirectory(QObject* parent) : FutVMSADirectory("opt_vm_s
 
 // ---- calcVM ------------------------------------------------------------------
 
-template <>
-QMap<QString, xdecimal> calcVM<FutVMSADirectory::FutVMSAColumns>(Table* table, FutVMSADirectory::FutVMSAColumns columns)
+namespace {
+
+// Sign of a - b for two texts of one column, in QString order.
+int compareTexts(Field const& a, Field const& b)
 {
-    QMap<QString, xdecimal> result;
-    if (!table || columns.sessId < 0 || columns.settlementAccount < 0 || columns.vm < 0) return result;
+    if (a.type() == FieldType::Char && b.type() == FieldType::Char) {
+        StoredText x(a), y(b);
+        for (int i = 0;; ++i) {
+            char16_t p = x.at(i), q = y.at(i);
+            if (p != q) return p < q ? -1 : 1;
+            if (!p) return 0;
+        }
+    }
+    int c = a.toString().compare(b.toString());
+    return c < 0 ? -1 : (c > 0 ? 1 : 0);
+}
+
+int compareText(Field const& a, QString const& b)
+{
+    if (a.type() == FieldType::Char) return StoredText(a).compare(b);
+    int c = a.toString().compare(b);
+    return c < 0 ? -1 : (c > 0 ? 1 : 0);
+}
+
+// The sums of calcVM. With `previous` (the map of the last batch), keys are
+// shared with it where they are unchanged, and when every key is unchanged
+// the previous map is updated in place: the usual batch changes amounts, not
+// settlement accounts, and then nothing is allocated. Returns true when the
+// answer is in `previous`.
+bool latestSessionSums(Table* table, FutVMSADirectory::FutVMSAColumns columns, QMap<QString, xdecimal>* previous,
+                       QMap<QString, xdecimal>& result)
+{
+    result.clear();
+    if (!table || columns.sessId < 0 || columns.settlementAccount < 0 || columns.vm < 0) return false;
     std::lock_guard<Table const> tableLock(*table);
     MasterIndex_Column_Pure const* master = table->masterIndex();
     std::shared_lock<std::shared_mutex> lock(master->structureLock());
     PartitionList<Record> const& rows = master->records();
 
-    // Runs of one settlement account in the greatest session seen so far.
+    // Runs of one settlement account in the greatest session seen so far,
+    // each named by its first row (a Field would copy values on assignment).
     struct Run
     {
-        Field account;
+        unsigned char* row;
         xdecimal sum;
     };
+    auto accountOf = [&](Run const& r) { return table->dataPtr(r.row, columns.settlementAccount); };
     std::vector<Run> runs;
     bool any = false;
     int latest = 0;
@@ -256,24 +288,62 @@ QMap<QString, xdecimal> calcVM<FutVMSADirectory::FutVMSAColumns>(Table* table, F
                 any = true;
             }
             xdecimal vm = table->dataPtr(row, columns.vm).toXDecimal();
-            if (!runs.empty() && sameText(runs.back().account, account)) runs.back().sum += vm;
-            else runs.push_back(Run{account, vm});
+            if (!runs.empty() && sameText(accountOf(runs.back()), account)) runs.back().sum += vm;
+            else runs.push_back(Run{row, vm});
         }
     }
+    std::reverse(runs.begin(), runs.end());
 
-    std::vector<std::pair<QString, xdecimal>> sums;
-    sums.reserve(runs.size());
-    for (auto it = runs.rbegin(); it != runs.rend(); ++it) sums.emplace_back(it->account.toString(), it->sum);
-    auto byKey = [](std::pair<QString, xdecimal> const& a, std::pair<QString, xdecimal> const& b) { return a.first < b.first; };
     // Read backwards from a table in key order, the runs come out ascending
     // and distinct; any other order is sorted and its repeats merged.
-    if (!std::is_sorted(sums.begin(), sums.end(), byKey)) std::stable_sort(sums.begin(), sums.end(), byKey);
-    for (std::size_t i = 0; i < sums.size(); ++i) {
-        if (!result.isEmpty() && (result.constEnd() - 1).key() == sums[i].first) {
-            (result.end() - 1).value() += sums[i].second;
-            continue;
+    bool ascending = true;
+    for (std::size_t i = 1; i < runs.size() && ascending; ++i) ascending = compareTexts(accountOf(runs[i - 1]), accountOf(runs[i])) < 0;
+    if (!ascending) {
+        std::vector<std::pair<QString, xdecimal>> sums;
+        sums.reserve(runs.size());
+        for (Run const& r : runs) sums.emplace_back(accountOf(r).toString(), r.sum);
+        std::stable_sort(sums.begin(), sums.end(),
+                         [](std::pair<QString, xdecimal> const& a, std::pair<QString, xdecimal> const& b) { return a.first < b.first; });
+        for (auto const& entry : sums) {
+            if (!result.isEmpty() && (result.constEnd() - 1).key() == entry.first) (result.end() - 1).value() += entry.second;
+            else result.insert(result.constEnd(), entry.first, entry.second);
         }
-        result.insert(result.constEnd(), sums[i].first, sums[i].second);
+        return false;
     }
+
+    if (previous && previous->size() == int(runs.size())) {
+        bool sameKeys = true;
+        auto it = previous->constBegin();
+        for (std::size_t i = 0; i < runs.size() && sameKeys; ++i, ++it) sameKeys = compareText(accountOf(runs[i]), it.key()) == 0;
+        if (sameKeys) {
+            auto out = previous->begin();
+            for (Run const& r : runs) (out++).value() = r.sum;
+            return true;
+        }
+    }
+    auto old = previous ? previous->constBegin() : QMap<QString, xdecimal>::const_iterator();
+    auto oldEnd = previous ? previous->constEnd() : QMap<QString, xdecimal>::const_iterator();
+    for (Run const& r : runs) {
+        Field account = accountOf(r);
+        while (previous && old != oldEnd && compareText(account, old.key()) > 0) ++old;
+        bool shared = previous && old != oldEnd && compareText(account, old.key()) == 0;
+        result.insert(result.constEnd(), shared ? old.key() : account.toString(), r.sum);
+    }
+    return false;
+}
+
+} // namespace
+
+template <>
+QMap<QString, xdecimal> calcVM<FutVMSADirectory::FutVMSAColumns>(Table* table, FutVMSADirectory::FutVMSAColumns columns)
+{
+    QMap<QString, xdecimal> result;
+    latestSessionSums(table, columns, nullptr, result);
     return result;
+}
+
+void FutVMSADirectory::recompute(Table* table)
+{
+    QMap<QString, xdecimal> fresh;
+    if (!latestSessionSums(table, m_columns, &m_vmBySettlementAccount, fresh)) m_vmBySettlementAccount.swap(fresh);
 }

@@ -89,6 +89,8 @@ protected:
     FutVMSADirectory(char const* table, QObject* parent, char const* context);
 
 private:
+    void recompute(Table* table);
+
     FutVMSAColumns m_columns{-1, -1, -1};
     QMap<QString, xdecimal> m_vmBySettlementAccount;
     // Set: the next end of a batch recomputes the map. Starts set, so the

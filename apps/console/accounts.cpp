@@ -1,5 +1,6 @@
 #include "accounts.h"
 
+#include <core/defaultcore.h>
 #include <core/icore.h>
 #include <database/database.h>
 #include <directories>
@@ -83,6 +84,12 @@ void reportLogin(QTextStream& out, QString const& login)
     out << "  password expires: " << orDash(datetime(expiry).toString()) << "\n"
         << "  warning due:  " << yesNo(due) << " (horizon " << days << " days = " << span << " ms, warnings "
         << (core->passwordWarningEnabled() ? "on" : "off") << ", now " << datetime(now).toString() << ")\n";
+    // The warnings handed to the core so far (the default core keeps them).
+    if (auto* recorded = dynamic_cast<DefaultCore*>(core)) {
+        QString marked = QStringLiteral("<b>%1</b>").arg(login.trimmed().toHtmlEscaped());
+        for (QString const& text : recorded->notifications())
+            if (text.startsWith(QLatin1String("2|")) && text.contains(marked)) out << "  notified:     " << text << "\n";
+    }
 }
 
 void reportDeals(QTextStream& out, QString const& account)

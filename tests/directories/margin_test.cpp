@@ -3,6 +3,7 @@
 
 #include <QSignalSpy>
 #include <functional>
+#include <random>
 
 namespace {
 
@@ -123,6 +124,38 @@ TEST_F(Margin, SettlementAccountsOfTheLatestSessionOnly)
         {"delete":{"sess_id":11,"settlement_account":"RK3"}}]})");
     EXPECT_EQ(spy.count(), 2);
     EXPECT_EQ(text(sa->getVMbySettlementAccount("RK2")), "6.00");   // session 10 is the latest now
+}
+
+// The directory keeps its map across batches (sharing keys, or updating
+// amounts in place); after every batch it must read as calcVM does afresh.
+TEST_F(Margin, TheMapAfterEachBatchIsCalcVMsAnswer)
+{
+    FutVMSADirectory* sa = FutVMSADirectory::i();
+    Table* t = db()->table("fut_vm_sa").data();
+    FutVMSADirectory::FutVMSAColumns columns{t->columnIndex("sess_id"), t->columnIndex("settlement_account"), t->columnIndex("vm")};
+    std::mt19937 random(11);
+    QStringList seen;
+    for (int round = 0; round < 60; ++round) {
+        QJsonArray ops;
+        for (int k = 0; k < 4; ++k) {
+            int session = 20 + int(random() % 3);
+            QString account = QStringLiteral("RK%1").arg(random() % 6);
+            QJsonObject row{{"sess_id", session}, {"settlement_account", account},
+                            {"vm", QString::number(int(random() % 2000) - 1000) + ".25"}};
+            // An upsert by hand: update when present, else insert; now and then a delete.
+            bool present = !Record(t, QStringLiteral("%1,%2").arg(session).arg(account)).isEmpty();
+            if (present && random() % 4 == 0) ops.append(QJsonObject{{"delete", QJsonObject{{"sess_id", session}, {"settlement_account", account}}}});
+            else ops.append(QJsonObject{{present ? "update" : "insert", row}});
+            seen << account;
+            apply(QJsonDocument(QJsonObject{{"table", "fut_vm_sa"}, {"ops", ops}}).toJson(QJsonDocument::Compact));
+            ops = QJsonArray();
+        }
+        QMap<QString, xdecimal> expected = calcVM(t, columns);
+        for (QString const& account : seen) {
+            xdecimal want = expected.value(account, zeroVM());
+            ASSERT_EQ(sa->getVMbySettlementAccount(account).compare(want), 0) << "round " << round << ", " << account.toStdString();
+        }
+    }
 }
 
 TEST_F(Margin, ABatchThatChangedNothingIsNotAnnounced)
