@@ -85,6 +85,70 @@ bool isEmptyText(Field const& field)
     return field.asStaticString().isEmpty();
 }
 
+// An exact sum of margins as xdecimal addition makes it, with the rows of
+// one scale added as plain integers first: the same value and scale as
+// adding each row's xdecimal in turn, without a packed addition per row.
+class ExactSum
+{
+public:
+    // Starting from zero, or (for a map entry) from the first value added.
+    explicit ExactSum(bool fromZero) : m_hasTotal(fromZero)
+    {
+        if (fromZero) m_total = zeroVM();
+    }
+    void add(Field const& vm)
+    {
+        __int128 mantissa = 0;
+        int scale = 0;   // a null margin is a zero of scale 0, as Field::toXDecimal reads it
+        if (vm.hasValue()) {
+            if (vm.type() != FieldType::Decimal) {
+                flush();
+                addTotal(vm.toXDecimal());
+                return;
+            }
+            decimal d = vm.rawDecimal();
+            mantissa = d.mantissa();
+            scale = d.scale();
+        }
+        if (m_hasPending && scale != m_scale) flush();
+        if (!m_hasPending) {
+            m_hasPending = true;
+            m_scale = scale;
+            m_pending = 0;
+        }
+        // 56-bit mantissas: no run of rows comes near 128 bits.
+        m_pending += mantissa;
+    }
+    xdecimal result()
+    {
+        flush();
+        return m_hasTotal ? m_total : zeroVM();
+    }
+
+private:
+    void flush()
+    {
+        if (!m_hasPending) return;
+        m_hasPending = false;
+        addTotal(xdecimal::fromMantissa(m_pending, m_scale));
+    }
+    void addTotal(xdecimal const& x)
+    {
+        if (m_hasTotal) {
+            m_total += x;
+        } else {
+            m_total = x;
+            m_hasTotal = true;
+        }
+    }
+
+    xdecimal m_total;
+    __int128 m_pending = 0;
+    int m_scale = 0;
+    bool m_hasPending = false;
+    bool m_hasTotal;
+};
+
 bool sameText(Field const& a, Field const& b)
 {
     if (a.type() == FieldType::Char && b.type() == FieldType::Char && a.length() == b.length()) {
@@ -130,9 +194,9 @@ xdecimal FutVMDirectory::getVMByAccount(QString const& account) const
 xdecimal FutVMDirectory::calculateVM(QString const& account) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    xdecimal sum = zeroVM();
     QSharedPointer<Table> t = table();
-    if (!t || m_account < 0) return sum;
+    if (!t || m_account < 0) return zeroVM();
+    ExactSum sum(true);
     MasterIndex_Column_Pure const* master = t->masterIndex();
     std::shared_lock<std::shared_mutex> lock(master->structureLock());
     PartitionList<Record> const& rows = master->records();
@@ -147,7 +211,7 @@ xdecimal FutVMDirectory::calculateVM(QString const& account) const
         if (accountOf(rows.partitionAt(mid).items.back()).compare(account) < 0) lo = mid + 1;
         else hi = mid;
     }
-    if (lo == parts) return sum;
+    if (lo == parts) return sum.result();
     auto const& items = rows.partitionAt(lo).items;
     int first = 0, last = int(items.size());
     while (first < last) {
@@ -159,11 +223,11 @@ xdecimal FutVMDirectory::calculateVM(QString const& account) const
     for (int p = lo; p < parts; ++p) {
         auto const& block = rows.partitionAt(p).items;
         for (std::size_t i = p == lo ? std::size_t(first) : 0; i < block.size(); ++i) {
-            if (!accountOf(block[i]).startsWith(account)) return sum;
-            sum += t->dataPtr(block[i].row(), m_vm).toXDecimal();
+            if (!accountOf(block[i]).startsWith(account)) return sum.result();
+            sum.add(t->dataPtr(block[i].row(), m_vm));
         }
     }
-    return sum;
+    return sum.result();
 }
 
 void FutVMDirectory::clear() { m_cache.clear(); }
@@ -264,7 +328,7 @@ bool latestSessionSums(Table* table, FutVMSADirectory::FutVMSAColumns columns, Q
     struct Run
     {
         unsigned char* row;
-        xdecimal sum;
+        ExactSum sum;
     };
     auto accountOf = [&](Run const& r) { return table->dataPtr(r.row, columns.settlementAccount); };
     std::vector<Run> runs;
@@ -287,9 +351,8 @@ bool latestSessionSums(Table* table, FutVMSADirectory::FutVMSAColumns columns, Q
                 latest = session;
                 any = true;
             }
-            xdecimal vm = table->dataPtr(row, columns.vm).toXDecimal();
-            if (!runs.empty() && sameText(accountOf(runs.back()), account)) runs.back().sum += vm;
-            else runs.push_back(Run{row, vm});
+            if (runs.empty() || !sameText(accountOf(runs.back()), account)) runs.push_back(Run{row, ExactSum(false)});
+            runs.back().sum.add(table->dataPtr(row, columns.vm));
         }
     }
     std::reverse(runs.begin(), runs.end());
@@ -301,7 +364,7 @@ bool latestSessionSums(Table* table, FutVMSADirectory::FutVMSAColumns columns, Q
     if (!ascending) {
         std::vector<std::pair<QString, xdecimal>> sums;
         sums.reserve(runs.size());
-        for (Run const& r : runs) sums.emplace_back(accountOf(r).toString(), r.sum);
+        for (Run& r : runs) sums.emplace_back(accountOf(r).toString(), r.sum.result());
         std::stable_sort(sums.begin(), sums.end(),
                          [](std::pair<QString, xdecimal> const& a, std::pair<QString, xdecimal> const& b) { return a.first < b.first; });
         for (auto const& entry : sums) {
@@ -317,17 +380,17 @@ bool latestSessionSums(Table* table, FutVMSADirectory::FutVMSAColumns columns, Q
         for (std::size_t i = 0; i < runs.size() && sameKeys; ++i, ++it) sameKeys = compareText(accountOf(runs[i]), it.key()) == 0;
         if (sameKeys) {
             auto out = previous->begin();
-            for (Run const& r : runs) (out++).value() = r.sum;
+            for (Run& r : runs) (out++).value() = r.sum.result();
             return true;
         }
     }
     auto old = previous ? previous->constBegin() : QMap<QString, xdecimal>::const_iterator();
     auto oldEnd = previous ? previous->constEnd() : QMap<QString, xdecimal>::const_iterator();
-    for (Run const& r : runs) {
+    for (Run& r : runs) {
         Field account = accountOf(r);
         while (previous && old != oldEnd && compareText(account, old.key()) > 0) ++old;
         bool shared = previous && old != oldEnd && compareText(account, old.key()) == 0;
-        result.insert(result.constEnd(), shared ? old.key() : account.toString(), r.sum);
+        result.insert(result.constEnd(), shared ? old.key() : account.toString(), r.sum.result());
     }
     return false;
 }
