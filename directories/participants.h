@@ -41,7 +41,9 @@ public:
         Record found = find(key);
         std::lock_guard<std::mutex> lock(m_mutex);
         if (!found.isEmpty()) {
-            m_key = key;
+            // A copy of its own: a text shared with the caller would have its
+            // reference count changed on two threads, outside the lock.
+            m_key = QString(key.constData(), key.size());
             m_record = found;
             m_hasKey = true;
         }
