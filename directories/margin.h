@@ -53,7 +53,8 @@ public:
 
 // Variation margin by settlement account ("fut_vm_sa", "opt_vm_sa"), of the
 // latest session only, recomputed at the end of each batch that changed
-// the table.
+// the table. The map is empty until then: bind the directory before the
+// table is filled, as the terminal does at start.
 //
 // Threading: registered as an index; hooks on the updating thread. The
 // lookup reads the directory's map without a lock: updating thread only.
@@ -93,8 +94,9 @@ private:
 
     FutVMSAColumns m_columns{-1, -1, -1};
     QMap<QString, xdecimal> m_vmBySettlementAccount;
-    // Set: the next end of a batch recomputes the map. Starts set, so the
-    // first batch fills it whatever it changed.
+    // A row changed since the batch began (beginUpdate clears it). Starts
+    // set, so that an end of batch the directory saw no beginning of still
+    // computes the map.
     bool m_changed = true;
 };
 
