@@ -34,6 +34,7 @@ run lookups 100k '^(hit|miss|text|code)\.'
 run updates 100k '^update_'
 run miss-1m 1m '^miss\.'
 run volat 100k '^(engine|volat_result)\.'
+run margin 100k '^vm(_sa)?\.'
 
 echo
 echo "Machine: $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p'); load average $(cut -d' ' -f1-3 /proc/loadavg)"
@@ -51,6 +52,7 @@ def medians(name):
 
 load, lookups, updates, big = medians("load"), medians("lookups"), medians("updates"), medians("miss-1m")
 volat = medians("volat")
+margin = medians("margin")
 scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
 def seconds(b):
@@ -84,6 +86,8 @@ faster("recordByTextId (100k)", lookups, "text.ours.recordByTextId", "text.peer.
 faster("BoardDirectory::idByCode", lookups, "code.ours.BoardDirectory_idByCode", "code.peer.", 3)
 faster("apply 10k updates, bid/ask, per row", updates, "update_prices.ours.apply", "update_prices.peer.", 5, 10000)
 faster("apply 10k updates, decimals, per row", updates, "update_static.ours.apply", "update_static.peer.", 5, 10000)
+faster("getVMByAccount, firm prefix, cold (100k rows)", margin, "vm.ours.getVMByAccount_firm_cold", "vm.peer.", 3)
+faster("VM by settlement account after a changed batch (100k rows)", margin, "vm_sa.ours.changed_batch_rebuild", "vm_sa.peer.", 3)
 peer = seconds(load["load.peer.sqlite_insert"])
 for name in ("loadFile", "loadFileAtomically"):
     o = seconds(load["load.ours." + name])

@@ -1,205 +1,467 @@
 <?xml version="1.0" encoding="utf-8"?>
 <!DOCTYPE TS>
 <TS version="2.1" language="en_US">
-<context>
-    <name>BoardDirectory</name>
-    <message>
-        <location filename="../directories/markets.cpp" line="280"/>
-        <source>&lt;режим не найден&gt;</source>
-        <translation>&lt;board not found&gt;</translation>
-    </message>
-    <message>
-        <location filename="../directories/frame.cpp" line="16"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>BuySellDirectory</name>
-    <message>
-        <location filename="../directories/frame.cpp" line="10"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>CalendarDirectory</name>
-    <message>
-        <location filename="../directories/sessions.cpp" line="8"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>OptioCalcDirectory</name>
-    <message>
-        <location filename="../directories/enumerations.cpp" line="115"/>
-        <source>Американский: Уплата премии</source>
-        <translation>American: premium paid</translation>
-    </message>
-    <message>
-        <location filename="../directories/enumerations.cpp" line="116"/>
-        <source>Американский: Маржируемый</source>
-        <translation>American: margined</translation>
-    </message>
-</context>
-<context>
-    <name>OptioTypeDirectory</name>
-    <message>
-        <location filename="../directories/enumerations.cpp" line="106"/>
-        <source>Пут</source>
-        <translation>Put</translation>
-    </message>
-    <message>
-        <location filename="../directories/enumerations.cpp" line="107"/>
-        <source>Колл</source>
-        <translation>Call</translation>
-    </message>
-</context>
-<context>
-    <name>OptionSeriesParamDirectory</name>
-    <message>
-        <location filename="../directories/volatility.cpp" line="10"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>PriceDirectionDirectory</name>
-    <message>
-        <location filename="../directories/enumerations.cpp" line="99"/>
-        <source>Прямое</source>
-        <translation>Direct</translation>
-    </message>
-    <message>
-        <location filename="../directories/enumerations.cpp" line="100"/>
-        <source>Обратное</source>
-        <translation>Reverse</translation>
-    </message>
-</context>
-<context>
-    <name>SecStateDirectory</name>
-    <message>
-        <location filename="../directories/frame.cpp" line="13"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>SecTypeDirectory</name>
-    <message>
-        <location filename="../directories/enumerations.cpp" line="87"/>
-        <source>ID_%1</source>
-        <translation>ID_%1</translation>
-    </message>
-    <message>
-        <location filename="../directories/frame.cpp" line="12"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>SecurityDirectory</name>
-    <message>
-        <location filename="../directories/securities.cpp" line="266"/>
-        <location filename="../directories/securities.cpp" line="316"/>
-        <source>&lt;инструмент не найден&gt;</source>
-        <translation>&lt;security not found&gt;</translation>
-    </message>
-    <message>
-        <location filename="../directories/frame.cpp" line="15"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>SessStateDirectory</name>
-    <message>
-        <location filename="../directories/frame.cpp" line="14"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>SessionDirectory</name>
-    <message>
-        <location filename="../directories/sessions.cpp" line="43"/>
-        <source>&lt;сессия не найдена&gt;</source>
-        <translation>&lt;session not found&gt;</translation>
-    </message>
-    <message>
-        <location filename="../directories/sessions.cpp" line="7"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>StatusDirectory</name>
-    <message>
-        <location filename="../directories/frame.cpp" line="11"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>StockDirectory</name>
-    <message>
-        <location filename="../directories/markets.cpp" line="84"/>
-        <location filename="../directories/markets.cpp" line="89"/>
-        <location filename="../directories/markets.cpp" line="104"/>
-        <source>ID_%1</source>
-        <translation>ID_%1</translation>
-    </message>
-    <message>
-        <location filename="../directories/markets.cpp" line="91"/>
-        <location filename="../directories/markets.cpp" line="97"/>
-        <source>&lt;площадка не найдена&gt;</source>
-        <translation>&lt;market not found&gt;</translation>
-    </message>
-    <message>
-        <location filename="../directories/frame.cpp" line="17"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>StockSecDirectory</name>
-    <message>
-        <location filename="../directories/frame.cpp" line="18"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>StockTimeDirectory</name>
-    <message>
-        <location filename="../directories/sessions.cpp" line="9"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>VolatCoeffBachDirectory</name>
-    <message>
-        <location filename="../directories/volatility.cpp" line="9"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>VolatCoeffBlackDirectory</name>
-    <message>
-        <location filename="../directories/volatility.cpp" line="8"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
-<context>
-    <name>VolatDirectory</name>
-    <message>
-        <location filename="../directories/volatility.cpp" line="7"/>
-        <source>Таблица &apos;%1&apos; отсутствует</source>
-        <translation>Table &apos;%1&apos; is missing</translation>
-    </message>
-</context>
+    <context>
+        <name>BaseContractsParamsDirectory</name>
+        <message>
+            <location filename="../directories/fees.cpp" line="16" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>BoardDirectory</name>
+        <message>
+            <location filename="../directories/markets.cpp" line="280" />
+            <source>&lt;режим не найден&gt;</source>
+            <translation>&lt;board not found&gt;</translation>
+        </message>
+        <message>
+            <location filename="../directories/frame.cpp" line="16" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>BrokerFeeDirectory</name>
+        <message>
+            <location filename="../directories/fees.cpp" line="14" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>BuySellDirectory</name>
+        <message>
+            <location filename="../directories/frame.cpp" line="10" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>CalendarDirectory</name>
+        <message>
+            <location filename="../directories/sessions.cpp" line="8" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>FeeDirectory</name>
+        <message>
+            <location filename="../directories/fees.cpp" line="13" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>FutRateDirectory</name>
+        <message>
+            <location filename="../directories/fees.cpp" line="11" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>FutVMDirectory</name>
+        <message>
+            <location filename="../directories/margin.cpp" line="15" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>FutVMSADirectory</name>
+        <message>
+            <location filename="../directories/margin.cpp" line="17" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3BrokerFeeParamDirectory</name>
+        <message>
+            <location filename="../directories/fees.cpp" line="15" />
+            <source>Таблица k3.broker_fee_params отсутствует</source>
+            <translation>Table k3.broker_fee_params is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3CoreDealerDirectory</name>
+        <message>
+            <location filename="../directories/participants.cpp" line="12" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3CoreInvestorDirectory</name>
+        <message>
+            <location filename="../directories/participants.cpp" line="13" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3DealerDirectory</name>
+        <message>
+            <location filename="../directories/participants.cpp" line="10" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/participants.cpp" line="66" />
+            <source>Режим блокировки ТС</source>
+            <translation>Trading system blocking mode</translation>
+        </message>
+        <message>
+            <location filename="../directories/participants.cpp" line="67" />
+            <source>Режим блокировки ГТ</source>
+            <translation>Guarantee blocking mode</translation>
+        </message>
+        <message>
+            <location filename="../directories/participants.cpp" line="69" />
+            <source>Доверительное управление</source>
+            <translation>Trust management</translation>
+        </message>
+        <message>
+            <location filename="../directories/participants.cpp" line="70" />
+            <source>Собственный раздел</source>
+            <translation>Own section</translation>
+        </message>
+        <message>
+            <location filename="../directories/participants.cpp" line="71" />
+            <source>Клиентский раздел</source>
+            <translation>Client section</translation>
+        </message>
+        <message>
+            <location filename="../directories/participants.cpp" line="72" />
+            <source>Обособленный учет</source>
+            <translation>Segregated accounting</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3FutMarginTypeDirectory</name>
+        <message>
+            <location filename="../directories/settlement.cpp" line="13" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="130" />
+            <source>Нетто БФ</source>
+            <translation>Net by firm</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="131" />
+            <source>Полунетто БФ</source>
+            <translation>Semi-net by firm</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="132" />
+            <source>Полунеттинг БФ</source>
+            <translation>Semi-netting by firm</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="133" />
+            <source>Полунеттинг РК</source>
+            <translation>Semi-netting by settlement account</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="134" />
+            <source>Неттинг БФ</source>
+            <translation>Netting by firm</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="135" />
+            <source>Субброкеры</source>
+            <translation>Sub-brokers</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="136" />
+            <source>Неттинг РК</source>
+            <translation>Netting by settlement account</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="147" />
+            <source>Срочный рынок</source>
+            <translation>Derivatives market</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="148" />
+            <source>Единый пул</source>
+            <translation>Unified pool</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="159" />
+            <source>Собственный РК</source>
+            <translation>Own settlement account</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="160" />
+            <source>Клиентский РК</source>
+            <translation>Client settlement account</translation>
+        </message>
+        <message>
+            <location filename="../directories/settlement.cpp" line="161" />
+            <source>Доверительное Управление</source>
+            <translation>Trust Management</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3FutSettlementDirectory</name>
+        <message>
+            <location filename="../directories/settlement.cpp" line="12" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3InvestorDirectory</name>
+        <message>
+            <location filename="../directories/participants.cpp" line="11" />
+            <source>Таблица k3.investor отсутствует</source>
+            <translation>Table k3.investor is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3PartsBFDirectory</name>
+        <message>
+            <location filename="../directories/settlement.cpp" line="14" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3RFDirectory</name>
+        <message>
+            <location filename="../directories/participants.cpp" line="14" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/participants.cpp" line="206" />
+            <source>Режим блокировки ТС по РФ</source>
+            <translation>Trading system blocking mode by RF</translation>
+        </message>
+        <message>
+            <location filename="../directories/participants.cpp" line="207" />
+            <source>Режим блокировки ГТ по РФ</source>
+            <translation>Guarantee blocking mode by RF</translation>
+        </message>
+    </context>
+    <context>
+        <name>K3UserDirectory</name>
+        <message>
+            <location filename="../directories/users.cpp" line="14" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/users.cpp" line="158" />
+            <source>&lt;p&gt;По данным на конец вчерашнего дня у логина &lt;span style="color: blue;"&gt;&lt;b&gt;%1&lt;/b&gt;&lt;/span&gt; вашего участника торгов/клиринга приближается дата истечения пароля&lt;/p&gt;</source>
+            <translation>&lt;p&gt;As of the end of yesterday, the password of login &lt;span style="color: blue;"&gt;&lt;b&gt;%1&lt;/b&gt;&lt;/span&gt; of your trading/clearing member is about to expire&lt;/p&gt;</translation>
+        </message>
+        <message>
+            <location filename="../directories/users.cpp" line="160" />
+            <source>&lt;p&gt;По данным на конец вчерашнего дня у логина &lt;b&gt;%1&lt;/b&gt; вашего участника торгов/клиринга приближается дата истечения пароля&lt;/p&gt;</source>
+            <translation>&lt;p&gt;As of the end of yesterday, the password of login &lt;b&gt;%1&lt;/b&gt; of your trading/clearing member is about to expire&lt;/p&gt;</translation>
+        </message>
+    </context>
+    <context>
+        <name>OptRateDirectory</name>
+        <message>
+            <location filename="../directories/fees.cpp" line="12" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>OptVMDirectory</name>
+        <message>
+            <location filename="../directories/margin.cpp" line="16" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>OptVMSADirectory</name>
+        <message>
+            <location filename="../directories/margin.cpp" line="18" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>OptioCalcDirectory</name>
+        <message>
+            <location filename="../directories/enumerations.cpp" line="115" />
+            <source>Американский: Уплата премии</source>
+            <translation>American: premium paid</translation>
+        </message>
+        <message>
+            <location filename="../directories/enumerations.cpp" line="116" />
+            <source>Американский: Маржируемый</source>
+            <translation>American: margined</translation>
+        </message>
+    </context>
+    <context>
+        <name>OptioTypeDirectory</name>
+        <message>
+            <location filename="../directories/enumerations.cpp" line="106" />
+            <source>Пут</source>
+            <translation>Put</translation>
+        </message>
+        <message>
+            <location filename="../directories/enumerations.cpp" line="107" />
+            <source>Колл</source>
+            <translation>Call</translation>
+        </message>
+    </context>
+    <context>
+        <name>OptionSeriesParamDirectory</name>
+        <message>
+            <location filename="../directories/volatility.cpp" line="10" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>PriceDirectionDirectory</name>
+        <message>
+            <location filename="../directories/enumerations.cpp" line="99" />
+            <source>Прямое</source>
+            <translation>Direct</translation>
+        </message>
+        <message>
+            <location filename="../directories/enumerations.cpp" line="100" />
+            <source>Обратное</source>
+            <translation>Reverse</translation>
+        </message>
+    </context>
+    <context>
+        <name>SecStateDirectory</name>
+        <message>
+            <location filename="../directories/frame.cpp" line="13" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>SecTypeDirectory</name>
+        <message>
+            <location filename="../directories/enumerations.cpp" line="87" />
+            <source>ID_%1</source>
+            <translation>ID_%1</translation>
+        </message>
+        <message>
+            <location filename="../directories/frame.cpp" line="12" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>SecurityDirectory</name>
+        <message>
+            <location filename="../directories/securities.cpp" line="266" />
+            <location filename="../directories/securities.cpp" line="316" />
+            <source>&lt;инструмент не найден&gt;</source>
+            <translation>&lt;security not found&gt;</translation>
+        </message>
+        <message>
+            <location filename="../directories/frame.cpp" line="15" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>SessStateDirectory</name>
+        <message>
+            <location filename="../directories/frame.cpp" line="14" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>SessionDirectory</name>
+        <message>
+            <location filename="../directories/sessions.cpp" line="43" />
+            <source>&lt;сессия не найдена&gt;</source>
+            <translation>&lt;session not found&gt;</translation>
+        </message>
+        <message>
+            <location filename="../directories/sessions.cpp" line="7" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>StatusDirectory</name>
+        <message>
+            <location filename="../directories/frame.cpp" line="11" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>StockDirectory</name>
+        <message>
+            <location filename="../directories/markets.cpp" line="84" />
+            <location filename="../directories/markets.cpp" line="89" />
+            <location filename="../directories/markets.cpp" line="104" />
+            <source>ID_%1</source>
+            <translation>ID_%1</translation>
+        </message>
+        <message>
+            <location filename="../directories/markets.cpp" line="91" />
+            <location filename="../directories/markets.cpp" line="97" />
+            <source>&lt;площадка не найдена&gt;</source>
+            <translation>&lt;market not found&gt;</translation>
+        </message>
+        <message>
+            <location filename="../directories/frame.cpp" line="17" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>StockSecDirectory</name>
+        <message>
+            <location filename="../directories/frame.cpp" line="18" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>StockTimeDirectory</name>
+        <message>
+            <location filename="../directories/sessions.cpp" line="9" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>VolatCoeffBachDirectory</name>
+        <message>
+            <location filename="../directories/volatility.cpp" line="9" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>VolatCoeffBlackDirectory</name>
+        <message>
+            <location filename="../directories/volatility.cpp" line="8" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>VolatDirectory</name>
+        <message>
+            <location filename="../directories/volatility.cpp" line="7" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
 </TS>

@@ -4,6 +4,7 @@
 // user notification the core raises, and answers lookups given on the
 // command line.
 #include "context.h"
+#include "accounts.h"
 #include "lookups.h"
 #include "options.h"
 #include "notifications.h"
@@ -117,6 +118,7 @@ int main(int argc, char** argv)
         lookupOpts.emplace_back(QLatin1String(l.name), QLatin1String(l.description), QLatin1String(l.valueName));
     for (QCommandLineOption const& o : lookupOpts) parser.addOption(o);
     OptionViews optionViews(parser);   // --option-board, --time
+    addAccountOptions(parser);         // --login, --account
     parser.process(app);
 
     if (!parser.positionalArguments().isEmpty())
@@ -175,6 +177,9 @@ int main(int argc, char** argv)
         QElapsedTimer timer;
         timer.start();
         db->loadSchema(parser.value(schemaOpt));
+        // Logins and accounts are followed from the first batch, as a
+        // terminal binds them at start: they warn of expiring passwords.
+        bindAccountDirectories(db);
         Progress loading("snapshot", !quiet);
         int batches = db->loadFileAtomically(snapshot, [&](int done, int total, QString const&) {
             deliverQueuedNotifications();
@@ -243,6 +248,7 @@ int main(int argc, char** argv)
         }
     QString optionError;
     if (!optionViews.answer(parser, out(), optionError)) return fail(optionError);
+    if (!answerAccountOptions(parser, out())) return BadInput;
     deliverQueuedNotifications();
     return status;
 }

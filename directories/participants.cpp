@@ -1,0 +1,218 @@
+#include "participants.h"
+
+#include "enumerations.h"
+#include "keylookup.h"
+#include "masterindex.h"
+
+namespace {
+// The missing-table messages of these directories, for the translation tools.
+[[maybe_unused]] char const* const kMissingTableTexts[] = {
+    QT_TRANSLATE_NOOP("K3DealerDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("K3InvestorDirectory", "Таблица k3.investor отсутствует"),
+    QT_TRANSLATE_NOOP("K3CoreDealerDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("K3CoreInvestorDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("K3RFDirectory", "Таблица '%1' отсутствует"),
+};
+
+using Korvo3::K3FieldsTypes;
+
+} // namespace
+
+void directory::detail::LastAccountCache::drop(Record const& row)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (!row.isEmpty() && row != m_record) return;
+    m_key.clear();
+    m_record = Record();
+    m_hasKey = false;
+}
+
+// ---- K3DealerDirectory -------------------------------------------------------
+
+K3DealerDirectory::K3DealerDirectory(QObject* parent)
+    : Directory(parent, "K3DealerDirectory", QStringLiteral("k3.dealer"), AsDependent)
+{
+    m_clientCode = column(QStringLiteral("client_code"));
+    m_name = column(QStringLiteral("name"));
+    m_status = column(QStringLiteral("status"));
+    m_signs = column(QStringLiteral("signs"));
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
+        m_codeIndex->build();
+    }
+}
+
+Record K3DealerDirectory::findByCode(QString const& bf) const
+{
+    if (!table() || !m_codeIndex || bf.size() != K3FieldsTypes::bf_code) return Record();
+    return directory::detail::findByValues(m_codeIndex, bf + QStringLiteral("000"));
+}
+
+QString K3DealerDirectory::nameByCode(QString const& bf) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = findByCode(bf);
+    return row.isEmpty() ? QString() : row.data(m_name).toString();
+}
+
+QString K3DealerDirectory::statusByCode(QString const& bf) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = findByCode(bf);
+    if (row.isEmpty()) return QString();
+    long long signs = row.data(m_signs).toInteger64();
+    int status = row.data(m_status).toInteger();
+    QString text;
+    if (signs & 4) appendStatus(text, tr("Режим блокировки ТС"));
+    if (signs & 8) appendStatus(text, tr("Режим блокировки ГТ"));
+    // At most one of the three kinds of account, in this precedence.
+    if (status & 1) appendStatus(text, tr("Доверительное управление"));
+    else if (status & 0x20000) appendStatus(text, tr("Собственный раздел"));
+    else if (status & 0x40000) appendStatus(text, tr("Клиентский раздел"));
+    if (status & 2) appendStatus(text, tr("Обособленный учет"));
+    return text;
+}
+
+bool K3DealerDirectory::isOperatorInputOn(QString const& bf) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = findByCode(bf);
+    return !row.isEmpty() && (row.data(m_signs).toInteger64() & 8) != 0;
+}
+
+bool K3DealerDirectory::isSeparated(QString const& bf) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = findByCode(bf);
+    return !row.isEmpty() && (row.data(m_status).toInteger() & 3) != 0;
+}
+
+void K3DealerDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+// ---- K3InvestorDirectory -----------------------------------------------------
+
+K3InvestorDirectory::K3InvestorDirectory(QObject* parent)
+    : Directory(parent, "K3InvestorDirectory", QStringLiteral("k3.investor"), AsIndex,
+                "Таблица k3.investor отсутствует")
+{
+    m_clientCode = column(QStringLiteral("client_code"));
+    m_name = column(QStringLiteral("name"));
+    m_status = column(QStringLiteral("status"));
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
+        m_codeIndex->build();
+    }
+}
+
+Record K3InvestorDirectory::getInvestorByAccount(QString const& account) const
+{
+    if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
+    return m_last.lookup(account.left(K3FieldsTypes::client_code),
+                         [this](QString const& key) { return directory::detail::findByValues(m_codeIndex, key); });
+}
+
+QString K3InvestorDirectory::nameByCode(QString const& code) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    if (!table()) return QString();
+    Record row = directory::detail::findByValues(m_codeIndex, code);
+    return row.isEmpty() ? QString() : row.data(m_name).toString();
+}
+
+int K3InvestorDirectory::statusByCode(QString const& code) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    if (!table()) return 0;
+    Record row = directory::detail::findByValues(m_codeIndex, code);
+    return row.isEmpty() ? 0 : row.data(m_status).toInteger();
+}
+
+void K3InvestorDirectory::clear() { m_last.drop(); }
+void K3InvestorDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
+void K3InvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// ---- K3CoreDealerDirectory ---------------------------------------------------
+
+K3CoreDealerDirectory::K3CoreDealerDirectory(QObject* parent)
+    : Directory(parent, "K3CoreDealerDirectory", QStringLiteral("k3.core_dealer"), AsIndex)
+{
+    m_clientCode = column(QStringLiteral("client_code"));
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
+        m_codeIndex->build();
+    }
+}
+
+Record K3CoreDealerDirectory::getDealerByAccount(QString const& account) const
+{
+    if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::bf_code) return Record();
+    return m_last.lookup(account.left(K3FieldsTypes::bf_code),
+                         [this](QString const& key) { return directory::detail::findByValues(m_codeIndex, key); });
+}
+
+void K3CoreDealerDirectory::clear() { m_last.drop(); }
+void K3CoreDealerDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
+void K3CoreDealerDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// ---- K3CoreInvestorDirectory -------------------------------------------------
+
+K3CoreInvestorDirectory::K3CoreInvestorDirectory(QObject* parent)
+    : Directory(parent, "K3CoreInvestorDirectory", QStringLiteral("k3.core_investor"), AsIndex)
+{
+    m_clientCode = column(QStringLiteral("client_code"));
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
+        m_codeIndex->build();
+    }
+}
+
+Record K3CoreInvestorDirectory::getInvestorByAccount(QString const& account) const
+{
+    if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
+    return m_last.lookup(account.left(K3FieldsTypes::client_code),
+                         [this](QString const& key) { return directory::detail::findByValues(m_codeIndex, key); });
+}
+
+void K3CoreInvestorDirectory::clear() { m_last.drop(); }
+void K3CoreInvestorDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
+void K3CoreInvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// ---- K3RFDirectory -----------------------------------------------------------
+
+K3RFDirectory::K3RFDirectory(QObject* parent)
+    : Directory(parent, "K3RFDirectory", QStringLiteral("k3.RF"), AsDependent)
+{
+    m_code = column(QStringLiteral("code"));
+    m_opInput = column(QStringLiteral("op_input"));
+    m_rfInput = column(QStringLiteral("rf_input"));
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code}));
+        m_codeIndex->build();
+    }
+}
+
+Record K3RFDirectory::findByCode(QString const& rf) const
+{
+    if (!table() || !m_codeIndex || rf.size() != K3FieldsTypes::rf_code) return Record();
+    return directory::detail::findByValues(m_codeIndex, rf);
+}
+
+QString K3RFDirectory::statusByCode(QString const& rf) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = findByCode(rf);
+    if (row.isEmpty()) return QString();
+    QString text;
+    if (row.data(m_opInput).toInteger() != 0) appendStatus(text, tr("Режим блокировки ТС по РФ"));
+    if (row.data(m_rfInput).toInteger() != 0) appendStatus(text, tr("Режим блокировки ГТ по РФ"));
+    return text;
+}
+
+bool K3RFDirectory::isOperatorInputOn(QString const& rf) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = findByCode(rf);
+    return !row.isEmpty() && row.data(m_rfInput).toInteger() != 0;
+}
+
+void K3RFDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }

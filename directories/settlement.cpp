@@ -1,0 +1,193 @@
+#include "settlement.h"
+
+#include "cachedindex.h"
+#include "keylookup.h"
+#include "masterindex.h"
+#include "participants.h"
+
+#include <mutex>
+
+namespace {
+[[maybe_unused]] char const* const kMissingTableTexts[] = {
+    QT_TRANSLATE_NOOP("K3FutSettlementDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("K3FutMarginTypeDirectory", "Таблица '%1' отсутствует"),
+    QT_TRANSLATE_NOOP("K3PartsBFDirectory", "Таблица '%1' отсутствует"),
+};
+
+using CodeIndex = MasterIndexCached<MasterIndex_Struct<ucharn<12>>>;
+} // namespace
+
+// ---- K3FutSettlementDirectory ------------------------------------------------
+
+K3FutSettlementDirectory::K3FutSettlementDirectory(QObject* parent)
+    : Directory(parent, "K3FutSettlementDirectory", QStringLiteral("k3.fut_settlement_account"), AsIndex)
+{
+    m_code = column(QStringLiteral("code"));
+    m_type = column(QStringLiteral("type"));
+    m_settlementAccount = column(QStringLiteral("settlement_account"));
+    build();
+    if (QSharedPointer<Table> t = table()) {
+        m_codeTypeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code, m_type}));
+        m_codeTypeIndex->build();
+    }
+}
+
+QString K3FutSettlementDirectory::settlementAccountByCodeByType(QString const& code, int type) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    if (code.isEmpty() || type < 0 || !table() || !m_codeTypeIndex) return QString();
+    Record row = directory::detail::findByValues(m_codeTypeIndex, code, type);
+    return row.isEmpty() ? QString() : row.data(m_settlementAccount).toString();
+}
+
+bool K3FutSettlementDirectory::isAcceptableSA(QString const& sa) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    auto it = m_rfBySettlementAccount.lowerBound(sa);
+    // An empty text is a prefix of anything, even of a null key.
+    return it != m_rfBySettlementAccount.end() && (sa.isEmpty() || it.key().startsWith(sa));
+}
+
+QString K3FutSettlementDirectory::getRF(QString const& sa) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    return m_rfBySettlementAccount.value(sa);
+}
+
+void K3FutSettlementDirectory::clear() { m_rfBySettlementAccount.clear(); }
+
+void K3FutSettlementDirectory::build()
+{
+    QSharedPointer<Table> t = table();
+    if (!t) return;
+    std::lock_guard<Table const> lock(*t);
+    for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it) add(*it);
+}
+
+void K3FutSettlementDirectory::add(Record const& record)
+{
+    QString rf = record.data(m_code).toString().left(Korvo3::K3FieldsTypes::rf_code);
+    m_rfBySettlementAccount.insert(record.data(m_settlementAccount).toString(), rf);
+}
+
+void K3FutSettlementDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// ---- K3FutMarginTypeDirectory ------------------------------------------------
+
+K3FutMarginTypeDirectory::K3FutMarginTypeDirectory(QObject* parent)
+    : Directory(parent, "K3FutMarginTypeDirectory", QStringLiteral("k3.fut_margin_type"), AsDependent)
+{
+    m_type = column(QStringLiteral("type"));
+    m_code = column(QStringLiteral("code"));
+    m_marginType = column(QStringLiteral("margin_type"));
+    m_ucpType = column(QStringLiteral("UCP_type"));
+    m_settlementAccountType = column(QStringLiteral("settlement_account_type"));
+    m_operatorInput = column(QStringLiteral("operator_input"));
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(MasterIndex_Struct_Cached<ucharn<12>>::create(t.data(), QStringList{QStringLiteral("code")}));
+        m_codeIndex->build();
+    }
+}
+
+Record K3FutMarginTypeDirectory::recordByCode(QString const& code) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t || !m_codeIndex || m_code < 0) return Record();
+    ColumnDef const& def = t->columnDef(m_code);
+    if (def.typeCode() == FieldType::Char && code.size() > def.length / 2) return Record();
+    if (auto const* typed = dynamic_cast<CodeIndex const*>(m_codeIndex))
+        return typed->findKey(MasterKey_Struct<ucharn<12>>(ucharn<12>(code)), -1);
+    // The column did not suit the typed index: search the general one by a key row.
+    try {
+        Record key(t.data());
+        Field f = t->dataPtr(key.row(), m_code);
+        f = QStringRef(&code);
+        return m_codeIndex->find(key, -1);
+    } catch (Exception const&) {
+        return Record();
+    }
+}
+
+int K3FutMarginTypeDirectory::typeByCode(QString const& code) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = recordByCode(code);
+    return row.isEmpty() ? -1 : row.data(m_type).toInteger();
+}
+
+int K3FutMarginTypeDirectory::operatorInputByCode(QString const& code) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = recordByCode(code);
+    return row.isEmpty() ? 0 : row.data(m_operatorInput).toInteger();
+}
+
+QString K3FutMarginTypeDirectory::marginTypeByCode(QString const& code) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = recordByCode(code);
+    if (row.isEmpty()) return QString();
+    switch (row.data(m_marginType).toInteger()) {
+    case 0: return tr("Нетто БФ");
+    case 1: return tr("Полунетто БФ");
+    case 2: return tr("Полунеттинг БФ");
+    case 3: return tr("Полунеттинг РК");
+    case 4: return tr("Неттинг БФ");
+    case 5: return tr("Субброкеры");
+    case 6: return tr("Неттинг РК");
+    default: return QString();
+    }
+}
+
+QString K3FutMarginTypeDirectory::UCPTypeByCode(QString const& code) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = recordByCode(code);
+    if (row.isEmpty()) return QString();
+    switch (row.data(m_ucpType).toInteger()) {
+    case 0: return tr("Срочный рынок");
+    case 1: return tr("Единый пул");
+    default: return QString();
+    }
+}
+
+QString K3FutMarginTypeDirectory::SATypeByCode(QString const& code) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    Record row = recordByCode(code);
+    if (row.isEmpty()) return QString();
+    switch (row.data(m_settlementAccountType).toInteger()) {
+    case 0: return tr("Собственный РК");
+    case 1: return tr("Клиентский РК");
+    case 2: return tr("Доверительное Управление");   // capital У, unlike the dealer's status
+    default: return QString();
+    }
+}
+
+void K3FutMarginTypeDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+// ---- K3PartsBFDirectory ------------------------------------------------------
+
+K3PartsBFDirectory::K3PartsBFDirectory(QObject* parent)
+    : Directory(parent, "K3PartsBFDirectory", QStringLiteral("k3part_bf"), AsIndex)
+{
+    m_account = column(QStringLiteral("account"));
+}
+
+Record K3PartsBFDirectory::getBFByAccount(QString const& account) const
+{
+    QSharedPointer<Table> t = table();
+    if (!t || m_account < 0 || account.size() < Korvo3::K3FieldsTypes::bf_code) return Record();
+    try {
+        Record key(t.data());
+        Field f = t->dataPtr(key.row(), m_account);
+        QString bf = account.left(Korvo3::K3FieldsTypes::bf_code);
+        f = QStringRef(&bf);
+        return findInMaster(key);
+    } catch (Exception const&) {
+        return Record();
+    }
+}
+
+void K3PartsBFDirectory::clear() { Q_EMIT dataChanged(); }
+void K3PartsBFDirectory::endUpdate() { Q_EMIT dataChanged(); }
