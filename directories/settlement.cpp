@@ -179,11 +179,7 @@ Record K3PartsBFDirectory::getBFByAccount(QString const& account) const
     QSharedPointer<Table> t = table();
     if (!t || m_account < 0 || account.size() < Korvo3::K3FieldsTypes::bf_code) return Record();
     try {
-        Record key(t.data());
-        Field f = t->dataPtr(key.row(), m_account);
-        QString bf = account.left(Korvo3::K3FieldsTypes::bf_code);
-        f = QStringRef(&bf);
-        return findInMaster(key);
+        return findRow(nullptr, m_account, account.left(Korvo3::K3FieldsTypes::bf_code));
     } catch (Exception const&) {
         return Record();
     }
