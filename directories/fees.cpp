@@ -1,6 +1,6 @@
 #include "fees.h"
 
-#include "keylookup.h"
+#include "masterindex.h"
 #include "masterindex.h"
 #include "participants.h"
 
@@ -172,7 +172,7 @@ std::tuple<Record, bool, Record> K3BrokerFeeParamDirectory::getFeeParamsByAccoun
     std::tuple<Record, bool, Record> none(Record(), false, Record());
     QSharedPointer<Table> t = table();
     if (!t || !m_index || account.size() < Korvo3::K3FieldsTypes::bf_code) return none;
-    if (!directory::detail::fitsColumn(t.data(), m_clientCode, account)) return none;
+    if (!masterindex_detail::fitsColumn(t.data(), m_clientCode, account)) return none;
     int found = -1;
     try {
         Record probe(t.data());
@@ -226,7 +226,7 @@ BaseContractsParamsDirectory::BaseContractsParamsDirectory(QObject* parent)
 Record BaseContractsParamsDirectory::recordByBaseContractCode(QString const& code) const
 {
     if (!table()) return Record();
-    return directory::detail::findByValues(m_index, code);
+    return findByValues(m_index, code);
 }
 
 void BaseContractsParamsDirectory::endUpdate() { Q_EMIT dataChanged(); }

@@ -29,12 +29,7 @@ Record StockDirectory::recordById(int id) const
 Record StockDirectory::recordByCode(QString const& code) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    QSharedPointer<Table> t = table();
-    if (!t || !m_codeIndex) return Record();
-    ColumnValuesKey values(m_codeIndex);
-    values << code;
-    if (values.usable()) return values.find();
-    return findRow(m_codeIndex, m_stockCode, code);
+    return table() ? findByValues(m_codeIndex, code) : Record();
 }
 
 Record StockDirectory::recordByKey(KeyValue const& key) const
@@ -293,12 +288,7 @@ Record BoardDirectory::findById(int stock, int board) const
 Record BoardDirectory::findByCode(int stock, QString const& boardCode) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    QSharedPointer<Table> t = table();
-    if (!t || !m_codeIndex) return Record();
-    ColumnValuesKey values(m_codeIndex);
-    values << stock << boardCode;
-    if (values.usable()) return values.find();
-    return findRow(m_codeIndex, m_stockId, stock, m_boardCode, boardCode);
+    return table() ? findByValues(m_codeIndex, stock, boardCode) : Record();
 }
 
 Record BoardDirectory::findByCodes(QString const& stockCode, QString const& boardCode) const

@@ -1,7 +1,7 @@
 #include "participants.h"
 
 #include "enumerations.h"
-#include "keylookup.h"
+#include "masterindex.h"
 #include "masterindex.h"
 
 namespace {
@@ -45,7 +45,7 @@ K3DealerDirectory::K3DealerDirectory(QObject* parent)
 Record K3DealerDirectory::findByCode(QString const& bf) const
 {
     if (!table() || !m_codeIndex || bf.size() != K3FieldsTypes::bf_code) return Record();
-    return directory::detail::findByValues(m_codeIndex, bf + QStringLiteral("000"));
+    return findByValues(m_codeIndex, bf + QStringLiteral("000"));
 }
 
 QString K3DealerDirectory::nameByCode(QString const& bf) const
@@ -108,14 +108,14 @@ Record K3InvestorDirectory::getInvestorByAccount(QString const& account) const
 {
     if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
     return m_last.lookup(account.left(K3FieldsTypes::client_code),
-                         [this](QString const& key) { return directory::detail::findByValues(m_codeIndex, key); });
+                         [this](QString const& key) { return findByValues(m_codeIndex, key); });
 }
 
 QString K3InvestorDirectory::nameByCode(QString const& code) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
     if (!table()) return QString();
-    Record row = directory::detail::findByValues(m_codeIndex, code);
+    Record row = findByValues(m_codeIndex, code);
     return row.isEmpty() ? QString() : row.data(m_name).toString();
 }
 
@@ -123,7 +123,7 @@ int K3InvestorDirectory::statusByCode(QString const& code) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
     if (!table()) return 0;
-    Record row = directory::detail::findByValues(m_codeIndex, code);
+    Record row = findByValues(m_codeIndex, code);
     return row.isEmpty() ? 0 : row.data(m_status).toInteger();
 }
 
@@ -147,7 +147,7 @@ Record K3CoreDealerDirectory::getDealerByAccount(QString const& account) const
 {
     if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::bf_code) return Record();
     return m_last.lookup(account.left(K3FieldsTypes::bf_code),
-                         [this](QString const& key) { return directory::detail::findByValues(m_codeIndex, key); });
+                         [this](QString const& key) { return findByValues(m_codeIndex, key); });
 }
 
 void K3CoreDealerDirectory::clear() { m_last.drop(); }
@@ -170,7 +170,7 @@ Record K3CoreInvestorDirectory::getInvestorByAccount(QString const& account) con
 {
     if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
     return m_last.lookup(account.left(K3FieldsTypes::client_code),
-                         [this](QString const& key) { return directory::detail::findByValues(m_codeIndex, key); });
+                         [this](QString const& key) { return findByValues(m_codeIndex, key); });
 }
 
 void K3CoreInvestorDirectory::clear() { m_last.drop(); }
@@ -194,7 +194,7 @@ K3RFDirectory::K3RFDirectory(QObject* parent)
 Record K3RFDirectory::findByCode(QString const& rf) const
 {
     if (!table() || !m_codeIndex || rf.size() != K3FieldsTypes::rf_code) return Record();
-    return directory::detail::findByValues(m_codeIndex, rf);
+    return findByValues(m_codeIndex, rf);
 }
 
 QString K3RFDirectory::statusByCode(QString const& rf) const

@@ -1,7 +1,7 @@
 #include "settlement.h"
 
 #include "cachedindex.h"
-#include "keylookup.h"
+#include "masterindex.h"
 #include "masterindex.h"
 #include "participants.h"
 
@@ -36,7 +36,7 @@ QString K3FutSettlementDirectory::settlementAccountByCodeByType(QString const& c
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
     if (code.isEmpty() || type < 0 || !table() || !m_codeTypeIndex) return QString();
-    Record row = directory::detail::findByValues(m_codeTypeIndex, code, type);
+    Record row = findByValues(m_codeTypeIndex, code, type);
     return row.isEmpty() ? QString() : row.data(m_settlementAccount).toString();
 }
 

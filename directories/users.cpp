@@ -1,7 +1,7 @@
 #include "users.h"
 
 #include "datetime.h"
-#include "keylookup.h"
+#include "masterindex.h"
 #include "masterindex.h"
 
 #include <core/icore.h>
@@ -73,7 +73,7 @@ QString K3UserDirectory::loginByAspref(int aspref) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
     if (!table()) return QString();
-    Record row = directory::detail::findByValues(m_asprefIndex, aspref);
+    Record row = findByValues(m_asprefIndex, aspref);
     return row.isEmpty() ? QString() : row.data(m_login).toString();
 }
 
@@ -81,7 +81,7 @@ QString K3UserDirectory::clientCodeByUser(QString const& login) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
     if (login.isEmpty() || !table()) return QString();
-    Record row = directory::detail::findByValues(m_loginIndex, login);
+    Record row = findByValues(m_loginIndex, login);
     return row.isEmpty() ? QString() : row.data(m_clientCode).toString();
 }
 
@@ -89,7 +89,7 @@ int K3UserDirectory::asprefByLogin(QString const& login) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
     if (login.isEmpty() || !table()) return 0;
-    Record row = directory::detail::findByValues(m_loginIndex, login);
+    Record row = findByValues(m_loginIndex, login);
     return row.isEmpty() ? 0 : row.data(m_aspref).toInteger();
 }
 

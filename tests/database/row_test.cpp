@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <QWeakPointer>
+#include <tuple>
 
 TEST(Row, BufferStartsWithCountAndTableThenFlagsAndValues)
 {
@@ -89,4 +90,28 @@ TEST(Row, KeyTextRoundTrip)
     EXPECT_TRUE(master->fromText("1").isEmpty());        // wrong count
     EXPECT_TRUE(master->fromText("x,1").isEmpty());      // not a number
     EXPECT_TRUE(Record(t.items.data(), "5,5").isEmpty());
+}
+
+// A table made in code refuses a decimal scale its packed form would wrap,
+// as a schema file does.
+TEST(Table, RefusesDecimalScalesThePackedFormCannotHold)
+{
+    for (auto [type, scale, fits] : {std::tuple<int, int, bool>{FieldType::Decimal, 63, true}, {FieldType::Decimal, 64, false},
+                                     {FieldType::Decimal, -65, false}, {FieldType::XDecimal, 127, true},
+                                     {FieldType::XDecimal, 128, false}}) {
+        TableSchema schema;
+        schema.name = QStringLiteral("t");
+        schema.key = QStringList{QStringLiteral("id")};
+        ColumnDef id;
+        id.name = QStringLiteral("id");
+        id.type = FieldType::Int;
+        id.nullable = false;
+        ColumnDef amount;
+        amount.name = QStringLiteral("amount");
+        amount.type = type;
+        amount.scale = short(scale);
+        schema.columns = {id, amount};
+        if (fits) EXPECT_NO_THROW(Table{schema}) << scale;
+        else EXPECT_THROW(Table{schema}, Exception) << scale;
+    }
 }

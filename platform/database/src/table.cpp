@@ -1,3 +1,4 @@
+#include <database/decimal.h>
 #include <database/exception.h>
 #include <database/index.h>
 #include <database/table.h>
@@ -41,6 +42,13 @@ Table::Table(TableSchema const& schema, MasterIndexFactory const& factory)
             throw Exception(QStringLiteral("Table '%1': column '%2' has unknown type %3").arg(m_name, c.name).arg(c.type));
         if (c.type == FieldType::Char && (c.length <= 0 || c.length % 2))
             throw Exception(QStringLiteral("Table '%1': column '%2' needs an even length").arg(m_name, c.name));
+        // A packed decimal's scale field would wrap a scale it cannot hold.
+        bool extended = c.type == FieldType::XDecimal;
+        int minScale = extended ? xdecimal::minScale : decimal::minScale;
+        int maxScale = extended ? xdecimal::maxScale : decimal::maxScale;
+        if ((extended || c.type == FieldType::Decimal) && (c.scale < minScale || c.scale > maxScale))
+            throw Exception(QStringLiteral("Table '%1': column '%2' has scale %3, outside %4..%5")
+                                .arg(m_name, c.name).arg(c.scale).arg(minScale).arg(maxScale));
         if (m_columnByName.contains(c.name))
             throw Exception(QStringLiteral("Table '%1': column '%2' is defined twice").arg(m_name, c.name));
         c.length = FieldType::storageSize(c.typeCode(), c.length);
