@@ -515,13 +515,15 @@ double numberOf(Field const& f)
     return double(d.mantissa()) / kPow10[scale];
 }
 
-// decimal::fromDouble, the same way round.
+// The one rounding rule of doubles (decimal::fromDouble); a value that does
+// not fit the decimal (or is not a number) saturates, since a calculation
+// never throws.
 decimal decimalOf(double value, short scale)
 {
-    if (scale < 0 || scale >= kExactPowers || !std::isfinite(value)) return decimal::fromDouble(value, scale);
-    double r = std::round(value * kPow10[scale]);
-    r = std::min(std::max(r, double(decimal::minMantissa)), double(decimal::maxMantissa));
-    return decimal::fromMantissa(std::int64_t(r), scale);
+    decimal out;
+    if (decimal::fromDouble(value, scale, out)) return out;
+    if (!(value > 0) && !(value < 0)) return decimal::fromMantissa(0, scale);
+    return decimal::fromMantissa(value > 0 ? decimal::maxMantissa : decimal::minMantissa, scale);
 }
 
 // The option type is one character; a one-character column is compared as
