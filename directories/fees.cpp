@@ -1,7 +1,6 @@
 #include "fees.h"
 
 #include "masterindex.h"
-#include "masterindex.h"
 #include "participants.h"
 
 #include <database/exception.h>
@@ -16,19 +15,6 @@ namespace {
     QT_TRANSLATE_NOOP("BaseContractsParamsDirectory", "Таблица '%1' отсутствует"),
 };
 
-// The row of a deal in an index over "id_deal".
-Record findDeal(MasterIndex_Column const* index, Table const* table, int column, long long idDeal)
-{
-    if (!index || !table || column < 0) return Record();
-    try {
-        Record probe(table);
-        Field f = table->dataPtr(probe.row(), column);
-        f = idDeal;
-        return index->find(probe, -1);
-    } catch (Exception const&) {
-        return Record();
-    }
-}
 } // namespace
 
 // ---- FutRateDirectory --------------------------------------------------------
@@ -122,8 +108,12 @@ FeeDirectory::FeeDirectory(QObject* parent)
 
 Record FeeDirectory::recordByDealId(long long idDeal) const
 {
-    QSharedPointer<Table> t = table();
-    return findDeal(m_index, t.data(), m_idDeal, idDeal);
+    if (!m_index || m_idDeal < 0) return Record();
+    try {
+        return findRow(m_index, m_idDeal, idDeal);
+    } catch (Exception const&) {
+        return Record();   // an "id_deal" column that takes no integer
+    }
 }
 
 void FeeDirectory::endUpdate() { Q_EMIT dataChanged(); }
@@ -142,8 +132,12 @@ BrokerFeeDirectory::BrokerFeeDirectory(QObject* parent)
 
 Record BrokerFeeDirectory::recordByDealId(long long idDeal) const
 {
-    QSharedPointer<Table> t = table();
-    return findDeal(m_index, t.data(), m_idDeal, idDeal);
+    if (!m_index || m_idDeal < 0) return Record();
+    try {
+        return findRow(m_index, m_idDeal, idDeal);
+    } catch (Exception const&) {
+        return Record();   // an "id_deal" column that takes no integer
+    }
 }
 
 void BrokerFeeDirectory::endUpdate() { Q_EMIT dataChanged(); }
