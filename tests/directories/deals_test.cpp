@@ -139,6 +139,12 @@ TEST_F(Deals, AnUnknownSecurityKeepsThePriceAsStored)
     EXPECT_EQ(itemOf(n.link, "price"), "101.50000");
     EXPECT_EQ(itemOf(n.link, "deal_id").toLongLong(), id);
     EXPECT_EQ(itemOf(n.link, "security"), "<инструмент не найден>");
+
+    // Decimals no price can take leave it as stored too.
+    security(1, 20, 79, "Дельта", 65538);   // 2 if cut to 16 bits
+    insert("deals", deal(30, 1, "FA01U01", "B", 0, 79));
+    update("deals", deal(30, 1, "FA01U01", "B", 0, 79));
+    EXPECT_EQ(itemOf(UserNotification::parse(notifications().last()).link, "price"), "101.50000");
 }
 
 TEST_F(Deals, RowsWithNullsRaiseNothingAndThrowNothing)
