@@ -57,6 +57,11 @@ TEST_F(Deals, RejectedAfterWaitingCarriesTheErrorText)
     update("deals", deal(17, 3, "FA01U01", "B", 5));
     ASSERT_EQ(notifications().size(), 2);
     EXPECT_EQ(notifications()[1], "Квазисделка 17 отклонена. Ошибка ОТС: Таймаут в системе TALMERA");
+
+    insert("deals", deal(23, 1));
+    update("deals", deal(23, 1));
+    update("deals", deal(23, 3, "FA01U01", "B", -1));
+    EXPECT_EQ(notifications().last(), "Квазисделка 23 отклонена. Ошибка ОТС: Системная ошибка");
 }
 
 TEST_F(Deals, OnlyADealSeenWaitingByAnUpdateReportsItsOutcome)
