@@ -5,8 +5,8 @@
         <name>BaseContractsParamsDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="16" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -18,32 +18,32 @@
         </message>
         <message>
             <location filename="../directories/frame.cpp" line="16" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>BrokerFeeDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="14" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>BuySellDirectory</name>
         <message>
             <location filename="../directories/frame.cpp" line="10" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>CalendarDirectory</name>
         <message>
             <location filename="../directories/sessions.cpp" line="8" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -60,48 +60,48 @@
         </message>
         <message>
             <location filename="../ui/confirmationdialog.ui" line="50" />
-            <source>&lt;!DOCTYPE HTML PUBLIC &quot;-//W3C//DTD HTML 4.0//EN&quot; &quot;http://www.w3.org/TR/REC-html40/strict.dtd&quot;&gt;
-&lt;html&gt;&lt;head&gt;&lt;meta name=&quot;qrichtext&quot; content=&quot;1&quot; /&gt;&lt;style type=&quot;text/css&quot;&gt;
+            <source>&lt;!DOCTYPE HTML PUBLIC "-//W3C//DTD HTML 4.0//EN" "http://www.w3.org/TR/REC-html40/strict.dtd"&gt;
+&lt;html&gt;&lt;head&gt;&lt;meta name="qrichtext" content="1" /&gt;&lt;style type="text/css"&gt;
 p, li { white-space: pre-wrap; }
 &lt;/style&gt;&lt;/head&gt;&lt;body&gt;
-&lt;p style=&quot; margin-top:0px; margin-bottom:0px; margin-left:0px; margin-right:0px; -qt-block-indent:0; text-indent:0px;&quot;&gt;&lt;span style=&quot; font-weight:600;&quot;&gt;Вы действительно хотите ЧТО-ТО СДЕЛАТЬ?&lt;/span&gt;&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</source>
-            <translation>&lt;!DOCTYPE HTML PUBLIC &quot;-//W3C//DTD HTML 4.0//EN&quot; &quot;http://www.w3.org/TR/REC-html40/strict.dtd&quot;&gt;
-&lt;html&gt;&lt;head&gt;&lt;meta name=&quot;qrichtext&quot; content=&quot;1&quot; /&gt;&lt;style type=&quot;text/css&quot;&gt;
+&lt;p style=" margin-top:0px; margin-bottom:0px; margin-left:0px; margin-right:0px; -qt-block-indent:0; text-indent:0px;"&gt;&lt;span style=" font-weight:600;"&gt;Вы действительно хотите ЧТО-ТО СДЕЛАТЬ?&lt;/span&gt;&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</source>
+            <translation>&lt;!DOCTYPE HTML PUBLIC "-//W3C//DTD HTML 4.0//EN" "http://www.w3.org/TR/REC-html40/strict.dtd"&gt;
+&lt;html&gt;&lt;head&gt;&lt;meta name="qrichtext" content="1" /&gt;&lt;style type="text/css"&gt;
 p, li { white-space: pre-wrap; }
 &lt;/style&gt;&lt;/head&gt;&lt;body&gt;
-&lt;p style=&quot; margin-top:0px; margin-bottom:0px; margin-left:0px; margin-right:0px; -qt-block-indent:0; text-indent:0px;&quot;&gt;&lt;span style=&quot; font-weight:600;&quot;&gt;Do you really want to DO SOMETHING?&lt;/span&gt;&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</translation>
+&lt;p style=" margin-top:0px; margin-bottom:0px; margin-left:0px; margin-right:0px; -qt-block-indent:0; text-indent:0px;"&gt;&lt;span style=" font-weight:600;"&gt;Do you really want to DO SOMETHING?&lt;/span&gt;&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</translation>
         </message>
     </context>
     <context>
         <name>FeeDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="13" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>FutRateDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="11" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>FutVMDirectory</name>
         <message>
             <location filename="../directories/margin.cpp" line="15" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>FutVMSADirectory</name>
         <message>
             <location filename="../directories/margin.cpp" line="17" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -116,24 +116,24 @@ p, li { white-space: pre-wrap; }
         <name>K3CoreDealerDirectory</name>
         <message>
             <location filename="../directories/participants.cpp" line="12" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>K3CoreInvestorDirectory</name>
         <message>
             <location filename="../directories/participants.cpp" line="13" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>K3DealerDirectory</name>
         <message>
             <location filename="../directories/participants.cpp" line="10" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
         <message>
             <location filename="../directories/participants.cpp" line="66" />
@@ -170,8 +170,8 @@ p, li { white-space: pre-wrap; }
         <name>K3FutMarginTypeDirectory</name>
         <message>
             <location filename="../directories/settlement.cpp" line="13" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
         <message>
             <location filename="../directories/settlement.cpp" line="130" />
@@ -238,8 +238,8 @@ p, li { white-space: pre-wrap; }
         <name>K3FutSettlementDirectory</name>
         <message>
             <location filename="../directories/settlement.cpp" line="12" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -254,16 +254,16 @@ p, li { white-space: pre-wrap; }
         <name>K3PartsBFDirectory</name>
         <message>
             <location filename="../directories/settlement.cpp" line="14" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>K3RFDirectory</name>
         <message>
             <location filename="../directories/participants.cpp" line="14" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
         <message>
             <location filename="../directories/participants.cpp" line="206" />
@@ -280,8 +280,8 @@ p, li { white-space: pre-wrap; }
         <name>K3UserDirectory</name>
         <message>
             <location filename="../directories/users.cpp" line="14" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
         <message>
             <location filename="../directories/users.cpp" line="158" />
@@ -298,24 +298,24 @@ p, li { white-space: pre-wrap; }
         <name>OptRateDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="12" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>OptVMDirectory</name>
         <message>
             <location filename="../directories/margin.cpp" line="16" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>OptVMSADirectory</name>
         <message>
             <location filename="../directories/margin.cpp" line="18" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -348,8 +348,8 @@ p, li { white-space: pre-wrap; }
         <name>OptionSeriesParamDirectory</name>
         <message>
             <location filename="../directories/volatility.cpp" line="10" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -439,8 +439,8 @@ p, li { white-space: pre-wrap; }
         <name>SecStateDirectory</name>
         <message>
             <location filename="../directories/frame.cpp" line="13" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -452,8 +452,8 @@ p, li { white-space: pre-wrap; }
         </message>
         <message>
             <location filename="../directories/frame.cpp" line="12" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -466,16 +466,16 @@ p, li { white-space: pre-wrap; }
         </message>
         <message>
             <location filename="../directories/frame.cpp" line="15" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>SessStateDirectory</name>
         <message>
             <location filename="../directories/frame.cpp" line="14" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -487,16 +487,16 @@ p, li { white-space: pre-wrap; }
         </message>
         <message>
             <location filename="../directories/sessions.cpp" line="7" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>StatusDirectory</name>
         <message>
             <location filename="../directories/frame.cpp" line="11" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
@@ -516,48 +516,166 @@ p, li { white-space: pre-wrap; }
         </message>
         <message>
             <location filename="../directories/frame.cpp" line="17" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>StockSecDirectory</name>
         <message>
             <location filename="../directories/frame.cpp" line="18" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>StockTimeDirectory</name>
         <message>
             <location filename="../directories/sessions.cpp" line="9" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>VolatCoeffBachDirectory</name>
         <message>
             <location filename="../directories/volatility.cpp" line="9" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>VolatCoeffBlackDirectory</name>
         <message>
             <location filename="../directories/volatility.cpp" line="8" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
         </message>
     </context>
     <context>
         <name>VolatDirectory</name>
         <message>
             <location filename="../directories/volatility.cpp" line="7" />
-            <source>Таблица &apos;%1&apos; отсутствует</source>
-            <translation>Table &apos;%1&apos; is missing</translation>
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>DealsDirectory</name>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Не подтверждена</source>
+            <translation>Not confirmed</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Ошибка при добавлении заявки для активной стороны</source>
+            <translation>Error adding the order of the active side</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Ошибка при добавлении заявки для пассивной стороны</source>
+            <translation>Error adding the order of the passive side</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Заявка не найдена в системе TALMERA</source>
+            <translation>Order not found in the TALMERA system</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Таймаут в системе TALMERA</source>
+            <translation>Timeout in the TALMERA system</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Система TALMERA недоступна</source>
+            <translation>The TALMERA system is unavailable</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Системная ошибка</source>
+            <translation>System error</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Квазисделка %1 подтверждена</source>
+            <translation>Quasi-deal %1 confirmed</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Квазисделка %1 отклонена. Ошибка ОТС: %2</source>
+            <translation>Quasi-deal %1 rejected. OTC error: %2</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>покупку</source>
+            <translation>buy</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>продажу</source>
+            <translation>sell</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Квазисделка %1 на %2 %3 %4 по цене %5 требует подтверждения</source>
+            <translation>Quasi-deal %1 to %2 %3 %4 at %5 needs confirmation</translation>
+        </message>
+    </context>
+    <context>
+        <name>LPUsersDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSMinAmountDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSOrdersDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSQuoteDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSStreamsDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Открыт поток ликвидности %1</source>
+            <translation>Liquidity stream %1 opened</translation>
+        </message>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Закрыт поток ликвидности %1</source>
+            <translation>Liquidity stream %1 closed</translation>
         </message>
     </context>
 </TS>
