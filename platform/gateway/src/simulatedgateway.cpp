@@ -89,13 +89,32 @@ Record findSecurity(Table const& securities, int stock, int board, QString const
     int const market = marketOfSecurities(stock);
     Record found;
     int matches = 0;
-    forEachRow(securities, [&](Record const& r) {
+    auto consider = [&](Record const& r) {
         if (integer(securities, r, cStock) != market) return true;
         if (board != 0 && integer(securities, r, cBoard) != board) return true;
         if (text(securities, r, cCode) != code) return true;
         if (!matches++) found = r;
         return true;
-    });
+    };
+    IndexSort const* master = securities.masterIndex();
+    QStringList const& key = securities.keyColumns();
+    if (board != 0 && key.size() >= 2 && key[0] == QLatin1String("stock_id") && key[1] == QLatin1String("board_id")) {
+        // The board's rows stand together in key order: start at the first
+        // and stop after the last, instead of reading every security.
+        struct Board { qint64 stock, board; };
+        auto byBoard = [&](Record const& r, Board const& b) {
+            qint64 const s = integer(securities, r, cStock), bd = integer(securities, r, cBoard);
+            return s != b.stock ? (s < b.stock ? -1 : 1) : bd != b.board ? (bd < b.board ? -1 : 1) : 0;
+        };
+        Board const wanted{market, board};
+        for (int p = master->searchBinary(wanted, -1, byBoard); p >= 0 && p < master->count(); ++p) {
+            Record r = master->at(p);
+            if (byBoard(r, wanted) != 0) break;
+            consider(r);
+        }
+    } else {
+        forEachRow(securities, consider);
+    }
     if (matches != 1 || code.isEmpty())
         reject(gatewayText(QT_TRANSLATE_NOOP("Gateway", "инструмент «%1» не найден")).arg(echo(code)));
     return found;
