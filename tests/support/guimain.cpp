@@ -1,3 +1,5 @@
+// The main of test programs that show widgets: one application for every
+// case, on the offscreen platform unless a display was chosen.
 #include <QApplication>
 #include <gtest/gtest.h>
 
@@ -7,14 +9,13 @@
 extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
 #endif
 
-// The confirmation dialog is a widget: tests run inside a GUI application.
 int main(int argc, char** argv)
 {
     // Without a display (test discovery, CI) the offscreen platform serves.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
     // The application lives until the process ends: the offscreen platform
     // of Qt 5.15 loses its screen objects when the application is destroyed,
-    // which the leak checker of sanitizer builds would report as ours.
+    // which the leak checker would report as ours.
     static int appArgc = argc;
     static QApplication* app = new QApplication(appArgc, argv);
     Q_UNUSED(app);
