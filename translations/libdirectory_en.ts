@@ -2,6 +2,79 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="en_US">
     <context>
+        <name>AccountPanel</name>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="35" />
+            <source>Счёт</source>
+            <translation>Account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="36" />
+            <source>Инвестор</source>
+            <translation>Investor</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="36" />
+            <source>Фирма</source>
+            <translation>Firm</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="36" />
+            <source>Статус фирмы</source>
+            <translation>Firm status</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="37" />
+            <source>Расчётный счёт</source>
+            <translation>Settlement account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="37" />
+            <source>Тип маржирования</source>
+            <translation>Margin type</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="38" />
+            <source>Вариационная маржа</source>
+            <translation>Variation margin</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="38" />
+            <source>Брокерская комиссия</source>
+            <translation>Broker fee</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="105" />
+            <source>%1, статус %2</source>
+            <translation>%1, status %2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="106" />
+            <source>&lt;не найден&gt;</source>
+            <translation>&lt;not found&gt;</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="120" />
+            <source>%1 (тип %2), РФ %3</source>
+            <translation>%1 (type %2), RF %3</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="130" />
+            <source>%1; ЕДП: %2; расчётный счёт: %3 (%4)</source>
+            <translation>%1; UCP: %2; settlement account: %3 (%4)</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="136" />
+            <source>фьючерсы %1, опционы %2</source>
+            <translation>futures %1, options %2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="142" />
+            <source>сессия %1: от %2 до %3, множитель %4, добавка %5</source>
+            <translation>session %1: from %2 to %3, multiplier %4, additive %5</translation>
+        </message>
+    </context>
+    <context>
         <name>BaseContractsParamsDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="16" />
@@ -44,6 +117,69 @@
             <location filename="../directories/sessions.cpp" line="8" />
             <source>Таблица &apos;%1&apos; отсутствует</source>
             <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>DealDetailsDialog</name>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="125" />
+            <source>Квазисделка %1</source>
+            <translation>Quasi-deal %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="127" />
+            <source>Сделка: %1</source>
+            <translation>Deal: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="127" />
+            <source>Инструмент: %1</source>
+            <translation>Security: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="128" />
+            <source>Направление: %1</source>
+            <translation>Side: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="128" />
+            <source>покупка</source>
+            <translation>buy</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="128" />
+            <source>продажа</source>
+            <translation>sell</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="129" />
+            <source>Количество: %1</source>
+            <translation>Quantity: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="129" />
+            <source>Цена: %1</source>
+            <translation>Price: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="129" />
+            <source>Счёт: %1</source>
+            <translation>Account: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="130" />
+            <source>Рынок и режим: %1, %2</source>
+            <translation>Market and board: %1, %2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="135" />
+            <source>Этот терминал не подтверждает квазисделки: транзакции подтверждения в нём нет. Проверьте условия и подтвердите или отклоните сделку в системе внебиржевых сделок (ОТС), где она заключена.</source>
+            <translation>This terminal does not confirm quasi-deals: it has no confirmation transaction. Check the terms, then confirm or reject the deal in the over-the-counter (OTC) system where it was made.</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="140" />
+            <source>Закрыть</source>
+            <translation>Close</translation>
         </message>
     </context>
     <context>
@@ -269,6 +405,37 @@
         </message>
     </context>
     <context>
+        <name>MarketView</name>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="104" />
+            <source>Рынки и режимы</source>
+            <translation>Markets and boards</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="105" />
+            <source>Код или наименование</source>
+            <translation>Code or name</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="151" />
+            <source>Все инструменты</source>
+            <translation>All securities</translation>
+        </message>
+    </context>
+    <context>
+        <name>NotificationsPanel</name>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="94" />
+            <source>Заявка на поток</source>
+            <translation>Order on stream</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="94" />
+            <source>Проверить сделку</source>
+            <translation>Check the deal</translation>
+        </message>
+    </context>
+    <context>
         <name>OptRateDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="12" />
@@ -319,11 +486,304 @@
         </message>
     </context>
     <context>
+        <name>OptionBoardModel</name>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="159" />
+            <source>Центральный страйк</source>
+            <translation>At-the-money strike</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="160" />
+            <source>Колл</source>
+            <translation>Call</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="160" />
+            <source>Пут</source>
+            <translation>Put</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="169" />
+            <source>Страйк</source>
+            <translation>Strike</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Волат.</source>
+            <translation>Vol.</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Теор.</source>
+            <translation>Theor.</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Дельта</source>
+            <translation>Delta</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Гамма</source>
+            <translation>Gamma</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Вега</source>
+            <translation>Vega</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Тета</source>
+            <translation>Theta</translation>
+        </message>
+    </context>
+    <context>
+        <name>OptionBoardView</name>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="183" />
+            <location filename="../apps/terminal/optionboard.cpp" line="362" />
+            <source>Блэк</source>
+            <translation>Black</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="184" />
+            <location filename="../apps/terminal/optionboard.cpp" line="362" />
+            <source>Башелье</source>
+            <translation>Bachelier</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="194" />
+            <source>Волатильность</source>
+            <translation>Volatility</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="195" />
+            <source>Центральный страйк</source>
+            <translation>At-the-money strike</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="199" />
+            <source>Страйк</source>
+            <translation>Strike</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="200" />
+            <source>Волатильность, %</source>
+            <translation>Volatility, %</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="213" />
+            <source>Базовый актив</source>
+            <translation>Underlying</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="215" />
+            <source>Исполнение</source>
+            <translation>Expiry</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="217" />
+            <source>Модель</source>
+            <translation>Model</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="227" />
+            <source>Коллы</source>
+            <translation>Calls</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="228" />
+            <source>Путы</source>
+            <translation>Puts</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="364" />
+            <source>Улыбка %1 (%2)</source>
+            <translation>Smile of %1 (%2)</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="366" />
+            <source>Нет опционов для выбранной серии</source>
+            <translation>No options in the chosen series</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="367" />
+            <source>Серия %1, базовый актив по %2</source>
+            <translation>Series %1, underlying at %2</translation>
+        </message>
+    </context>
+    <context>
         <name>OptionSeriesParamDirectory</name>
         <message>
             <location filename="../directories/volatility.cpp" line="10" />
             <source>Таблица &apos;%1&apos; отсутствует</source>
             <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>OrderTicket</name>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="29" />
+            <source>Покупка</source>
+            <translation>Buy</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="30" />
+            <source>Продажа</source>
+            <translation>Sell</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="31" />
+            <source>Отправить</source>
+            <translation>Send</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="40" />
+            <location filename="../apps/terminal/orderentry.cpp" line="49" />
+            <source>Цена</source>
+            <translation>Price</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="46" />
+            <source>Инструмент</source>
+            <translation>Security</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="47" />
+            <source>Поток</source>
+            <translation>Stream</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="48" />
+            <source>Направление</source>
+            <translation>Side</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="50" />
+            <source>Количество</source>
+            <translation>Quantity</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="51" />
+            <source>Счёт</source>
+            <translation>Account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="67" />
+            <source>нет</source>
+            <translation>none</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="70" />
+            <source>&lt;инструмент не выбран&gt;</source>
+            <translation>&lt;no security chosen&gt;</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="120" />
+            <source>Инструмент не выбран или не найден</source>
+            <translation>No security chosen, or it is not found</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="125" />
+            <source>Цена должна быть числом, например 101.25</source>
+            <translation>The price must be a number, such as 101.25</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="133" />
+            <source>У цены не больше %1 знаков после запятой</source>
+            <translation>The price has at most %1 decimal places</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="139" />
+            <source>Цена должна быть больше нуля</source>
+            <translation>The price must be above zero</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="146" />
+            <source>Цена не кратна шагу цены %1</source>
+            <translation>The price is not a multiple of the price step %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="153" />
+            <source>Цена вне лимитов %1 .. %2</source>
+            <translation>The price is outside the limits %1 .. %2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="157" />
+            <source>Счёт не выбран</source>
+            <translation>No account chosen</translation>
+        </message>
+    </context>
+    <context>
+        <name>OrdersModel</name>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="25" />
+            <source>Номер</source>
+            <translation>Number</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="26" />
+            <source>Инструмент</source>
+            <translation>Security</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="27" />
+            <source>Направление</source>
+            <translation>Side</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="28" />
+            <source>Цена</source>
+            <translation>Price</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="29" />
+            <source>Количество</source>
+            <translation>Quantity</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="30" />
+            <source>Остаток</source>
+            <translation>Balance</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="31" />
+            <source>Статус</source>
+            <translation>Status</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="32" />
+            <source>Счёт</source>
+            <translation>Account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="33" />
+            <source>Поток</source>
+            <translation>Stream</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="34" />
+            <source>Время</source>
+            <translation>Time</translation>
+        </message>
+    </context>
+    <context>
+        <name>OrdersView</name>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="68" />
+            <source>Снять заявку</source>
+            <translation>Cancel order</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="69" />
+            <source>Снять выбранные</source>
+            <translation>Cancel selected</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="69" />
+            <source>Снять все по инструменту</source>
+            <translation>Cancel all in security</translation>
         </message>
     </context>
     <context>
@@ -337,6 +797,55 @@
             <location filename="../directories/enumerations.cpp" line="100" />
             <source>Обратное</source>
             <translation>Reverse</translation>
+        </message>
+    </context>
+    <context>
+        <name>ReplayPanel</name>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="16" />
+            <source>Максимальная скорость</source>
+            <translation>Full speed</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="16" />
+            <location filename="../apps/terminal/replay.cpp" line="56" />
+            <source>%1 мс между пакетами</source>
+            <translation>%1 ms between batches</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="22" />
+            <source>Журнал репликации</source>
+            <translation>Replication log</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="32" />
+            <source>пакетов: %1</source>
+            <translation>batches: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="37" />
+            <source>воспроизведено пакетов: %1</source>
+            <translation>batches replayed: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="42" />
+            <source>остановлено: ошибка в журнале</source>
+            <translation>stopped: an error in the log</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="94" />
+            <source>Старт</source>
+            <translation>Start</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="94" />
+            <source>Продолжить</source>
+            <translation>Resume</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="94" />
+            <source>Пауза</source>
+            <translation>Pause</translation>
         </message>
     </context>
     <context>
@@ -358,6 +867,54 @@
             <location filename="../directories/frame.cpp" line="12" />
             <source>Таблица &apos;%1&apos; отсутствует</source>
             <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>SecuritiesModel</name>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="28" />
+            <source>Код</source>
+            <translation>Code</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="29" />
+            <source>Наименование</source>
+            <translation>Name</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="30" />
+            <source>Режим</source>
+            <translation>Board</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="31" />
+            <source>Тип</source>
+            <translation>Type</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="32" />
+            <source>Спрос</source>
+            <translation>Bid</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="33" />
+            <source>Предложение</source>
+            <translation>Ask</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="34" />
+            <source>Рыночная цена</source>
+            <translation>Market price</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="35" />
+            <source>Лот</source>
+            <translation>Lot</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/market.cpp" line="36" />
+            <source>Исполнение</source>
+            <translation>Expiry</translation>
         </message>
     </context>
     <context>
@@ -438,6 +995,97 @@
             <location filename="../directories/sessions.cpp" line="9" />
             <source>Таблица &apos;%1&apos; отсутствует</source>
             <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>TerminalWindow</name>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="28" />
+            <source>Терминал срочного рынка</source>
+            <translation>Derivatives market terminal</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="48" />
+            <source>Рынок</source>
+            <translation>Market</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="49" />
+            <source>Опционная доска</source>
+            <translation>Option board</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="50" />
+            <source>Заявки</source>
+            <translation>Orders</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="62" />
+            <source>Заявка</source>
+            <translation>Order</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="63" />
+            <source>Счёт</source>
+            <translation>Account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="64" />
+            <source>Уведомления</source>
+            <translation>Notifications</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="70" />
+            <source>Воспроизведение</source>
+            <translation>Replay</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="74" />
+            <location filename="../apps/terminal/window.cpp" line="128" />
+            <source>Загрузка рынка…</source>
+            <translation>Loading the market…</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="82" />
+            <source>Ссылка не поддерживается: %1</source>
+            <translation>Link not supported: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="92" />
+            <source>Отправка заявок в этой сборке недоступна</source>
+            <translation>Sending orders is not available in this build</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="93" />
+            <source>Снятие заявок в этой сборке недоступно</source>
+            <translation>Cancelling orders is not available in this build</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="96" />
+            <location filename="../apps/terminal/window.cpp" line="125" />
+            <source>Ошибка загрузки рынка</source>
+            <translation>Market loading error</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="97" />
+            <source>Рынок загружен не полностью</source>
+            <translation>The market is loaded only in part</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="100" />
+            <location filename="../apps/terminal/window.cpp" line="102" />
+            <source>Ошибка обработки пакета</source>
+            <translation>Batch processing error</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="104" />
+            <source>Ошибка журнала репликации</source>
+            <translation>Replication log error</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="107" />
+            <source>Рынок загружен: %1 пакетов из %2</source>
+            <translation>Market loaded: %1 batches from %2</translation>
         </message>
     </context>
     <context>
