@@ -183,6 +183,74 @@
         </message>
     </context>
     <context>
+        <name>DealsDirectory</name>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Не подтверждена</source>
+            <translation>Not confirmed</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Ошибка при добавлении заявки для активной стороны</source>
+            <translation>Error adding the order of the active side</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Ошибка при добавлении заявки для пассивной стороны</source>
+            <translation>Error adding the order of the passive side</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Заявка не найдена в системе TALMERA</source>
+            <translation>Order not found in the TALMERA system</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Таймаут в системе TALMERA</source>
+            <translation>Timeout in the TALMERA system</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Система TALMERA недоступна</source>
+            <translation>The TALMERA system is unavailable</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Системная ошибка</source>
+            <translation>System error</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Квазисделка %1 подтверждена</source>
+            <translation>Quasi-deal %1 confirmed</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Квазисделка %1 отклонена. Ошибка ОТС: %2</source>
+            <translation>Quasi-deal %1 rejected. OTC error: %2</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>покупку</source>
+            <translation>buy</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>продажу</source>
+            <translation>sell</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Квазисделка %1 на %2 %3 %4 по цене %5 требует подтверждения</source>
+            <translation>Quasi-deal %1 to %2 %3 %4 at %5 needs confirmation</translation>
+        </message>
+    </context>
+    <context>
         <name>FeeDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="13" />
@@ -402,6 +470,14 @@
             <location filename="../directories/users.cpp" line="160" />
             <source>&lt;p&gt;По данным на конец вчерашнего дня у логина &lt;b&gt;%1&lt;/b&gt; вашего участника торгов/клиринга приближается дата истечения пароля&lt;/p&gt;</source>
             <translation>&lt;p&gt;As of the end of yesterday, the password of login &lt;b&gt;%1&lt;/b&gt; of your trading/clearing member is about to expire&lt;/p&gt;</translation>
+        </message>
+    </context>
+    <context>
+        <name>LPUsersDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
         </message>
     </context>
     <context>
@@ -797,6 +873,48 @@
             <location filename="../directories/enumerations.cpp" line="100" />
             <source>Обратное</source>
             <translation>Reverse</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSMinAmountDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSOrdersDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSQuoteDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSStreamsDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица &apos;%1&apos; отсутствует</source>
+            <translation>Table &apos;%1&apos; is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Открыт поток ликвидности %1</source>
+            <translation>Liquidity stream %1 opened</translation>
+        </message>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Закрыт поток ликвидности %1</source>
+            <translation>Liquidity stream %1 closed</translation>
         </message>
     </context>
     <context>

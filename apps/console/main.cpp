@@ -11,6 +11,7 @@
 #include "options.h"
 #include "notifications.h"
 #include "output.h"
+#include "rfsmarket.h"
 #include "signallog.h"
 
 #include <core/clock.h>
@@ -172,6 +173,8 @@ int main(int argc, char** argv)
         // Logins and accounts are followed from the first batch, as a
         // terminal binds them at start: they warn of expiring passwords.
         bindAccountDirectories(db);
+        // Streams and quasi-deals likewise: they notify the user.
+        bindStreamDirectories(db);
         Progress loading("snapshot", !quiet);
         int batches = db->loadFileAtomically(snapshot, [&](int done, int total, QString const&) {
             deliverQueuedNotifications();

@@ -106,6 +106,7 @@ void Market::writeReplication(JsonlWriter& w)
 {
     std::vector<std::int32_t> weekly[2];
     std::int32_t weeklySeries[2] = {-1, -1};
+    std::size_t openedStream = 0;   // the stream the log opens, closed again later
 
     for (int k = 0; k < kTicks; ++k) {
         std::int64_t at = k < 18 ? msAt(kToday, 10, 0) + k * 30 * kMinute : msAt(kToday, 19, 5) + (k - 18) * 50 * kMinute;
@@ -321,7 +322,9 @@ void Market::writeReplication(JsonlWriter& w)
                 st.quoteId[side] = m_nextQuoteId++;
                 st.quote[side] = s.price + stepOf(s) * (side ? 2 : -2);
             }
+            openedStream = m_streams.size();
             m_streams.push_back(st);
+            // Liquidity-provider users are known (the snapshot has them): opened aloud.
             w.begin("k3.rfs.streams");
             streamRow(w.insert(), st);
             w.end();
@@ -340,8 +343,16 @@ void Market::writeReplication(JsonlWriter& w)
             d.qty = 12;
             m_deals.push_back(d);
             w.begin("deals");
+            // arrives waiting: nothing until an update shows it
             dealRow(w.insert(), d);
             w.update().i("deal_id", m_deals[0].id).i("state", 1).i("error_code", 0);
+            // another login's deal waiting for confirmation: not this user's to confirm
+            for (Deal& other : m_deals)
+                if (other.state == 1 && other.login != kCurrentLogin) {
+                    other.qty += 1;
+                    w.update().i("deal_id", other.id).i("state", 1).i("quantity", other.qty);
+                    break;
+                }
             w.end();
             break;
         }
@@ -457,21 +468,32 @@ void Market::writeReplication(JsonlWriter& w)
                 w.end();
             }
             break;
-        case 14:
-            for (Stream& st : m_streams)
-                if (st.alive && !st.withOrders) {
-                    st.alive = false;
-                    w.begin("k3.rfs.quotes");
-                    for (int side = 0; side < 2; ++side)
-                        if (st.quoteId[side])
-                            w.remove().i("stream_id", st.id).i("dir", side + 1);
-                    w.end();
-                    w.begin("k3.rfs.streams");
-                    w.remove().i("stream_id", st.id);
-                    w.end();
+        case 14: {
+            // the stream the log opened closes (aloud), and one the user has
+            // an active order on (silently: the user follows it already)
+            auto close = [&](Stream& st) {
+                st.alive = false;
+                w.begin("k3.rfs.quotes");
+                for (int side = 0; side < 2; ++side)
+                    if (st.quoteId[side])
+                        w.remove().i("stream_id", st.id).i("dir", side + 1);
+                w.end();
+                w.begin("k3.rfs.streams");
+                w.remove().i("stream_id", st.id);
+                w.end();
+            };
+            close(m_streams[openedStream]);
+            for (Stream& st : m_streams) {
+                bool ordered = false;
+                for (Order const& o : m_orders)
+                    ordered = ordered || (o.alive && o.status == 'A' && o.stream == st.id);
+                if (st.alive && ordered) {
+                    close(st);
                     break;
                 }
+            }
             break;
+        }
         case 15:
             w.begin("k3.broker_fee_params");
             w.update().s("client_code", m_clients[0].code).i("sess_id", kSessCur).dec("upper_fee", 150000, 2);

@@ -43,8 +43,9 @@ TEST(ConsoleOutput, OutsideTextsStayOnOneLineAndCannotDriveTheTerminal)
 
 TEST(ConsoleOutput, NotificationLinesShowKindTextAndLink)
 {
-    EXPECT_EQ(NotificationPrinter::line(QStringLiteral("2|Поток открыт|vtrm+stream:id=7|x")),
-              QStringLiteral("notification kind 2: Поток открыт | link: vtrm+stream:id=7|x"));
+    // A bar in the message stays there: the link follows the last bar.
+    EXPECT_EQ(NotificationPrinter::line(QStringLiteral("1|Поток 7 (A|B * 10)|vtrm+stream://stream/addorder?id=7")),
+              QStringLiteral("notification kind 1: Поток 7 (A|B * 10) | link: vtrm+stream://stream/addorder?id=7"));
     EXPECT_EQ(NotificationPrinter::line(QStringLiteral("1|Пароль истекает|")),
               QStringLiteral("notification kind 1: Пароль истекает"));
     EXPECT_EQ(NotificationPrinter::line(QStringLiteral("plain text")), QStringLiteral("notification kind 0: plain text"));

@@ -203,14 +203,21 @@ TEST_F(DefaultCoreTest, NotificationsFromSeveralThreadsAreAllKept)
     EXPECT_EQ(all.filter(QStringLiteral("|a ")).size(), 500);
 }
 
-TEST(UserNotification, TextIsSplitAtTheFirstTwoBars)
+TEST(UserNotification, KindToTheFirstBarLinkAfterTheLast)
 {
     struct Case { QString text; int kind; QString message; QString link; };
     const Case cases[] = {
         {QStringLiteral("2|Пароль истекает|"), 2, QStringLiteral("Пароль истекает"), QString()},
-        {QStringLiteral("1|Квазисделка 17|vtrm+stream://deal/confirmdeal?a=1|2"), 1,
-         QStringLiteral("Квазисделка 17"), QStringLiteral("vtrm+stream://deal/confirmdeal?a=1|2")},
+        {QStringLiteral("1|Квазисделка 17|vtrm+stream://deal/confirmdeal?a=1"), 1,
+         QStringLiteral("Квазисделка 17"), QStringLiteral("vtrm+stream://deal/confirmdeal?a=1")},
+        // A security name with bars stays in the message.
+        {QStringLiteral("1|Открыт поток ликвидности 7 (A|B|C * 10)|vtrm+stream://stream/addorder?sec_id=1%7C2"), 1,
+         QStringLiteral("Открыт поток ликвидности 7 (A|B|C * 10)"),
+         QStringLiteral("vtrm+stream://stream/addorder?sec_id=1%7C2")},
+        {QStringLiteral("1|||"), 1, QStringLiteral("|"), QString()},
         {QStringLiteral("Закрыт поток ликвидности S1"), 0, QStringLiteral("Закрыт поток ликвидности S1"), QString()},
+        {QStringLiteral("Закрыт поток ликвидности 7 (A|1|B * 10)"), 0,
+         QStringLiteral("Закрыт поток ликвидности 7 (A|1|B * 10)"), QString()},
         {QStringLiteral("x|not a kind|"), 0, QStringLiteral("x|not a kind|"), QString()},
         {QStringLiteral("3|one bar only"), 0, QStringLiteral("3|one bar only"), QString()},
     };

@@ -5,18 +5,20 @@
 
 UserNotification UserNotification::parse(QString const& text)
 {
+    // The kind runs to the first bar and the link starts after the last one:
+    // a link never holds a bar (it goes encoded), a message may.
     UserNotification n;
     int first = text.indexOf(QLatin1Char('|'));
-    int second = first < 0 ? -1 : text.indexOf(QLatin1Char('|'), first + 1);
+    int last = text.lastIndexOf(QLatin1Char('|'));
     bool numeric = false;
     int kind = first < 0 ? 0 : text.leftRef(first).toInt(&numeric);
-    if (second < 0 || !numeric) {
+    if (last == first || !numeric) {
         n.message = text;
         return n;
     }
     n.kind = kind;
-    n.message = text.mid(first + 1, second - first - 1);
-    n.link = text.mid(second + 1);
+    n.message = text.mid(first + 1, last - first - 1);
+    n.link = text.mid(last + 1);
     return n;
 }
 

@@ -9,9 +9,11 @@
 
 class TransactionService;
 
-// A notification text taken apart: "<kind>|<message>|<link>". The text is
-// split at its first two bars, so the link keeps any bar of its own. A text
-// without a numeric kind and two bars is a plain message of kind 0.
+// A notification text taken apart: "<kind>|<message>|<link>". The kind runs
+// to the first bar and the link starts after the last one, so the message
+// keeps any bar of its own (a security name may hold one; links carry bars
+// encoded). A text without a numeric kind and two bars is a plain message
+// of kind 0.
 struct CORE_EXPORT UserNotification
 {
     int kind = 0;

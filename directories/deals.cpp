@@ -1,0 +1,132 @@
+#include "deals.h"
+
+#include "notification.h"
+#include "securities.h"
+
+#include <core/icore.h>
+#include <database/decimal.h>
+
+#include <QCoreApplication>
+#include <QUrlQuery>
+
+namespace {
+[[maybe_unused]] char const* const kMissingTableText = QT_TRANSLATE_NOOP("DealsDirectory", "Таблица '%1' отсутствует");
+
+} // namespace
+
+DealsDirectory::DealsDirectory(QObject* parent)
+    : Directory(parent, "DealsDirectory", QStringLiteral("deals"), AsIndex)
+{
+    m_stockId = column(QStringLiteral("stock_id"));
+    m_boardId = column(QStringLiteral("board_id"));
+    m_secId = column(QStringLiteral("sec_id"));
+    m_price = column(QStringLiteral("price"));
+    m_quantity = column(QStringLiteral("quantity"));
+    m_buysell = column(QStringLiteral("buysell"));
+    m_account = column(QStringLiteral("account"));
+    m_login = column(QStringLiteral("login"));
+    m_dealId = column(QStringLiteral("deal_id"));
+    m_state = column(QStringLiteral("state"));
+    m_errorCode = column(QStringLiteral("error_code"));
+    m_talmeraErrorCode = column(QStringLiteral("talmera_error_code"));   // resolved, never read
+    m_signs = column(QStringLiteral("signs"));
+}
+
+QString DealsDirectory::errorMessageFromCode(int code)
+{
+    switch (code) {
+    case 0: return QString();
+    case 1: return tr("Не подтверждена");
+    case 2: return tr("Ошибка при добавлении заявки для активной стороны");
+    case 3: return tr("Ошибка при добавлении заявки для пассивной стороны");
+    case 4: return tr("Заявка не найдена в системе TALMERA");
+    case 5: return tr("Таймаут в системе TALMERA");
+    case 6: return tr("Система TALMERA недоступна");
+    default: return tr("Системная ошибка");
+    }
+}
+
+bool DealsDirectory::checkLoginPreference(Record const& deal) const
+{
+    if (deal.isEmpty() || deal.data(m_state).toInteger() != WaitingForConfirmation) return false;
+    // A stream deal without the liquidity-provider sign (bit 50) was once
+    // looked up among the providers' client codes; the answer never
+    // depended on it, so the list is not scanned.
+    ICore* core = ICore::instance();
+    return core && core->currentLogin() == deal.data(m_login).toString();
+}
+
+QUrl DealsDirectory::confirmationLink(int stockId, int boardId, QString const& security, QString const& price,
+                                      long long amount, QString const& dir, QString const& account, long long dealId)
+{
+    QUrl link;
+    link.setScheme(QStringLiteral("vtrm+stream"));
+    link.setHost(QStringLiteral("deal"));
+    link.setPath(QStringLiteral("/confirmdeal"));
+    QUrlQuery query;
+    notification::addQueryItem(query, QStringLiteral("stock_id"), QString::number(stockId));
+    notification::addQueryItem(query, QStringLiteral("board_id"), QString::number(boardId));
+    notification::addQueryItem(query, QStringLiteral("security"), security);
+    notification::addQueryItem(query, QStringLiteral("price"), price);
+    notification::addQueryItem(query, QStringLiteral("amount"), QString::number(amount));
+    notification::addQueryItem(query, QStringLiteral("dir"), dir);
+    notification::addQueryItem(query, QStringLiteral("account"), account);
+    notification::addQueryItem(query, QStringLiteral("deal_id"), QString::number(dealId));
+    link.setQuery(query);
+    return link;
+}
+
+void DealsDirectory::update(Record const& record, int firstColumn, int lastColumn, int position)
+{
+    // The frame's default steps: both hooks keep nothing here.
+    Directory::update(record, firstColumn, lastColumn, position);
+    long long dealId = record.data(m_dealId).toInteger64();
+    long long state = record.data(m_state).toInteger64();
+    notifyOutcome(record, dealId, state);
+    if (!checkLoginPreference(record)) return;
+    m_states.insert(dealId, state);
+    notifyConfirmationNeeded(record, dealId);
+}
+
+void DealsDirectory::notifyOutcome(Record const& deal, long long dealId, long long state)
+{
+    auto known = m_states.constFind(dealId);
+    if (known == m_states.constEnd() || known.value() == state) return;
+    QString text;
+    if (state == Confirmed) text = tr("Квазисделка %1 подтверждена").arg(dealId);
+    else if (state == Rejected)
+        text = tr("Квазисделка %1 отклонена. Ошибка ОТС: %2")
+                   .arg(QString::number(dealId), errorMessageFromCode(deal.data(m_errorCode).toInteger()));
+    else return;   // no notification for other states
+    notification::send(text);
+    m_states.insert(dealId, state);
+}
+
+void DealsDirectory::notifyConfirmationNeeded(Record const& deal, long long dealId)
+{
+    int stock = deal.data(m_stockId).toInteger();
+    int board = deal.data(m_boardId).toInteger();
+    long long sec = deal.data(m_secId).toInteger64();
+    QString account = deal.data(m_account).toString();
+    long long quantity = deal.data(m_quantity).toInteger64();
+    QString buysell = deal.data(m_buysell).toString();
+    SecurityDirectory* securities = directoryOrNull<SecurityDirectory>();
+    QString name = securities ? securities->nameById(stock, board, sec)
+                              : QCoreApplication::translate("SecurityDirectory", "<инструмент не найден>");
+    // Re-scaled to the security's decimals; an unknown security (-1) or a
+    // scale the price cannot take leaves the price as stored.
+    decimal price = deal.data(m_price).toDecimal();
+    int decimals = securities ? securities->decimalsById(stock, board, sec) : -1;
+    if (decimals >= 0) price.trySetScale(short(decimals));
+    QString priceText = price.toSystemString();
+
+    QUrl link = confirmationLink(stock, board, name, priceText, quantity, buysell, account, dealId);
+    QString side = buysell.startsWith(QLatin1Char('B')) ? tr("покупку") : tr("продажу");
+    // One pass, so that a "%" in the name is never taken for a marker; the
+    // name is escaped as the message is shown as markup.
+    QString text = tr("Квазисделка %1 на %2 %3 %4 по цене %5 требует подтверждения")
+                       .arg(QString::number(dealId), side, QString::number(quantity), name.toHtmlEscaped(), priceText);
+    notification::send(QStringLiteral("1|") + text + QStringLiteral("|") + link.toString());
+}
+
+void DealsDirectory::endUpdate() { Q_EMIT dataChanged(); }
