@@ -11,7 +11,6 @@
 #include "options.h"
 #include "notifications.h"
 #include "output.h"
-#include "rfsmarket.h"
 #include "signallog.h"
 
 #include <core/clock.h>

@@ -100,6 +100,7 @@ int main(int argc, char** argv)
     try {
         db->loadSchema(parser.value(schemaOpt));
         bindAccountDirectories(db);
+        bindStreamDirectories(db);
     } catch (Exception const& e) {
         return refuse(e.message());
     } catch (QString const& e) {
