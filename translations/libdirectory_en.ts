@@ -283,6 +283,119 @@
         </message>
     </context>
     <context>
+        <name>Gateway</name>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="47" />
+            <source>нет параметра «%1»</source>
+            <translation>parameter &apos;%1&apos; is missing</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="54" />
+            <source>направление должно быть B или S, а не «%1»</source>
+            <translation>the side must be B or S, not &apos;%1&apos;</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="61" />
+            <source>нет таблицы «%1»</source>
+            <translation>table &apos;%1&apos; is missing</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="119" />
+            <source>инструмент «%1» не найден</source>
+            <translation>security &apos;%1&apos; not found</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="126" />
+            <source>счёт «%1» не найден</source>
+            <translation>account &apos;%1&apos; not found</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="146" />
+            <source>цена «%1» не является числом</source>
+            <translation>price &apos;%1&apos; is not a number</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="175" />
+            <source>количество должно быть целым положительным числом, а не «%1»</source>
+            <translation>the quantity must be a positive whole number, not &apos;%1&apos;</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="190" />
+            <source>нет текущей сессии рынка %1</source>
+            <translation>market %1 has no current session</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="275" />
+            <source>в таблице «%1» нет столбца «%2»</source>
+            <translation>table &apos;%1&apos; has no column &apos;%2&apos;</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="354" />
+            <source>транзакция %1 не обслуживается</source>
+            <translation>message code %1 is not served</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="363" />
+            <source>изменения не приняты базой: %1</source>
+            <translation>the database refused the change: %1</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="376" />
+            <source>тип заявки «%1» не поддерживается</source>
+            <translation>order type &apos;%1&apos; is not supported</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="386" />
+            <source>цена %1 не кратна шагу цены %2</source>
+            <translation>price %1 is not a multiple of the price step %2</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="407" />
+            <source>нет потока по инструменту «%1»</source>
+            <translation>no stream for security &apos;%1&apos;</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="444" />
+            <source>Заявка %1 принята</source>
+            <translation>Order %1 accepted</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="457" />
+            <source>заявка %1 не найдена</source>
+            <translation>order %1 not found</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="471" />
+            <source>заявка %1 не совпадает с транзакцией по полю «%2»</source>
+            <translation>order %1 does not match the transaction in &apos;%2&apos;</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="484" />
+            <source>заявку %1 снимают транзакцией %2</source>
+            <translation>order %1 is cancelled with message code %2</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="485" />
+            <source>заявка %1 не активна</source>
+            <translation>order %1 is not active</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="500" />
+            <source>Заявка %1 снята</source>
+            <translation>Order %1 cancelled</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="540" />
+            <source>Снято заявок: %1</source>
+            <translation>Orders cancelled: %1</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="560" />
+            <source>Транзакция отвергнута: %1</source>
+            <translation>Transaction rejected: %1</translation>
+        </message>
+    </context>
+    <context>
         <name>K3BrokerFeeParamDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="15" />

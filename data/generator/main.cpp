@@ -1,6 +1,7 @@
 // market-generator: writes a deterministic synthetic market (snapshot) and a
 // trading day of changes to it (replication log) as JSON Lines batches.
 #include "market.h"
+#include "templates.h"
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +18,7 @@ char const kUsage[] =
     "  snapshot.jsonl     the tables at the start of the trading day\n"
     "  replication.jsonl  one trading day of changes to them\n"
     "  terminal.json      the moment the snapshot shows and the terminal's user\n"
+    "  templates.json     the transaction templates of its markets\n"
     "Options:\n"
     "  --out DIR          folder to write into (required)\n"
     "  --securities N     about how many securities, 200 to 5000000 (default 2000)\n"
@@ -115,7 +117,8 @@ int main(int argc, char** argv)
     gen::Market market(seed, (long long)securities);
     std::uint64_t snapshotBytes = 0, replicationBytes = 0;
     if (!write(out + "/snapshot.jsonl", market, true, snapshotBytes) ||
-        !write(out + "/replication.jsonl", market, false, replicationBytes) || !writeTerminal(out + "/terminal.json"))
+        !write(out + "/replication.jsonl", market, false, replicationBytes) || !writeTerminal(out + "/terminal.json") ||
+        !gen::writeTemplates(out + "/templates.json"))
         return 1;
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     std::printf("%zu securities, %zu orders, %zu deals, %zu streams; snapshot %llu bytes, replication %llu bytes; %.2f s\n",

@@ -1,11 +1,11 @@
 # market-generator --out creates its folder (and its parents) and writes the
-# three files, the same as the bundled ones for the same options.
+# four files, the same as the bundled ones for the same options.
 file(REMOVE_RECURSE ${WORK_DIR})
 execute_process(COMMAND ${GENERATOR} --out ${WORK_DIR}/new/market RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "exit status ${rc}\n${out}${err}")
 endif()
-foreach(f snapshot.jsonl replication.jsonl terminal.json)
+foreach(f snapshot.jsonl replication.jsonl terminal.json templates.json)
   execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${WORK_DIR}/new/market/${f} ${BUNDLED}/${f} RESULT_VARIABLE differ)
   if(differ)
     message(FATAL_ERROR "${f} differs from the bundled one")

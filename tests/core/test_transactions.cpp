@@ -200,3 +200,70 @@ TEST(DefaultCoreTransactions, RegistryOfTheDefaultCoreIsItsService)
     ASSERT_EQ(found.size(), 1);
     EXPECT_EQ(found.first().name, QStringLiteral("drop by security"));
 }
+
+TEST(TransactionTemplates, BundledFileServesEveryCodeOfEveryMarket)
+{
+    TransactionService service;
+    QString error;
+    ASSERT_TRUE(service.loadTemplates(QStringLiteral(SOURCE_DIR "/data/market/templates.json"), error)) << error.toStdString();
+    for (int stock : {1, 4, 5})
+        for (int code : {1025, 1028, 1280, 1032}) {
+            QList<QString> names;
+            QList<TransactionMeta> found = service.findTemplates(code, MarketFilter::single(stock, 14), names);
+            ASSERT_EQ(found.size(), 1) << code << " on " << stock;
+            EXPECT_EQ(found.first().stockId, stock);
+        }
+    QList<QString> names;
+    TransactionMeta drop5 = service.findTemplates(1028, MarketFilter::single(5, 20), names).first();
+    TransactionMeta drop1 = service.findTemplates(1028, MarketFilter::single(1, 1), names).first();
+    EXPECT_EQ(drop5.optionalParameters, (QStringList{QStringLiteral("BuySell"), QStringLiteral("Stream")}));
+    EXPECT_TRUE(drop1.optionalParameters.isEmpty());
+    // A stream cancel built on market 1 would lose its side and stream.
+    RawTransaction tx = service.build(drop1, {{QStringLiteral("Stream"), QStringLiteral("9")}});
+    EXPECT_EQ(tx.unknown, QStringList{QStringLiteral("Stream")});
+    EXPECT_EQ(tx.missing.size(), 5);
+}
+
+TEST(TransactionTemplates, MalformedFileIsNamedAndRegistersNothing)
+{
+    struct Case
+    {
+        char const* json;
+        char const* message;
+    };
+    Case const cases[] = {
+        {"{\"templates\": [\n  {\"code\": 1025, \"name\": \"a\"},\n  {\"code\": 1025 \"name\": \"b\"}\n]}",
+         "t.json:3: bad JSON: "},
+        {"[1]", "t.json: needs an object with one key, \"templates\", holding an array"},
+        {"{\"templates\": [], \"more\": 1}", "t.json: needs an object"},
+        {"{\"templates\": [\n  {\"code\": 1025, \"name\": \"a\"},\n  {\"code\": 0, \"name\": \"b\"}\n]}",
+         "t.json:3: template 2: 'code' needs a message code from 1 to 65535"},
+        {"{\"templates\": [{\"code\": 10.5, \"name\": \"a\"}]}", "t.json:1: template 1: 'code' needs"},
+        {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"stock\": -1}]}", "template 1: 'stock' needs a whole number"},
+        {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"board\": 14}]}", "template 1: 'board' needs a 'stock'"},
+        {"{\"templates\": [{\"code\": 1025, \"name\": \" \"}]}", "template 1: 'name' needs a non-empty string"},
+        {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"params\": []}]}", "template 1: unknown field 'params'"},
+        {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"parameters\": \"Price\"}]}", "'parameters' needs an array"},
+        {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"parameters\": [\"Price\", \"Price\"]}]}", "'parameters' names 'Price' twice"},
+        {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"parameters\": [\"P\"], \"optional\": [\"P\"]}]}",
+         "'P' is both required and optional"},
+        {"{\"templates\": [\"x\",\n{\"code\": 1025, \"name\": \"a\"}]}", "t.json:1: template 1: a template must be an object"},
+        {"{\"templates\": [\n{\"code\": 1025, \"stock\": 4, \"name\": \"a\"},\n{\"code\": 1025, \"stock\": 4, \"name\": \"b\"}]}",
+         "t.json:3: template 2: code 1025 for stock 4, board 0 repeats template 1"},
+    };
+    TransactionService service;
+    service.registerTemplate(meta(1032, 4, 0, QStringLiteral("kept")));
+    for (Case const& c : cases) {
+        QString error;
+        EXPECT_FALSE(service.loadTemplatesJson(QByteArray(c.json), QStringLiteral("t.json"), error)) << c.json;
+        EXPECT_TRUE(error.contains(QLatin1String(c.message))) << error.toStdString() << " lacks " << c.message;
+        ASSERT_EQ(namesOf(service.templates()), QStringList{QStringLiteral("kept")});
+    }
+    QString error;
+    EXPECT_FALSE(service.loadTemplates(QStringLiteral("/nonexistent/templates.json"), error));
+    EXPECT_TRUE(error.startsWith(QLatin1String("/nonexistent/templates.json: "))) << error.toStdString();
+    // A good file replaces what was there.
+    ASSERT_TRUE(service.loadTemplatesJson("{\"templates\": [{\"code\": 1025, \"name\": \"new\"}]}", QStringLiteral("t.json"), error));
+    EXPECT_EQ(namesOf(service.templates()), QStringList{QStringLiteral("new")});
+    EXPECT_TRUE(service.templates().first().isFreeForm());
+}

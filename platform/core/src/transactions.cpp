@@ -1,6 +1,13 @@
 #include <core/transactions.h>
 
+#include <QFile>
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSet>
 #include <algorithm>
+#include <cmath>
 
 struct RawAnswer_Private
 {
@@ -161,6 +168,155 @@ void TransactionService::clearTemplates()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_templates.clear();
+}
+
+namespace {
+
+int lineAt(QByteArray const& text, int offset)
+{
+    return 1 + int(std::count(text.constBegin(), text.constBegin() + std::clamp(offset, 0, text.size()), '\n'));
+}
+
+// Lines on which the elements of the root object's one array start, so that
+// a fault in a template can name its line. Runs on text that parsed.
+QList<int> elementLines(QByteArray const& text)
+{
+    QList<int> lines;
+    int depth = 0, line = 1;
+    bool inString = false, expectElement = false;
+    for (int k = 0; k < text.size(); ++k) {
+        char const c = text[k];
+        if (c == '\n') ++line;
+        if (inString) {
+            if (c == '\\') ++k;
+            else if (c == '"') inString = false;
+            continue;
+        }
+        if (c == ' ' || c == '\t' || c == '\r' || c == '\n') continue;
+        if (depth == 2 && expectElement && c != ']') {
+            lines.append(line);
+            expectElement = false;
+        }
+        if (c == '"') inString = true;
+        else if (c == '{' || c == '[') expectElement = ++depth == 2;
+        else if (c == '}' || c == ']') --depth;
+        else if (c == ',' && depth == 2) expectElement = true;
+    }
+    return lines;
+}
+
+struct TemplateFault
+{
+    QString text;
+};
+
+bool wholeNumber(QJsonValue const& v, double low, double high, int& out)
+{
+    if (!v.isDouble()) return false;
+    double d = v.toDouble();
+    if (!(d >= low && d <= high) || std::floor(d) != d) return false;
+    out = int(d);
+    return true;
+}
+
+QStringList parameterNames(QJsonObject const& t, QString const& field)
+{
+    QStringList names;
+    if (!t.contains(field)) return names;
+    if (!t.value(field).isArray()) throw TemplateFault{QStringLiteral("'%1' needs an array of parameter names").arg(field)};
+    for (QJsonValue const& v : t.value(field).toArray()) {
+        if (!v.isString() || v.toString().isEmpty())
+            throw TemplateFault{QStringLiteral("'%1' needs non-empty parameter names").arg(field)};
+        if (names.contains(v.toString()))
+            throw TemplateFault{QStringLiteral("'%1' names '%2' twice").arg(field, v.toString())};
+        names << v.toString();
+    }
+    return names;
+}
+
+TransactionMeta readTemplate(QJsonValue const& value)
+{
+    if (!value.isObject()) throw TemplateFault{QStringLiteral("a template must be an object")};
+    QJsonObject const t = value.toObject();
+    static QStringList const known{QStringLiteral("code"), QStringLiteral("stock"), QStringLiteral("board"),
+                                   QStringLiteral("name"), QStringLiteral("parameters"), QStringLiteral("optional")};
+    for (auto it = t.begin(); it != t.end(); ++it)
+        if (!known.contains(it.key())) throw TemplateFault{QStringLiteral("unknown field '%1'").arg(it.key())};
+    TransactionMeta meta;
+    if (!t.contains(QStringLiteral("code")) || !wholeNumber(t.value(QStringLiteral("code")), 1, 65535, meta.messageCode))
+        throw TemplateFault{QStringLiteral("'code' needs a message code from 1 to 65535")};
+    for (auto [field, out] : {std::pair<char const*, qint32*>{"stock", &meta.stockId}, {"board", &meta.boardId}}) {
+        QString const name = QLatin1String(field);
+        if (t.contains(name) && !wholeNumber(t.value(name), 0, 2147483647.0, *out))
+            throw TemplateFault{QStringLiteral("'%1' needs a whole number from 0 (any) up").arg(name)};
+    }
+    if (meta.stockId == 0 && meta.boardId != 0)
+        throw TemplateFault{QStringLiteral("'board' needs a 'stock': a board number means nothing without its market")};
+    if (!t.value(QStringLiteral("name")).isString() || t.value(QStringLiteral("name")).toString().trimmed().isEmpty())
+        throw TemplateFault{QStringLiteral("'name' needs a non-empty string")};
+    meta.name = t.value(QStringLiteral("name")).toString();
+    meta.parameters = parameterNames(t, QStringLiteral("parameters"));
+    meta.optionalParameters = parameterNames(t, QStringLiteral("optional"));
+    for (QString const& p : meta.optionalParameters)
+        if (meta.parameters.contains(p))
+            throw TemplateFault{QStringLiteral("'%1' is both required and optional").arg(p)};
+    return meta;
+}
+
+} // namespace
+
+bool TransactionService::loadTemplates(QString const& path, QString& error)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("%1: %2").arg(path, file.errorString());
+        return false;
+    }
+    // Templates are a few dozen lines; anything near this is not a templates file.
+    if (file.size() > (1 << 20)) {
+        error = QStringLiteral("%1: larger than 1 MiB").arg(path);
+        return false;
+    }
+    return loadTemplatesJson(file.readAll(), path, error);
+}
+
+bool TransactionService::loadTemplatesJson(QByteArray const& json, QString const& origin, QString& error)
+{
+    QJsonParseError parseError;
+    QJsonDocument const doc = QJsonDocument::fromJson(json, &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        error = QStringLiteral("%1:%2: bad JSON: %3").arg(origin).arg(lineAt(json, parseError.offset)).arg(parseError.errorString());
+        return false;
+    }
+    QJsonObject const root = doc.object();
+    if (!doc.isObject() || root.size() != 1 || !root.value(QStringLiteral("templates")).isArray()) {
+        error = QStringLiteral("%1: needs an object with one key, \"templates\", holding an array").arg(origin);
+        return false;
+    }
+    QJsonArray const list = root.value(QStringLiteral("templates")).toArray();
+    QList<int> const lines = elementLines(json);
+    QList<TransactionMeta> loaded;
+    QHash<QString, int> seen;   // code,stock,board -> template number
+    for (int k = 0; k < list.size(); ++k) {
+        QString const where = QStringLiteral("%1:%2: template %3").arg(origin).arg(lines.value(k, 0)).arg(k + 1);
+        try {
+            TransactionMeta meta = readTemplate(list.at(k));
+            QString const key = QStringLiteral("%1,%2,%3").arg(meta.messageCode).arg(meta.stockId).arg(meta.boardId);
+            // The generators take the first template found: two for the same
+            // market would leave the choice to the order of the file.
+            if (seen.contains(key))
+                throw TemplateFault{QStringLiteral("code %1 for stock %2, board %3 repeats template %4")
+                                        .arg(meta.messageCode).arg(meta.stockId).arg(meta.boardId).arg(seen.value(key))};
+            seen.insert(key, k + 1);
+            loaded.append(meta);
+        } catch (TemplateFault const& fault) {
+            error = where + QStringLiteral(": ") + fault.text;
+            return false;
+        }
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_templates = loaded;
+    return true;
 }
 
 QList<TransactionMeta> TransactionService::templates() const

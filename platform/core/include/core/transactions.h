@@ -148,6 +148,12 @@ public:
 
     void registerTemplate(TransactionMeta const& meta);
     void clearTemplates();
+    // Replaces every registered template with those of a templates file
+    // (docs/data-format.md). On a malformed file registers nothing, keeps
+    // what was registered, and returns false with `error` naming the file,
+    // the line or the template, and the field.
+    bool loadTemplates(QString const& path, QString& error);
+    bool loadTemplatesJson(QByteArray const& json, QString const& origin, QString& error);
     QList<TransactionMeta> templates() const;
 
     void addTransport(ITransport* transport);   // added once; null ignored
