@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
+#include <QTextDocumentFragment>
 #include <QUrl>
 #include <QUrlQuery>
 #include <QVBoxLayout>
@@ -35,7 +36,8 @@ NotificationLink NotificationLink::parse(QString const& text)
     NotificationLink link;
     if (text.trimmed().isEmpty()) return link;
     link.kind = Unknown;
-    QUrl const url(text.trimmed(), QUrl::StrictMode);
+    // The library's links show spaces and letters as they are (QUrl::toString).
+    QUrl const url(text.trimmed(), QUrl::TolerantMode);
     if (!url.isValid() || url.scheme() != QLatin1String("vtrm+stream")) return link;
     QUrlQuery const q(url);
     if (url.host() == QLatin1String("stream") && url.path() == QLatin1String("/addorder")) {
@@ -71,7 +73,12 @@ void NotificationsPanel::listen(CoreSignals const* core)
 void NotificationsPanel::add(QString const& notificationText)
 {
     UserNotification const n = UserNotification::parse(notificationText);
-    Entry entry{n.kind, n.message, n.link, n.kind == kPasswordWarning};
+    bool const rich = n.kind == kPasswordWarning;
+    // The library writes its messages as markup with every name escaped;
+    // only their text is shown, so a tag, escaped or not, never renders.
+    QString shown = rich ? n.message : QTextDocumentFragment::fromHtml(n.message).toPlainText();
+    shown.remove(QChar::ObjectReplacementCharacter);   // where an image tag stood
+    Entry entry{n.kind, shown, n.link, rich};
     int const row = m_entries.size();
     m_entries.append(entry);
 

@@ -25,17 +25,18 @@ struct NotificationLink
     static NotificationLink parse(QString const& link);
 };
 
-// Every user notification the core raises, newest last. A text is shown as
-// plain text, whatever it holds (logins and security names reach it from
-// outside); only the password warning (kind 2), which the library builds
-// with the login escaped, is shown as rich text.
+// Every user notification the core raises, newest last. Logins and security
+// names reach the texts from outside, so a text is shown as plain text: the
+// text of its markup (the library escapes the names it puts in), never the
+// markup itself. Only the password warning (kind 2), which the library
+// builds with the login escaped, is shown as rich text.
 class NotificationsPanel : public QWidget
 {
     Q_OBJECT
 public:
     struct Entry {
         int kind = 0;
-        QString message;
+        QString message;   // as shown: plain text unless richText
         QString link;
         bool richText = false;
     };

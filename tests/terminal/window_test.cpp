@@ -48,6 +48,7 @@ std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/re
     Database* db = ICore::instance()->database();
     db->loadSchema(QStringLiteral(SCHEMA_FILE));
     apps::bindAccountDirectories(db);
+    apps::bindStreamDirectories(db);
     TerminalOptions options;
     options.snapshot = kMarket + "/snapshot.jsonl";
     options.log = log;
@@ -197,42 +198,62 @@ TEST(TerminalThreads, NotificationTextsAreShownAsPlainTextExceptThePasswordWarni
     auto window = openTerminal();
     NotificationsPanel* panel = window->notifications();
     int const first = panel->entries().size();
+    // A name as the library escapes it, and markup from elsewhere.
+    ICore::instance()->notify(QStringLiteral("1|Открыт поток ликвидности 9 (A&amp;B &lt;i&gt;x&lt;/i&gt; * 10)|"), 0, nullptr, nullptr);
     ICore::instance()->notify(QStringLiteral("1|Поток <img src=x> от <b>LP</b>|"), 0, nullptr, nullptr);
-    ICore::instance()->notify(QStringLiteral("Закрыт поток ликвидности <a href='x'>VLT</a>"), 0, nullptr, nullptr);
     ASSERT_EQ(panel->entries().size(), first + 2);
+    EXPECT_EQ(panel->entries()[first].message, QStringLiteral("Открыт поток ликвидности 9 (A&B <i>x</i> * 10)"));
+    EXPECT_EQ(panel->entries()[first + 1].message, QStringLiteral("Поток  от LP"));
     EXPECT_FALSE(panel->entries()[first].richText);
-    EXPECT_FALSE(panel->entries()[first + 1].richText);
-    int plain = 0, rich = 0;
+    int named = 0, rich = 0;
     for (QLabel* label : panel->findChildren<QLabel*>()) {
-        if (label->text().contains("<img") || label->text().contains("<a href")) {
+        EXPECT_FALSE(label->text().contains("<img")) << label->text().toStdString();
+        if (label->text().contains("<i>x</i>")) {
             EXPECT_EQ(label->textFormat(), Qt::PlainText);
-            ++plain;
+            ++named;
         }
         if (label->text().contains("<b>FA01U02</b>")) {
             EXPECT_EQ(label->textFormat(), Qt::RichText);
             ++rich;
         }
     }
-    EXPECT_EQ(plain, 2);
+    EXPECT_EQ(named, 1);
     EXPECT_EQ(rich, 1);
 }
 
-TEST(TerminalThreads, StreamLinkOpensTheTicketOnThatStream)
+TEST(TerminalThreads, StreamAndDealLinksOfTheDayOpenTheTicketAndTheDealDetails)
 {
     auto window = openTerminal();
+    ASSERT_TRUE(replay(*window));
     NotificationsPanel* panel = window->notifications();
-    int const row = panel->entries().size();
-    ICore::instance()->notify(
-        QStringLiteral("1|Открыт поток|vtrm+stream://stream/addorder?stock_id=1&board_id=14&sec_id=4300000001&stream_id=77"), 0,
-        nullptr, nullptr);
-    panel->follow(row);
-    EXPECT_EQ(window->ticket()->stock(), 1);
-    EXPECT_EQ(window->ticket()->board(), 14);
-    EXPECT_EQ(window->ticket()->secId(), 4300000001LL);
-    EXPECT_EQ(window->ticket()->streamId(), 77);
-    EXPECT_TRUE(window->ticket()->securityText().contains("1,14,4300000001"));
+    int stream = -1, deal = -1;
+    for (int k = 0; k < panel->entries().size(); ++k) {
+        NotificationLink link = NotificationLink::parse(panel->entries()[k].link);
+        if (link.kind == NotificationLink::Stream && stream < 0) stream = k;
+        if (link.kind == NotificationLink::Deal && deal < 0) deal = k;
+    }
+    ASSERT_GE(stream, 0);
+    ASSERT_GE(deal, 0);
+    EXPECT_FALSE(panel->entries()[stream].richText);
 
-    // Links of other shapes are parsed as nothing to follow.
+    // The stream's link opens the ticket on that stream and its security.
+    panel->follow(stream);
+    EXPECT_EQ(window->ticket()->stock(), 5);
+    EXPECT_EQ(window->ticket()->board(), 20);
+    EXPECT_EQ(window->ticket()->secId(), 100059);
+    EXPECT_EQ(window->ticket()->streamId(), 9000000009LL);
+    EXPECT_TRUE(window->ticket()->securityText().contains("5,20,100059") || window->ticket()->securityText().contains("1,20,100059"));
+
+    // The deal's link opens its details, saying where it is confirmed.
+    panel->follow(deal);
+    QList<DealDetailsDialog*> dialogs = window->findChildren<DealDetailsDialog*>();
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs[0]->isVisible());
+    EXPECT_TRUE(dialogs[0]->detailsText().contains("80000000001"));
+    EXPECT_TRUE(dialogs[0]->detailsText().contains("Fut QTZ-06.27"));
+    EXPECT_TRUE(dialogs[0]->detailsText().contains("FA01001"));
+
+    // Links of other shapes are nothing to follow.
     for (char const* bad : {"vtrm+stream://stream/addorder?stock_id=1&board_id=x&sec_id=1&stream_id=2",
                             "http://stream/addorder?stock_id=1&board_id=1&sec_id=1&stream_id=2", "vtrm+stream://deal/other"})
         EXPECT_EQ(NotificationLink::parse(QString::fromLatin1(bad)).kind, NotificationLink::Unknown) << bad;
