@@ -120,6 +120,32 @@
         </message>
     </context>
     <context>
+        <name>ConfirmationDialog</name>
+        <message>
+            <location filename="../ui/confirmationdialog.ui" line="14" />
+            <source>Подтверждение</source>
+            <translation>Confirmation</translation>
+        </message>
+        <message>
+            <location filename="../ui/confirmationdialog.ui" line="45" />
+            <source>Больше не показывать</source>
+            <translation>Do not show again</translation>
+        </message>
+        <message>
+            <location filename="../ui/confirmationdialog.ui" line="50" />
+            <source>&lt;!DOCTYPE HTML PUBLIC &quot;-//W3C//DTD HTML 4.0//EN&quot; &quot;http://www.w3.org/TR/REC-html40/strict.dtd&quot;&gt;
+&lt;html&gt;&lt;head&gt;&lt;meta name=&quot;qrichtext&quot; content=&quot;1&quot; /&gt;&lt;style type=&quot;text/css&quot;&gt;
+p, li { white-space: pre-wrap; }
+&lt;/style&gt;&lt;/head&gt;&lt;body&gt;
+&lt;p style=&quot; margin-top:0px; margin-bottom:0px; margin-left:0px; margin-right:0px; -qt-block-indent:0; text-indent:0px;&quot;&gt;&lt;span style=&quot; font-weight:600;&quot;&gt;Вы действительно хотите ЧТО-ТО СДЕЛАТЬ?&lt;/span&gt;&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</source>
+            <translation>&lt;!DOCTYPE HTML PUBLIC &quot;-//W3C//DTD HTML 4.0//EN&quot; &quot;http://www.w3.org/TR/REC-html40/strict.dtd&quot;&gt;
+&lt;html&gt;&lt;head&gt;&lt;meta name=&quot;qrichtext&quot; content=&quot;1&quot; /&gt;&lt;style type=&quot;text/css&quot;&gt;
+p, li { white-space: pre-wrap; }
+&lt;/style&gt;&lt;/head&gt;&lt;body&gt;
+&lt;p style=&quot; margin-top:0px; margin-bottom:0px; margin-left:0px; margin-right:0px; -qt-block-indent:0; text-indent:0px;&quot;&gt;&lt;span style=&quot; font-weight:600;&quot;&gt;Do you really want to DO SOMETHING?&lt;/span&gt;&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</translation>
+        </message>
+    </context>
+    <context>
         <name>DealDetailsDialog</name>
         <message>
             <location filename="../apps/terminal/notifications.cpp" line="125" />
@@ -986,6 +1012,76 @@
             <location filename="../directories/enumerations.cpp" line="100" />
             <source>Обратное</source>
             <translation>Reverse</translation>
+        </message>
+    </context>
+    <context>
+        <name>QueriesFast</name>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="59" />
+            <source>Отправка заявки</source>
+            <translation>Placing an order</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="49" />
+            <source>покупку</source>
+            <translation>buy</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="50" />
+            <source>продажу</source>
+            <translation>sell</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="57" />
+            <source>Вы действительно хотите поставить заявку на %1 со своп-ценой %2 в количестве %3 со счёта %4?</source>
+            <translation>Do you really want to place an order to %1 at the swap price %2, quantity %3, from account %4?</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="58" />
+            <source>Вы действительно хотите поставить заявку на %1 по цене %2 в количестве %3 со счёта %4?</source>
+            <translation>Do you really want to place an order to %1 at the price %2, quantity %3, from account %4?</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="74" />
+            <source>Отмена заявки</source>
+            <translation>Cancelling an order</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="94" />
+            <source>Отмена заявок</source>
+            <translation>Cancelling orders</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="75" />
+            <source>Вы действительно хотите отменить заявку?
+</source>
+            <translation>Do you really want to cancel the order?
+</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="95" />
+            <source>Вы действительно хотите отменить заявки(%1)?
+</source>
+            <translation>Do you really want to cancel the orders (%1)?
+</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="31" />
+            <source>%1 по цене %2 в количестве %3 %4 со счёта %5</source>
+            <translation>%1 at the price %2, quantity %3, %4, from account %5</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="78" />
+            <source>Ошибка при отправке транзакции: нет соответствующего транспорта.</source>
+            <translation>Error sending the transaction: no suitable transport.</translation>
+        </message>
+    </context>
+    <context>
+        <name>QueriesGen</name>
+        <message>
+            <location filename="../queries/queriesgen.cpp" line="29" />
+            <source>Подходящая транзакция не найдена</source>
+            <translation>No suitable transaction found</translation>
         </message>
     </context>
     <context>

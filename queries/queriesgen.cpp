@@ -1,0 +1,172 @@
+#include "queriesgen.h"
+
+#include "enumerations.h"
+#include "frame.h"
+#include "securities.h"
+
+#include <core/icore.h>
+#include <database/field.h>
+
+#include <QMap>
+#include <algorithm>
+#include <limits>
+#include <QVariant>
+
+namespace {
+
+using Params = QMap<QString, QVariant>;
+
+constexpr long long kSignsBit47 = 0x800000000000LL;
+
+ITransactionService* service() { return ICore::instance()->transactionService(); }
+
+// The first template of the code for the market; the caller gets nothing
+// built when there is none.
+TransactionMeta templateFor(int messageCode, int stockId, int boardId)
+{
+    QList<QString> names;   // the service fills it; not needed here
+    QList<TransactionMeta> found = service()->findTemplates(messageCode, MarketFilter::single(stockId, boardId), names);
+    if (found.isEmpty()) throw QueriesGen::tr("Подходящая транзакция не найдена");
+    return found.first();
+}
+
+RawTransaction built(TransactionMeta const& meta, Params const& params, int boardId)
+{
+    RawTransaction tx = service()->build(meta, params);
+    tx.boardId = boardId;
+    return tx;
+}
+
+// The price as the security shows it; kept as given when the security is
+// unknown or the value does not fit its scale.
+decimal priceForSecurity(decimal price, int stockId, int boardId, long long secId)
+{
+    int decimals = SecurityDirectory::i()->decimalsById(stockId, boardId, secId);
+    if (decimals >= 0) price.trySetScale(short(decimals));
+    return price;
+}
+
+QString sideName(QChar side)
+{
+    // Without the buy/sell table the code itself says the side.
+    BuySellDirectory* sides = directoryOrNull<BuySellDirectory>();
+    return sides ? sides->nameById(side) : QString(side);
+}
+
+// Signs as a 64-bit set: a 32-bit column is sign-extended, so a negative
+// value counts as bit 47 set.
+bool hasBit47(Field const& signs) { return (signs.toInteger64() & kSignsBit47) != 0; }
+
+bool sameOrder(QueriesGen::OrderDescr const& a, QueriesGen::OrderDescr const& b)
+{
+    return a.direction == b.direction && a.price.compare(b.price) == 0 && a.security == b.security
+           && a.account == b.account;
+}
+
+// Open balances of one security add up; a sum past the 32-bit range stays
+// at its end instead of wrapping to the other sign.
+int saturatedSum(int a, int b)
+{
+    long long sum = static_cast<long long>(a) + b;
+    return int(qBound<long long>(std::numeric_limits<int>::min(), sum, std::numeric_limits<int>::max()));
+}
+
+} // namespace
+
+QueriesGen* QueriesGen::i() { return QSingleton<QueriesGen>::get(); }
+
+QueriesGen::QueriesGen(QObject* parent) : QObject(parent) {}
+
+RawTransaction QueriesGen::addOrder(int stockId, int boardId, long long secId, const QString& account, decimal price,
+                                    QChar buySell, int quantity, QueriesGen::OrderDescr* descr)
+{
+    TransactionMeta meta = templateFor(AddOrderCode, stockId, boardId);
+    SecurityDirectory* securities = SecurityDirectory::i();
+    Params params;
+    params.insert(QStringLiteral("Security"), securities->codeById(stockId, boardId, secId));
+    params.insert(QStringLiteral("Account"), account);
+    params.insert(QStringLiteral("BuySell"), QVariant::fromValue(buySell));
+    params.insert(QStringLiteral("Price"), price.toString());
+    params.insert(QStringLiteral("Quantity"), QStringLiteral("%1").arg(quantity));
+    params.insert(QStringLiteral("Type"), QStringLiteral("1"));
+    RawTransaction tx = built(meta, params, boardId);
+    if (descr) {
+        descr->security = securities->nameById(stockId, boardId, secId);
+        descr->direction = sideName(buySell);
+        descr->price = priceForSecurity(price, stockId, boardId, secId);
+        descr->quantity = quantity;
+        descr->account = account;
+    }
+    return tx;
+}
+
+RawTransaction QueriesGen::dropOrder(const Record& order, RawAnswer answer, QueriesGen::OrderDescr* descr)
+{
+    int stockId = order.data(QStringLiteral("stock_id")).toInteger();
+    int boardId = order.data(QStringLiteral("board_id")).toInteger();
+    int code = hasBit47(order.data(QStringLiteral("signs"))) ? DropOrderBit47Code : DropOrderCode;
+    TransactionMeta meta = templateFor(code, stockId, boardId);
+
+    long long secId = order.data(QStringLiteral("sec_id")).toInteger64();
+    long long orderId = order.data(QStringLiteral("order_id")).toInteger64();
+    QString account = order.data(QStringLiteral("account")).toString();
+    int dkhRequest = order.data(QStringLiteral("dkh_request")).toInteger();
+
+    SecurityDirectory* securities = SecurityDirectory::i();
+    Params params;
+    params.insert(QStringLiteral("Account"), account);
+    params.insert(QStringLiteral("order_id"), QStringLiteral("%1").arg(orderId));
+    params.insert(QStringLiteral("Security"), securities->codeById(stockId, boardId, secId));
+    params.insert(QStringLiteral("sec_id"), QStringLiteral("%1").arg(secId));
+    params.insert(QStringLiteral("dkh_request"), dkhRequest);
+    if (stockId == StreamStockId) {
+        params.insert(QStringLiteral("BuySell"), order.data(QStringLiteral("buysell")).toString());
+        params.insert(QStringLiteral("Stream"), order.data(QStringLiteral("stream_id")).toString());
+    }
+    RawTransaction tx = built(meta, params, boardId);
+    tx.answer = answer;
+
+    if (descr) {
+        secId = order.data(QStringLiteral("sec_id")).toInteger64();
+        descr->security = securities->nameById(stockId, boardId, secId);
+        descr->direction = sideName(order.data(QStringLiteral("buysell")).toChar());
+        descr->price = priceForSecurity(order.data(QStringLiteral("price")).toDecimal(), stockId, boardId, secId);
+        descr->quantity = order.data(QStringLiteral("balance")).toInteger();
+        descr->account = account;
+    }
+    return tx;
+}
+
+QList<RawTransaction> QueriesGen::dropOrders(const QList<Record>& orders, RawAnswer answer,
+                                             QList<QueriesGen::OrderDescr>* descrs)
+{
+    QList<RawTransaction> result;
+    // Merged into a copy, handed back only when every record built.
+    QList<OrderDescr> merged = descrs ? *descrs : QList<OrderDescr>();
+    for (Record const& order : orders) {
+        OrderDescr descr;
+        RawTransaction tx = QueriesGen::i()->dropOrder(order, answer, &descr);
+        if (descrs) {
+            auto same = std::find_if(merged.begin(), merged.end(),
+                                     [&](OrderDescr const& d) { return sameOrder(d, descr); });
+            if (same != merged.end())
+                same->quantity = saturatedSum(same->quantity, descr.quantity);
+            else
+                merged.append(descr);
+        }
+        result.append(tx);
+    }
+    if (descrs) *descrs = merged;
+    return result;
+}
+
+RawTransaction QueriesGen::dropOrdersBySecurity(int stockId, int boardId, long long secId, const QString& account,
+                                                QChar buySell)
+{
+    TransactionMeta meta = templateFor(DropOrdersBySecurityCode, stockId, boardId);
+    Params params;
+    params.insert(QStringLiteral("Account"), account);
+    params.insert(QStringLiteral("Security"), SecurityDirectory::i()->codeById(stockId, boardId, secId));
+    params.insert(QStringLiteral("BuySell"), QVariant::fromValue(buySell));
+    return built(meta, params, boardId);
+}

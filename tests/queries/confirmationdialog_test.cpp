@@ -1,0 +1,195 @@
+#include "trading_fixture.h"
+
+#include <QDir>
+#include <QGridLayout>
+#include <QLabel>
+
+namespace {
+
+class ConfirmationDialogTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(m_dir.isValid());
+        m_previous = Settings::storageFile();
+        Settings::setStorageFile(m_dir.filePath(QStringLiteral("settings.ini")));
+    }
+    void TearDown() override { Settings::setStorageFile(m_previous); }
+
+    static QVariant stored(QString const& group, QString const& key) { return Settings(group).value(key); }
+
+    // Asks once with `key`, answered as told; returns exec()'s result.
+    static int ask(QString const& key, ModalAnswerer::Action action, bool tick, bool* shown = nullptr)
+    {
+        ConfirmationDialog dialog(nullptr);
+        dialog.setSettingsKey(key);
+        ModalAnswerer answerer(action, tick);
+        int result = dialog.exec();
+        EXPECT_FALSE(answerer.timedOut);
+        if (shown) *shown = answerer.seen;
+        return result;
+    }
+
+private:
+    QTemporaryDir m_dir;
+    QString m_previous;
+};
+
+// Where a widget sits in a grid layout: row, column, row span, column span.
+std::array<int, 4> cell(QGridLayout* grid, QWidget* widget)
+{
+    std::array<int, 4> at{-1, -1, -1, -1};
+    int index = grid->indexOf(widget);
+    if (index >= 0) grid->getItemPosition(index, &at[0], &at[1], &at[2], &at[3]);
+    return at;
+}
+
+TEST_F(ConfirmationDialogTest, FormAsBuilt)
+{
+    ConfirmationDialog dialog(nullptr);
+    EXPECT_EQ(dialog.windowTitle(), QStringLiteral("Подтверждение"));
+    EXPECT_FALSE(dialog.windowFlags() & Qt::WindowContextHelpButtonHint);
+    auto* outer = dialog.findChild<QGridLayout*>("gridLayout_2");
+    auto* inner = dialog.findChild<QGridLayout*>("gridLayout");
+    auto* widget = dialog.findChild<QWidget*>("widget");
+    auto* buttons = dialog.findChild<QDialogButtonBox*>("buttonBox");
+    auto* checkBox = dialog.findChild<QCheckBox*>("checkBox");
+    auto* textLabel = dialog.findChild<QLabel*>("textLabel");
+    auto* iconLabel = dialog.findChild<QLabel*>("iconLabel");
+    auto* attention = dialog.findChild<QLabel*>("attentionLabel");
+    ASSERT_TRUE(outer && inner && widget && buttons && checkBox && textLabel && iconLabel && attention);
+    EXPECT_EQ(dialog.layout(), outer);
+    EXPECT_EQ(widget->layout(), inner);
+    EXPECT_EQ(outer->sizeConstraint(), QLayout::SetFixedSize);
+    EXPECT_EQ(inner->contentsMargins(), QMargins(0, 0, 0, 0));
+    EXPECT_EQ(cell(outer, widget), (std::array<int, 4>{0, 0, 1, 1}));
+    EXPECT_EQ(cell(outer, buttons), (std::array<int, 4>{1, 0, 1, 1}));
+    EXPECT_EQ(cell(inner, checkBox), (std::array<int, 4>{2, 2, 1, 1}));
+    EXPECT_EQ(cell(inner, textLabel), (std::array<int, 4>{0, 1, 1, 2}));
+    EXPECT_EQ(cell(inner, iconLabel), (std::array<int, 4>{0, 0, 3, 1}));
+    EXPECT_EQ(cell(inner, attention), (std::array<int, 4>{1, 1, 1, 2}));
+    EXPECT_EQ(dialog.standardButtons(), QDialogButtonBox::Yes | QDialogButtonBox::No);
+    EXPECT_EQ(checkBox->text(), QStringLiteral("Больше не показывать"));
+    EXPECT_TRUE(textLabel->wordWrap());
+    EXPECT_TRUE(attention->wordWrap());
+    EXPECT_TRUE(textLabel->text().contains(QStringLiteral("Вы действительно хотите ЧТО-ТО СДЕЛАТЬ?")));
+    EXPECT_TRUE(textLabel->text().contains("font-weight:600"));
+    EXPECT_EQ(iconLabel->alignment(), Qt::AlignLeft | Qt::AlignTop);
+    EXPECT_FALSE(iconLabel->pixmap(Qt::ReturnByValue).isNull());
+    EXPECT_EQ(dialog.icon(), QStyle::SP_MessageBoxQuestion);
+
+    // The check box comes with a key or a text of its own; attention starts collapsed.
+    EXPECT_TRUE(checkBox->isHidden());
+    EXPECT_FALSE(dialog.isAttentionTextEnabled());
+    EXPECT_EQ(attention->maximumHeight(), 0);
+    dialog.setAttentionTextEnabled(true);
+    EXPECT_TRUE(dialog.isAttentionTextEnabled());
+    EXPECT_GT(attention->maximumHeight(), 0);
+    dialog.setCheckBoxText("Remember");
+    EXPECT_FALSE(checkBox->isHidden());
+    EXPECT_EQ(dialog.checkBoxText(), "Remember");
+}
+
+TEST_F(ConfirmationDialogTest, AttentionTextIsRedOnlyWhenGiven)
+{
+    ConfirmationDialog dialog(nullptr);
+    dialog.setAttentionText(QString());
+    EXPECT_TRUE(dialog.findChild<QLabel*>("attentionLabel")->styleSheet().isEmpty());
+    dialog.setAttentionText("Careful");
+    EXPECT_EQ(dialog.attentionText(), "Careful");
+    EXPECT_EQ(dialog.findChild<QLabel*>("attentionLabel")->styleSheet(), "QLabel {color: #ff0000;}");
+}
+
+TEST_F(ConfirmationDialogTest, SettingsKeySplitsAtTheLastSlash)
+{
+    ConfirmationDialog dialog(nullptr);
+    dialog.setSettingsKey("Trade/quick");
+    EXPECT_EQ(dialog.settingsGroup(), "Trade");
+    EXPECT_EQ(dialog.settingsKey(), "quick");
+    dialog.setSettingsKey("A/B/c");
+    EXPECT_EQ(dialog.settingsGroup(), "A/B");
+    EXPECT_EQ(dialog.settingsKey(), "c");
+    dialog.setSettingsKey("");
+    EXPECT_EQ(dialog.settingsGroup(), "A/B");
+    EXPECT_EQ(dialog.settingsKey(), "c");
+
+    ConfirmationDialog plain(nullptr);
+    plain.setSettingsKey("questionOnDropOrder");
+    EXPECT_EQ(plain.settingsGroup(), "Confirmations");
+    EXPECT_EQ(plain.settingsKey(), "questionOnDropOrder");
+    EXPECT_FALSE(plain.findChild<QCheckBox*>("checkBox")->isHidden());
+}
+
+TEST_F(ConfirmationDialogTest, AnswersAreKeptOnlyAfterYes)
+{
+    bool shown = false;
+    // No and closing store nothing, ticked or not.
+    EXPECT_EQ(ask("questionOnDropOrder", ModalAnswerer::PressNo, true, &shown), QDialog::Rejected);
+    EXPECT_TRUE(shown);
+    EXPECT_EQ(ask("questionOnDropOrder", ModalAnswerer::CloseWindow, true, &shown), QDialog::Rejected);
+    EXPECT_TRUE(shown);
+    EXPECT_FALSE(stored("Confirmations", "questionOnDropOrder").isValid());
+
+    // Yes unticked keeps asking; Yes ticked switches the question off.
+    EXPECT_EQ(ask("questionOnDropOrder", ModalAnswerer::PressYes, false), QDialog::Accepted);
+    EXPECT_EQ(stored("Confirmations", "questionOnDropOrder").toString(), "true");
+    EXPECT_EQ(ask("questionOnDropOrder", ModalAnswerer::PressYes, true), QDialog::Accepted);
+    EXPECT_EQ(stored("Confirmations", "questionOnDropOrder").toString(), "false");
+
+    // Switched off: answered at once, nothing shown.
+    EXPECT_EQ(ask("questionOnDropOrder", ModalAnswerer::PressNo, false, &shown), QDialog::Accepted);
+    EXPECT_FALSE(shown);
+    // Other keys and groups are their own questions.
+    EXPECT_EQ(ask("Other/questionOnDropOrder", ModalAnswerer::PressNo, false, &shown), QDialog::Rejected);
+    EXPECT_TRUE(shown);
+}
+
+TEST_F(ConfirmationDialogTest, WithoutAKeyItAlwaysAsksAndKeepsNothing)
+{
+    for (int round = 0; round < 2; ++round) {
+        ConfirmationDialog dialog(nullptr);
+        ModalAnswerer answerer(ModalAnswerer::PressYes);
+        EXPECT_EQ(dialog.exec(), QDialog::Accepted);
+        EXPECT_TRUE(answerer.seen);
+        EXPECT_FALSE(answerer.checkBoxVisible);
+    }
+    EXPECT_FALSE(QFile::exists(Settings::storageFile()) && QFile(Settings::storageFile()).size() > 0);
+}
+
+TEST_F(ConfirmationDialogTest, OnlyAStoredFalseSwitchesAQuestionOff)
+{
+    ConfirmationDialog dialog(nullptr);
+    dialog.setSettingsKey("Confirmations/q");
+    struct Case { QVariant value; bool ask; };
+    for (Case c : {Case{QVariant(), true}, Case{false, false}, Case{true, true}, Case{"false", false},
+                   Case{"no idea", true}, Case{0, true}, Case{QStringList{"a", "b"}, true}}) {
+        SCOPED_TRACE(c.value.toString().toStdString());
+        Settings("Confirmations").setValue("q", c.value);
+        EXPECT_EQ(dialog.shouldShowDialog(), c.ask);
+    }
+}
+
+// The picture in the docs: rendered here when DIRECTORY_SCREENSHOT_DIR is set.
+TEST_F(ConfirmationDialogTest, Screenshot)
+{
+    QString dir = qEnvironmentVariable("DIRECTORY_SCREENSHOT_DIR");
+    ConfirmationDialog dialog(nullptr);
+    dialog.setWindowTitle(QStringLiteral("Отмена заявки"));
+    dialog.setText(QStringLiteral("Вы действительно хотите отменить заявку?\n"
+                                  "Покупка по цене 12.50 в количестве 7 Alfa fut со счёта ACC1"));
+    dialog.setTextFormat(Qt::PlainText);
+    dialog.setSettingsKey("questionOnDropOrder");
+    ModalAnswerer answerer(ModalAnswerer::PressNo);
+    QPixmap shot;
+    answerer.inspect = [&](ConfirmationDialog* shown) { shot = shown->grab(); };
+    dialog.exec();
+    ASSERT_TRUE(answerer.seen);
+    ASSERT_FALSE(shot.isNull());
+    EXPECT_GE(shot.width(), 200);
+    if (!dir.isEmpty()) {
+        EXPECT_TRUE(shot.save(QDir(dir).filePath("confirmation-dialog.png")));
+    }
+}
+
+} // namespace

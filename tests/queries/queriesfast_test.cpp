@@ -1,0 +1,257 @@
+#include "trading_fixture.h"
+
+#include "queriesfast.h"
+
+#include <database/exception.h>
+
+namespace {
+
+// The default core's service, seen through a core that remembers the timer
+// of every transaction built and sent: a restart shows as a later start.
+class SpyService final : public ITransactionService
+{
+public:
+    QList<TransactionMeta> findTemplates(int code, MarketFilter const& markets, QList<QString>& names) const override
+    {
+        return inner()->findTemplates(code, markets, names);
+    }
+    RawTransaction build(TransactionMeta const& meta, QMap<QString, QVariant> const& params) const override
+    {
+        RawTransaction tx = inner()->build(meta, params);
+        built << tx;
+        return tx;
+    }
+    int send(RawTransaction const& tx) override
+    {
+        sent << tx;
+        return inner()->send(tx);
+    }
+    mutable QList<RawTransaction> built;
+    QList<RawTransaction> sent;
+
+private:
+    static ITransactionService* inner() { return DefaultCore::global()->transactionService(); }
+};
+
+class SpyCore final : public ICore
+{
+public:
+    Database* database() const override { return DefaultCore::global()->database(); }
+    ITransactionService* transactionService() const override { return &service; }
+    void notify(QString const& text, int flags, void* context, void* data) override
+    {
+        DefaultCore::global()->notify(text, flags, context, data);
+    }
+    QString currentLogin() const override { return DefaultCore::global()->currentLogin(); }
+    bool passwordWarningEnabled() const override { return DefaultCore::global()->passwordWarningEnabled(); }
+    int passwordWarningDays() const override { return DefaultCore::global()->passwordWarningDays(); }
+    mutable SpyService service;
+};
+
+class QueriesFastTest : public TradingTest
+{
+protected:
+    void SetUp() override
+    {
+        TradingTest::SetUp();
+        if (HasFatalFailure()) return;
+        ICore::setInstance(&core);
+        insertOrder("orders", R"("stock_id":4,"board_id":1,"sess_id":1,"order_id":1,"sec_id":100,
+            "account":"ACC1","price":"12.5","buysell":"B","balance":7,"signs":0)");
+        insertOrder("orders", R"("stock_id":4,"board_id":1,"sess_id":1,"order_id":2,"sec_id":100,
+            "account":"ACC1","price":"12.5","buysell":"B","balance":5,"signs":0)");
+        insertOrder("orders", R"("stock_id":4,"board_id":1,"sess_id":1,"order_id":3,"sec_id":100,
+            "account":"ACC1","price":"13","buysell":"S","balance":4,"signs":0)");
+    }
+    void TearDown() override
+    {
+        ICore::setInstance(nullptr);
+        TradingTest::TearDown();
+    }
+
+    static void switchOff(QString const& key) { Settings("Confirmations").setValue(key, false); }
+    // The sent transaction's timer is no longer the one it was built with.
+    bool restarted(int sentIndex) const
+    {
+        QElapsedTimer const& timer = core.service.sent.at(sentIndex).timer;
+        for (RawTransaction const& tx : core.service.built)
+            if (tx.timer == timer) return false;
+        return true;
+    }
+    static QString price(char const* text) { return decimal(text).toSystemString(); }
+
+    SpyCore core;
+    QueriesFast* fast() { return QueriesFast::i(); }
+};
+
+TEST_F(QueriesFastTest, PlacingAsksWithTheBoardsPriceWord)
+{
+    struct Case { int board; long long sec; char const* question; };
+    for (Case c : {Case{10, 110, "Вы действительно хотите поставить заявку на покупку со своп-ценой %1 в количестве 3 со счёта ACC1?"},
+                   Case{11, 111, "Вы действительно хотите поставить заявку на покупку со своп-ценой %1 в количестве 3 со счёта ACC1?"},
+                   Case{12, 112, "Вы действительно хотите поставить заявку на покупку по цене %1 в количестве 3 со счёта ACC1?"}}) {
+        SCOPED_TRACE(c.board);
+        ModalAnswerer answerer(ModalAnswerer::PressNo);
+        EXPECT_FALSE(fast()->addOrder(4, c.board, c.sec, "ACC1", decimal("1.5"), 'B', 3));
+        EXPECT_FALSE(answerer.timedOut);
+        EXPECT_EQ(answerer.title, QStringLiteral("Отправка заявки"));
+        EXPECT_EQ(answerer.text, QString::fromUtf8(c.question).arg(price(c.board == 12 ? "1.5" : "1.5000")));
+        EXPECT_TRUE(answerer.checkBoxVisible);
+    }
+    EXPECT_TRUE(transport.taken().isEmpty());
+    EXPECT_TRUE(core.service.sent.isEmpty());
+
+    // Other sides are shown as given; markup in an account stays text.
+    {
+        ModalAnswerer answerer(ModalAnswerer::PressNo);
+        Qt::TextFormat format = Qt::AutoText;
+        answerer.inspect = [&](ConfirmationDialog* dialog) { format = dialog->textFormat(); };
+        fast()->addOrder(4, 1, 100, "<b>X</b>", decimal("2"), 'S', 1);
+        EXPECT_EQ(format, Qt::PlainText);
+        EXPECT_EQ(answerer.text, QStringLiteral("Вы действительно хотите поставить заявку на продажу по цене %1 в количестве 1 со счёта <b>X</b>?")
+                                     .arg(price("2.00")));
+    }
+    ModalAnswerer other(ModalAnswerer::PressNo);
+    fast()->addOrder(4, 1, 100, "ACC1", decimal("2"), 'Z', 1);
+    EXPECT_TRUE(other.text.contains(QStringLiteral("заявку на Z по цене")));
+    EXPECT_EQ(other.extra, 0);
+}
+
+TEST_F(QueriesFastTest, ConfirmedPlacingIsSentOnceWithARestartedTimer)
+{
+    ModalAnswerer answerer(ModalAnswerer::PressYes);
+    EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 30));
+    ASSERT_EQ(transport.taken().size(), 1);
+    EXPECT_EQ(transport.taken()[0].messageCode, 1025);
+    EXPECT_EQ(transport.taken()[0].params.value("Price"), "12.5");
+    EXPECT_TRUE(restarted(0));
+    EXPECT_TRUE(answerer.answeredAt < transport.taken()[0].timer);   // restarted after the answer
+}
+
+TEST_F(QueriesFastTest, TickingDontAskSendsWithoutRestartAndAsksNoMore)
+{
+    {
+        ModalAnswerer answerer(ModalAnswerer::PressYes, true);
+        EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 30));
+        EXPECT_TRUE(answerer.seen);
+    }
+    ModalAnswerer none(ModalAnswerer::PressNo);
+    EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 31));
+    EXPECT_FALSE(none.seen);
+    ASSERT_EQ(core.service.sent.size(), 2);
+    EXPECT_FALSE(restarted(0));
+    EXPECT_FALSE(restarted(1));
+    EXPECT_EQ(transport.taken().size(), 2);
+}
+
+TEST_F(QueriesFastTest, PlacingWithoutATransportStillCountsAsHandedOver)
+{
+    transactions()->clearTransports();
+    switchOff("questionOnSingleClickTrade");
+    EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 30));
+    EXPECT_EQ(core.service.sent.size(), 1);
+}
+
+TEST_F(QueriesFastTest, SingleCancelAsksItsOwnQuestion)
+{
+    {
+        ModalAnswerer answerer(ModalAnswerer::PressNo);
+        EXPECT_FALSE(fast()->dropOrder(order("orders", 1), RawAnswer()));
+        EXPECT_EQ(answerer.title, QStringLiteral("Отмена заявки"));
+        EXPECT_EQ(answerer.text, QStringLiteral("Вы действительно хотите отменить заявку?\nПокупка по цене %1 в количестве 7 Alfa fut со счёта ACC1")
+                                     .arg(price("12.50")));
+    }
+    EXPECT_TRUE(transport.taken().isEmpty());
+
+    // A list of one is a single cancel: same question, same key.
+    switchOff("questionOnSingleClickTrade");
+    ModalAnswerer answerer(ModalAnswerer::PressYes);
+    RawAnswer answer;
+    EXPECT_EQ(fast()->dropOrders({order("orders", 1)}, answer), 1);
+    EXPECT_TRUE(answerer.seen);
+    EXPECT_EQ(answerer.title, QStringLiteral("Отмена заявки"));
+    ASSERT_EQ(transport.taken().size(), 1);
+    EXPECT_EQ(transport.taken()[0].messageCode, 1028);
+    EXPECT_TRUE(transport.taken()[0].answer == answer);
+    EXPECT_TRUE(restarted(0));
+
+    switchOff("questionOnDropOrder");
+    ModalAnswerer none(ModalAnswerer::PressNo);
+    EXPECT_TRUE(fast()->dropOrder(order("orders", 2), RawAnswer()));
+    EXPECT_FALSE(none.seen);
+    EXPECT_FALSE(restarted(1));
+}
+
+TEST_F(QueriesFastTest, SingleCancelWithoutATransportThrowsAfterConsent)
+{
+    transactions()->clearTransports();
+    {
+        ModalAnswerer answerer(ModalAnswerer::PressYes);
+        try {
+            fast()->dropOrder(order("orders", 1), RawAnswer());
+            ADD_FAILURE() << "no transport went unnoticed";
+        } catch (QString const& message) {
+            EXPECT_EQ(message, QStringLiteral("Ошибка при отправке транзакции: нет соответствующего транспорта."));
+        }
+        EXPECT_TRUE(answerer.seen);
+    }
+    ModalAnswerer again(ModalAnswerer::PressYes);
+    EXPECT_THROW(fast()->dropOrders({order("orders", 1)}, RawAnswer()), QString);
+    EXPECT_TRUE(again.seen);
+
+    // Several cancels only count what was taken.
+    switchOff("questionOnSingleClickTrade");
+    EXPECT_EQ(fast()->dropOrders({order("orders", 1), order("orders", 2)}, RawAnswer()), 0);
+    RecordingTransport onlyBit47({1280});
+    transactions()->addTransport(&onlyBit47);
+    apply(R"({"table":"orders","ops":[{"update":{"stock_id":4,"board_id":1,"sess_id":1,"order_id":2,"signs":140737488355328}}]})");
+    EXPECT_EQ(fast()->dropOrders({order("orders", 1), order("orders", 2)}, RawAnswer()), 1);
+    transactions()->removeTransport(&onlyBit47);
+}
+
+TEST_F(QueriesFastTest, SeveralCancelsFollowTheOneClickQuestion)
+{
+    {
+        ModalAnswerer answerer(ModalAnswerer::PressNo);
+        EXPECT_EQ(fast()->dropOrders({order("orders", 1), order("orders", 2), order("orders", 3)}, RawAnswer()), 0);
+        EXPECT_EQ(answerer.title, QStringLiteral("Отмена заявок"));
+        EXPECT_EQ(answerer.text,
+                  QStringLiteral("Вы действительно хотите отменить заявки(3)?\n"
+                                 "Покупка по цене %1 в количестве 12 Alfa fut со счёта ACC1\n"
+                                 "Продажа по цене %2 в количестве 4 Alfa fut со счёта ACC1")
+                      .arg(price("12.50"), price("13.00")));
+    }
+    EXPECT_TRUE(transport.taken().isEmpty());
+
+    // The single-cancel key does not govern them.
+    switchOff("questionOnDropOrder");
+    {
+        ModalAnswerer answerer(ModalAnswerer::PressYes);
+        EXPECT_EQ(fast()->dropOrders({order("orders", 1), order("orders", 3)}, RawAnswer()), 2);
+        EXPECT_TRUE(answerer.seen);
+        EXPECT_TRUE(restarted(0) && restarted(1));
+    }
+    switchOff("questionOnSingleClickTrade");
+    ModalAnswerer none(ModalAnswerer::PressNo);
+    EXPECT_EQ(fast()->dropOrders({order("orders", 1), order("orders", 3)}, RawAnswer()), 2);
+    EXPECT_FALSE(none.seen);
+    EXPECT_EQ(transport.taken().size(), 4);
+    EXPECT_FALSE(restarted(2) || restarted(3));
+    EXPECT_EQ(fast()->dropOrders({}, RawAnswer()), 0);
+}
+
+TEST_F(QueriesFastTest, FailuresShowNothing)
+{
+    ModalAnswerer none(ModalAnswerer::PressNo);
+    insertOrder("orders_wrong", R"("stock_id":4,"board_id":1,"order_id":7,"sec_id":100,"dkh_request":1.5)");
+    EXPECT_THROW(fast()->dropOrder(order("orders_wrong", 7), RawAnswer()), Exception);
+    transactions()->clearTemplates();
+    EXPECT_THROW(fast()->addOrder(4, 1, 100, "ACC1", decimal("1"), 'B', 1), QString);
+    EXPECT_THROW(fast()->dropOrders({order("orders", 1), order("orders", 2)}, RawAnswer()), QString);
+    QApplication::processEvents();
+    EXPECT_FALSE(none.seen);
+    EXPECT_TRUE(core.service.built.isEmpty());
+    EXPECT_TRUE(transport.taken().isEmpty());
+}
+
+} // namespace

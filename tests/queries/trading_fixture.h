@@ -1,0 +1,195 @@
+#pragma once
+// A small market with orders, free-form transaction templates, a recording
+// transport and settings in a temporary file; and a helper that answers the
+// next modal dialog like a user would.
+#include "core_fixture.h"
+
+#include "confirmationdialog.h"
+#include "enumerations.h"
+#include "markets.h"
+#include "securities.h"
+
+#include <core/defaultcore.h>
+#include <core/transactions.h>
+#include <database/exception.h>
+#include <database/settings.h>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QDialogButtonBox>
+#include <QElapsedTimer>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <functional>
+
+// Readable parameter maps in assertion messages.
+inline void PrintTo(QVariant const& v, std::ostream* os)
+{
+    *os << v.typeName() << '(' << v.toString().toStdString() << ')';
+}
+
+inline TransactionMeta freeFormTemplate(int code)
+{
+    TransactionMeta meta;
+    meta.messageCode = code;
+    meta.name = QStringLiteral("template %1").arg(code);
+    return meta;
+}
+
+// Order tables beside the real one: "signs" and "dkh_request" of other
+// widths, and one whose "dkh_request" no integer can be read from.
+inline QByteArray otherOrderTables()
+{
+    auto table = [](char const* name, int signsType, int dkhType) {
+        return QStringLiteral(R"({"name":"%1","key":["order_id"],"columns":[
+            {"name":"stock_id","type":1},{"name":"board_id","type":1},{"name":"order_id","type":2,"nullable":false},
+            {"name":"sec_id","type":2},{"name":"stream_id","type":2},{"name":"account","type":6,"length":14},
+            {"name":"price","type":4,"scale":5},{"name":"buysell","type":6,"length":2},
+            {"name":"balance","type":1},{"name":"signs","type":%2},{"name":"dkh_request","type":%3}]})")
+            .arg(name).arg(signsType).arg(dkhType);
+    };
+    return QStringLiteral(R"({"tables":[%1,%2]})")
+        .arg(table("orders_narrow", 1, 2), table("orders_wrong", 2, 3))
+        .toUtf8();
+}
+
+class TradingTest : public CoreTablesTest
+{
+protected:
+    void SetUp() override
+    {
+        try {
+            setUpMarket();
+        } catch (Exception const& e) {
+            FAIL() << "market set-up: " << e.message().toStdString();
+        } catch (QString const& message) {
+            FAIL() << "market set-up: " << message.toStdString();
+        }
+    }
+
+    void setUpMarket()
+    {
+        ASSERT_TRUE(m_settingsDir.isValid());
+        m_previousSettings = Settings::storageFile();
+        Settings::setStorageFile(m_settingsDir.filePath(QStringLiteral("settings.ini")));
+
+        createTables(realSchema({"securities", "boards", "stocks", "buysells", "orders"}));
+        createTables(otherOrderTables());
+        apply(R"({"table":"buysells","ops":[{"insert":{"buysell":"B","name":"Покупка"}},
+            {"insert":{"buysell":"S","name":"Продажа"}}]})");
+        apply(R"({"table":"boards","ops":[
+            {"insert":{"stock_id":4,"board_id":1,"board_code":"MAIN","flags":1,"anonym":"D"}},
+            {"insert":{"stock_id":4,"board_id":10,"board_code":"SWAP","flags":1,"anonym":"D"}},
+            {"insert":{"stock_id":4,"board_id":11,"board_code":"SWAP2","flags":1,"anonym":"D"}},
+            {"insert":{"stock_id":4,"board_id":12,"board_code":"OTHER","flags":1,"anonym":"D"}},
+            {"insert":{"stock_id":1,"board_id":2,"board_code":"RFS","flags":1,"anonym":"D"}}]})");
+        // The request-for-stream market 5 keeps its securities under market 1.
+        apply(R"({"table":"securities","ops":[
+            {"insert":{"stock_id":4,"board_id":1,"sec_id":100,"isin_id":501,"sec_code":"ALFA-12","sec_name":"Alfa fut","decimals":2}},
+            {"insert":{"stock_id":4,"board_id":10,"sec_id":110,"isin_id":502,"sec_code":"SW-A","sec_name":"Swap A","decimals":4}},
+            {"insert":{"stock_id":4,"board_id":11,"sec_id":111,"isin_id":503,"sec_code":"SW-B","sec_name":"Swap B","decimals":4}},
+            {"insert":{"stock_id":4,"board_id":12,"sec_id":112,"isin_id":504,"sec_code":"OT-C","sec_name":"Other C","decimals":1}},
+            {"insert":{"stock_id":1,"board_id":2,"sec_id":200,"isin_id":505,"sec_code":"RFS-X","sec_name":"Stream X","decimals":0}}]})");
+        resetAfter<SecurityDirectory>();
+        resetAfter<BoardDirectory>();
+        resetAfter<StockDirectory>();
+        resetAfter<BuySellDirectory>();
+
+        for (int code : {1025, 1028, 1280, 1032}) transactions()->registerTemplate(freeFormTemplate(code));
+        transactions()->addTransport(&transport);
+    }
+
+    void TearDown() override
+    {
+        transactions()->clearTemplates();
+        transactions()->clearTransports();
+        Settings::setStorageFile(m_previousSettings);
+        CoreTablesTest::TearDown();
+    }
+
+    static TransactionService* transactions() { return DefaultCore::global()->transactions(); }
+
+    // An order row as JSON fields, on stock 4 board 1 security 100 unless told.
+    void insertOrder(QString const& table, QString const& fields)
+    {
+        apply(QStringLiteral(R"({"table":"%1","ops":[{"insert":{%2}}]})").arg(table, fields).toUtf8());
+    }
+    Record order(QString const& table, long long orderId) const
+    {
+        QSharedPointer<Table> t = db()->table(table);
+        for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it)
+            if (it->data(QStringLiteral("order_id")).toInteger64() == orderId) return *it;
+        return Record();
+    }
+
+    RecordingTransport transport;
+
+private:
+    QTemporaryDir m_settingsDir;
+    QString m_previousSettings;
+};
+
+// Answers the next modal dialog: waits for it to show, lets the test look at
+// it, ticks the check box if asked, then presses Yes or No or closes it. It
+// never lets a test hang: a dialog not seen within the deadline is closed
+// and `timedOut` set; any further dialog is closed and counted in `extra`.
+class ModalAnswerer : public QObject
+{
+public:
+    enum Action { PressYes, PressNo, CloseWindow };
+
+    explicit ModalAnswerer(Action action, bool tickDontAsk = false, int deadlineMs = 10000)
+        : m_action(action), m_tick(tickDontAsk), m_deadlineMs(deadlineMs)
+    {
+        m_clock.start();
+        connect(&m_poll, &QTimer::timeout, this, [this] { poll(); });
+        m_poll.start(5);
+    }
+
+    std::function<void(ConfirmationDialog*)> inspect;   // runs once the dialog shows
+    bool seen = false;
+    bool timedOut = false;
+    int extra = 0;
+    QString title;
+    QString text;
+    bool checkBoxVisible = false;
+    QElapsedTimer answeredAt;   // started just before the button press
+
+private:
+    void poll()
+    {
+        QWidget* modal = QApplication::activeModalWidget();
+        if (!modal || !modal->isVisible()) {
+            if (!seen && m_clock.elapsed() > m_deadlineMs) timedOut = true;
+            return;
+        }
+        auto* dialog = qobject_cast<ConfirmationDialog*>(modal);
+        if (seen || timedOut || !dialog) {
+            ++extra;
+            modal->close();
+            return;
+        }
+        seen = true;
+        title = dialog->windowTitle();
+        text = dialog->text();
+        auto* checkBox = dialog->findChild<QCheckBox*>(QStringLiteral("checkBox"));
+        checkBoxVisible = checkBox->isVisible();
+        if (inspect) inspect(dialog);
+        if (m_tick) QTest::mouseClick(checkBox, Qt::LeftButton);
+        auto* box = dialog->findChild<QDialogButtonBox*>(QStringLiteral("buttonBox"));
+        answeredAt.start();
+        if (m_action == CloseWindow)
+            dialog->close();
+        else
+            QTest::mouseClick(box->button(m_action == PressYes ? QDialogButtonBox::Yes : QDialogButtonBox::No),
+                              Qt::LeftButton);
+    }
+
+    Action m_action;
+    bool m_tick;
+    int m_deadlineMs;
+    QElapsedTimer m_clock;
+    QTimer m_poll;
+};
