@@ -148,62 +148,62 @@ p, li { white-space: pre-wrap; }
     <context>
         <name>DealDetailsDialog</name>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="125" />
+            <location filename="../apps/terminal/notifications.cpp" line="132" />
             <source>Квазисделка %1</source>
             <translation>Quasi-deal %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="127" />
+            <location filename="../apps/terminal/notifications.cpp" line="134" />
             <source>Сделка: %1</source>
             <translation>Deal: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="127" />
+            <location filename="../apps/terminal/notifications.cpp" line="134" />
             <source>Инструмент: %1</source>
             <translation>Security: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="128" />
+            <location filename="../apps/terminal/notifications.cpp" line="135" />
             <source>Направление: %1</source>
             <translation>Side: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="128" />
+            <location filename="../apps/terminal/notifications.cpp" line="135" />
             <source>покупка</source>
             <translation>buy</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="128" />
+            <location filename="../apps/terminal/notifications.cpp" line="135" />
             <source>продажа</source>
             <translation>sell</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="129" />
+            <location filename="../apps/terminal/notifications.cpp" line="136" />
             <source>Количество: %1</source>
             <translation>Quantity: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="129" />
+            <location filename="../apps/terminal/notifications.cpp" line="136" />
             <source>Цена: %1</source>
             <translation>Price: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="129" />
+            <location filename="../apps/terminal/notifications.cpp" line="136" />
             <source>Счёт: %1</source>
             <translation>Account: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="130" />
+            <location filename="../apps/terminal/notifications.cpp" line="137" />
             <source>Рынок и режим: %1, %2</source>
             <translation>Market and board: %1, %2</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="135" />
+            <location filename="../apps/terminal/notifications.cpp" line="142" />
             <source>Этот терминал не подтверждает квазисделки: транзакции подтверждения в нём нет. Проверьте условия и подтвердите или отклоните сделку в системе внебиржевых сделок (ОТС), где она заключена.</source>
             <translation>This terminal does not confirm quasi-deals: it has no confirmation transaction. Check the terms, then confirm or reject the deal in the over-the-counter (OTC) system where it was made.</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="140" />
+            <location filename="../apps/terminal/notifications.cpp" line="147" />
             <source>Закрыть</source>
             <translation>Close</translation>
         </message>
@@ -640,12 +640,12 @@ p, li { white-space: pre-wrap; }
     <context>
         <name>NotificationsPanel</name>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="94" />
+            <location filename="../apps/terminal/notifications.cpp" line="101" />
             <source>Заявка на поток</source>
             <translation>Order on stream</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="94" />
+            <location filename="../apps/terminal/notifications.cpp" line="101" />
             <source>Проверить сделку</source>
             <translation>Check the deal</translation>
         </message>
@@ -1327,92 +1327,117 @@ p, li { white-space: pre-wrap; }
     <context>
         <name>TerminalWindow</name>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="28" />
+            <location filename="../apps/terminal/window.cpp" line="29" />
             <source>Терминал срочного рынка</source>
             <translation>Derivatives market terminal</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="48" />
+            <location filename="../apps/terminal/window.cpp" line="49" />
             <source>Рынок</source>
             <translation>Market</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="49" />
+            <location filename="../apps/terminal/window.cpp" line="50" />
             <source>Опционная доска</source>
             <translation>Option board</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="50" />
+            <location filename="../apps/terminal/window.cpp" line="51" />
             <source>Заявки</source>
             <translation>Orders</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="62" />
+            <location filename="../apps/terminal/window.cpp" line="63" />
             <source>Заявка</source>
             <translation>Order</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="63" />
+            <location filename="../apps/terminal/window.cpp" line="64" />
             <source>Счёт</source>
             <translation>Account</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="64" />
+            <location filename="../apps/terminal/window.cpp" line="65" />
             <source>Уведомления</source>
             <translation>Notifications</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="70" />
+            <location filename="../apps/terminal/window.cpp" line="71" />
             <source>Воспроизведение</source>
             <translation>Replay</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="74" />
-            <location filename="../apps/terminal/window.cpp" line="128" />
+            <location filename="../apps/terminal/window.cpp" line="75" />
+            <location filename="../apps/terminal/window.cpp" line="131" />
             <source>Загрузка рынка…</source>
             <translation>Loading the market…</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="82" />
+            <location filename="../apps/terminal/window.cpp" line="83" />
             <source>Ссылка не поддерживается: %1</source>
             <translation>Link not supported: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="92" />
-            <source>Отправка заявок в этой сборке недоступна</source>
-            <translation>Sending orders is not available in this build</translation>
-        </message>
-        <message>
-            <location filename="../apps/terminal/window.cpp" line="93" />
-            <source>Снятие заявок в этой сборке недоступно</source>
-            <translation>Cancelling orders is not available in this build</translation>
-        </message>
-        <message>
-            <location filename="../apps/terminal/window.cpp" line="96" />
-            <location filename="../apps/terminal/window.cpp" line="125" />
+            <location filename="../apps/terminal/window.cpp" line="99" />
+            <location filename="../apps/terminal/window.cpp" line="128" />
             <source>Ошибка загрузки рынка</source>
             <translation>Market loading error</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="97" />
+            <location filename="../apps/terminal/window.cpp" line="100" />
             <source>Рынок загружен не полностью</source>
             <translation>The market is loaded only in part</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="100" />
-            <location filename="../apps/terminal/window.cpp" line="102" />
+            <location filename="../apps/terminal/window.cpp" line="103" />
+            <location filename="../apps/terminal/window.cpp" line="105" />
             <source>Ошибка обработки пакета</source>
             <translation>Batch processing error</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="104" />
+            <location filename="../apps/terminal/window.cpp" line="107" />
             <source>Ошибка журнала репликации</source>
             <translation>Replication log error</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/window.cpp" line="107" />
+            <location filename="../apps/terminal/window.cpp" line="110" />
             <source>Рынок загружен: %1 пакетов из %2</source>
             <translation>Market loaded: %1 batches from %2</translation>
+        </message>
+    </context>
+    <context>
+        <name>TradingPath</name>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="43" />
+            <source>Заявка не отправлена</source>
+            <translation>The order was not sent</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="51" />
+            <source>Заявка отправлена, ждём ответа биржи</source>
+            <translation>Order sent; waiting for the exchange to answer</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="88" />
+            <source>Активных заявок по инструменту нет</source>
+            <translation>No active orders in this security</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="102" />
+            <source>Отмена заявок</source>
+            <translation>Cancelling orders</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="104" />
+            <source>Вы действительно хотите отменить все заявки по инструменту %1?
+%2</source>
+            <translation>Do you really want to cancel every order in %1?
+%2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="114" />
+            <source>Ошибка при отправке транзакции: нет соответствующего транспорта.</source>
+            <translation>Error sending the transaction: no suitable transport.</translation>
         </message>
     </context>
     <context>

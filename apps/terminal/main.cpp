@@ -8,8 +8,10 @@
 
 #include <core/clock.h>
 #include <core/defaultcore.h>
+#include <core/transactions.h>
 #include <database/database.h>
 #include <database/exception.h>
+#include <gateway/simulatedgateway.h>
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -106,6 +108,14 @@ int main(int argc, char** argv)
     } catch (QString const& e) {
         return refuse(e);
     }
+    // The simulated exchange stands where the connection to the exchange
+    // would: the transport of the core's transaction service, answering from
+    // the templates of the market folder.
+    QString const templates = data.filePath(QStringLiteral("templates.json"));
+    if (QFileInfo(templates).isFile() && !DefaultCore::global()->transactions()->loadTemplates(templates, error))
+        return refuse(error);
+    SimulatedGateway exchange(ICore::instance());
+    exchange.plugInto(DefaultCore::global()->transactions());
     TerminalWindow window(options);
     window.show();
     window.loadMarket();

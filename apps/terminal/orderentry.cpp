@@ -180,6 +180,8 @@ void OrderTicket::showOutcome(QString const& text, bool ok)
     m_outcome->setStyleSheet(ok ? QString() : QStringLiteral("color: #b00020"));
 }
 
+QString OrderTicket::outcome() const { return m_outcome->text(); }
+
 void OrderTicket::trySend()
 {
     if (!m_send->isEnabled()) return;

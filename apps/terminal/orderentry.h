@@ -58,6 +58,7 @@ public:
 
     // Shows the outcome of the last send (a gateway's reason, a refusal).
     void showOutcome(QString const& text, bool ok);
+    QString outcome() const;
 
 signals:
     void sendRequested(OrderRequest const& order);

@@ -7,6 +7,7 @@
 #include "orderentry.h"
 #include "orders.h"
 #include "replay.h"
+#include "trading.h"
 
 #include <core/defaultcore.h>
 #include <core/icore.h>
@@ -89,8 +90,10 @@ TerminalWindow::TerminalWindow(TerminalOptions const& options, QWidget* parent)
     connect(m_accounts, &AccountPanel::accountChosen, this, accountsChanged);
     accountsChanged();
 
-    m_ticket->setSendingAvailable(false, tr("Отправка заявок в этой сборке недоступна"));
-    m_orders->setCancellingAvailable(false, tr("Снятие заявок в этой сборке недоступно"));
+    // Orders leave through the library's fast path to whatever transport the
+    // core's transaction service has (the simulated exchange in the demo).
+    m_trading = new TradingPath(m_ticket, m_orders, this);
+    if (auto* core = dynamic_cast<DefaultCore*>(ICore::instance())) m_trading->listen(core->coreSignals());
 
     connect(m_snapshotPlayer, &FeedPlayer::failed, this, [this](QString const& message) {
         reportError(tr("Ошибка загрузки рынка"), message);

@@ -11,6 +11,7 @@ class OrderTicket;
 class OrdersView;
 class QTabWidget;
 class ReplayPanel;
+class TradingPath;
 struct NotificationLink;
 
 // Where the terminal's market comes from.
@@ -46,6 +47,7 @@ public:
     ReplayPanel* replay() const { return m_replay; }
     FeedPlayer* snapshotPlayer() const { return m_snapshotPlayer; }
     FeedPlayer* logPlayer() const { return m_logPlayer; }
+    TradingPath* trading() const { return m_trading; }
     QTabWidget* tabs() const { return m_tabs; }
     // Every error shown so far, oldest first.
     QStringList const& errors() const { return m_errors; }
@@ -72,6 +74,7 @@ private:
     AccountPanel* m_accounts;
     NotificationsPanel* m_notifications;
     ReplayPanel* m_replay;
+    TradingPath* m_trading;
     QTabWidget* m_tabs;
     QStringList m_errors;
     bool m_loaded = false;

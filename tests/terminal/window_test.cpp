@@ -9,14 +9,21 @@
 #include "orderentry.h"
 #include "orders.h"
 #include "replay.h"
+#include "trading.h"
 #include "window.h"
 
 #include <core/clock.h>
 #include <core/defaultcore.h>
+#include <core/transactions.h>
+#include <confirmationdialog.h>
+#include <database/settings.h>
+#include <gateway/simulatedgateway.h>
 #include <database/database.h>
 #include <directories>
 
+#include <QApplication>
 #include <QComboBox>
+#include <QDialogButtonBox>
 #include <QDir>
 #include <QFile>
 #include <QLabel>
@@ -26,6 +33,7 @@
 #include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <QTreeWidget>
 #include <QtCharts/QLineSeries>
 #include <gtest/gtest.h>
@@ -45,8 +53,12 @@ std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/re
     EXPECT_TRUE(apps::readTerminalContext(kMarket + "/terminal.json", context, error)) << error.toStdString();
     Clock::setFixed(context.now);
     DefaultCore::global()->setCurrentLogin(context.login);
+    // Confirmation answers stay in a file of this case's own.
+    static QTemporaryDir settings;
+    Settings::setStorageFile(settings.filePath("settings.ini"));
     Database* db = ICore::instance()->database();
     db->loadSchema(QStringLiteral(SCHEMA_FILE));
+    EXPECT_TRUE(DefaultCore::global()->transactions()->loadTemplates(kMarket + "/templates.json", error)) << error.toStdString();
     apps::bindAccountDirectories(db);
     apps::bindStreamDirectories(db);
     TerminalOptions options;
@@ -59,6 +71,31 @@ std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/re
     EXPECT_TRUE(loaded.wait(20000));
     return window;
 }
+
+// Answers the next confirmation dialog as a user would, from the event loop
+// that the dialog's exec() runs.
+class DialogAnswerer : public QObject
+{
+public:
+    explicit DialogAnswerer(bool yes) : m_yes(yes)
+    {
+        connect(&m_poll, &QTimer::timeout, this, [this] {
+            auto* dialog = qobject_cast<ConfirmationDialog*>(QApplication::activeModalWidget());
+            if (!dialog || !dialog->isVisible() || seen) return;
+            seen = true;
+            text = dialog->text();
+            auto* box = dialog->findChild<QDialogButtonBox*>(QStringLiteral("buttonBox"));
+            QTest::mouseClick(box->button(m_yes ? QDialogButtonBox::Yes : QDialogButtonBox::No), Qt::LeftButton);
+        });
+        m_poll.start(5);
+    }
+    bool seen = false;
+    QString text;
+
+private:
+    bool m_yes;
+    QTimer m_poll;
+};
 
 bool replay(TerminalWindow& window)
 {
@@ -345,4 +382,90 @@ TEST(TerminalThreads, ScreenshotShowsTheOptionBoardAndSmile)
     if (!out.isEmpty()) {
         EXPECT_TRUE(shot.save(out, "PNG")) << out.toStdString();
     }
+}
+
+TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSendsNothing)
+{
+    auto window = openTerminal();
+    SimulatedGateway exchange(ICore::instance());
+    exchange.plugInto(DefaultCore::global()->transactions());
+    OrderTicket* ticket = window->ticket();
+    OrdersModel* orders = window->orders()->model();
+    int const before = orders->rowCount();
+    ticket->setSecurity(1, 1, 100001);
+    ticket->setBuy(true);
+    ticket->setPrice("337.95");
+    ticket->setQuantity(2);
+
+    {   // declined: no transaction leaves, no row comes
+        DialogAnswerer no(false);
+        QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
+        ASSERT_TRUE(no.seen);
+        EXPECT_TRUE(no.text.contains("337.95")) << no.text.toStdString();
+        QTest::qWait(100);
+        EXPECT_EQ(exchange.lastOrderId(), 0);
+        EXPECT_EQ(orders->rowCount(), before);
+        EXPECT_EQ(window->trading()->awaitingAnswers(), 0);
+    }
+    {   // confirmed: the exchange's batch brings the row back, the ticket shows its answer
+        DialogAnswerer yes(true);
+        QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
+        ASSERT_TRUE(yes.seen);
+        QTRY_COMPARE_WITH_TIMEOUT(orders->rowCount(), before + 1, 5000);
+        long long const id = exchange.lastOrderId();
+        int const row = orders->rowOfOrder(id);
+        ASSERT_GE(row, 0);
+        Record r = orders->recordAt(row);
+        EXPECT_EQ(r.data("price").toDouble(), 337.95);
+        EXPECT_EQ(r.data("quantity").toInteger(), 2);
+        EXPECT_EQ(r.data("buysell").toString().trimmed(), "B");
+        EXPECT_EQ(r.data("status").toString().trimmed(), "A");
+        QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::number(id)), 5000);
+    }
+    {   // one cancel through the fast path: the row stays, withdrawn
+        long long const id = exchange.lastOrderId();
+        window->orders()->table()->setCurrentIndex(orders->index(orders->rowOfOrder(id), 0));
+        DialogAnswerer yes(true);
+        QList<Record> const chosen{window->orders()->currentOrder()};
+        EXPECT_TRUE(window->trading()->cancel(chosen));
+        ASSERT_TRUE(yes.seen);
+        QTRY_COMPARE_WITH_TIMEOUT(orders->recordAt(orders->rowOfOrder(id)).data("status").toString().trimmed(), QString("W"), 5000);
+    }
+}
+
+TEST(TerminalThreads, CancelAllInASecurityAsksOnceAndARejectedOrderShowsTheExchangesReason)
+{
+    auto window = openTerminal();
+    SimulatedGateway exchange(ICore::instance());
+    exchange.plugInto(DefaultCore::global()->transactions());
+    OrderTicket* ticket = window->ticket();
+    OrdersModel* orders = window->orders()->model();
+    ticket->setSecurity(1, 1, 100001);
+    ticket->setQuantity(1);
+    QList<long long> placed;
+    for (char const* price : {"337.90", "337.91"}) {
+        ticket->setPrice(QString::fromLatin1(price));
+        DialogAnswerer yes(true);
+        QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(orders->rowOfOrder(exchange.lastOrderId()) >= 0 && !placed.contains(exchange.lastOrderId()), 5000);
+        placed << exchange.lastOrderId();
+    }
+    {
+        DialogAnswerer yes(true);
+        EXPECT_TRUE(window->trading()->cancelAll(1, 1, 100001));
+        ASSERT_TRUE(yes.seen);
+        for (long long id : placed)
+            QTRY_COMPARE_WITH_TIMEOUT(orders->recordAt(orders->rowOfOrder(id)).data("status").toString().trimmed(), QString("W"), 5000);
+    }
+
+    // An account the exchange does not know: its reason reaches the ticket.
+    ticket->setAccounts({"ZZ99999"});
+    ticket->setPrice("337.95");
+    long long const last = exchange.lastOrderId();
+    DialogAnswerer yes(true);
+    QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
+    ASSERT_TRUE(yes.seen);
+    QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::fromUtf8("отвергнута")), 5000);
+    EXPECT_TRUE(ticket->outcome().contains("ZZ99999")) << ticket->outcome().toStdString();
+    EXPECT_EQ(exchange.lastOrderId(), last);
 }
