@@ -6,7 +6,7 @@
 #include "binding.h"
 #include "context.h"
 #include "feed.h"
-#include "market.h"
+#include "marketview.h"
 #include "replay.h"
 #include "window.h"
 

@@ -260,7 +260,9 @@ OptionBoardView::OptionBoardView(QWidget* parent)
     // The directories pace the board: the volatility timer refreshes it, a
     // change of the smiles reprices it at once, a change of the securities
     // or of the series lists reloads it (once per turn of the event loop).
-    auto* reloadSoon = new Coalesced(this, [this] { m_model->reload(); });
+    // Reading a base's options scans the securities: a hidden board waits
+    // until it is shown.
+    auto* reloadSoon = new Coalesced(this, [this] { reloadWhenShown(); });
     auto* listSoon = new Coalesced(this, [this] { reloadSeriesList(); });
     auto* repriceSoon = new Coalesced(this, [this] { m_model->refresh(true); });
     if (auto* securities = directoryOrNull<SecurityDirectory>()) {
@@ -287,6 +289,20 @@ bool OptionBoardView::choose(QString const& base, QDate const& expiry)
         m_expiry->setCurrentIndex(e);
     }
     return true;
+}
+
+void OptionBoardView::reloadWhenShown()
+{
+    if (isVisible()) m_model->reload();
+    else m_stale = true;
+}
+
+void OptionBoardView::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    if (!m_stale) return;
+    m_stale = false;
+    m_model->reload();
 }
 
 void OptionBoardView::reloadSeriesList()

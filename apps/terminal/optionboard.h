@@ -104,6 +104,13 @@ private:
     void reloadExpiries();
     void seriesChosen();
     void redrawSmile();
+    void reloadWhenShown();
+
+protected:
+    void showEvent(QShowEvent* event) override;
+
+private:
+    bool m_stale = false;   // the securities changed while the board was hidden
 
     OptionBoardModel* m_model;
     QComboBox* m_base;

@@ -1,7 +1,7 @@
 #include "window.h"
 #include "accounts.h"
 #include "feed.h"
-#include "market.h"
+#include "marketview.h"
 #include "notifications.h"
 #include "optionboard.h"
 #include "orderentry.h"

@@ -3,7 +3,7 @@
 #include "binding.h"
 #include "context.h"
 #include "feed.h"
-#include "market.h"
+#include "marketview.h"
 #include "notifications.h"
 #include "optionboard.h"
 #include "orderentry.h"

@@ -1,4 +1,4 @@
-#include "market.h"
+#include "marketview.h"
 
 #include <database/database.h>
 #include <directories>
