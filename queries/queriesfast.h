@@ -19,7 +19,8 @@
 // cancel that no transport takes is thrown as a QString after the user
 // confirmed it.
 //
-// GUI thread only: each call may run a modal dialog.
+// GUI thread of a QApplication only: each call makes a dialog and may run
+// its modal event loop.
 class DIRECTORY_EXPORT QueriesFast : public QObject
 {
     Q_OBJECT

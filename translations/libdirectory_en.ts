@@ -341,82 +341,82 @@ p, li { white-space: pre-wrap; }
             <translation>price &apos;%1&apos; is not a number</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="175" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="178" />
             <source>количество должно быть целым положительным числом, а не «%1»</source>
             <translation>the quantity must be a positive whole number, not &apos;%1&apos;</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="190" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="193" />
             <source>нет текущей сессии рынка %1</source>
             <translation>market %1 has no current session</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="275" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="278" />
             <source>в таблице «%1» нет столбца «%2»</source>
             <translation>table &apos;%1&apos; has no column &apos;%2&apos;</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="354" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="357" />
             <source>транзакция %1 не обслуживается</source>
             <translation>message code %1 is not served</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="363" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="366" />
             <source>изменения не приняты базой: %1</source>
             <translation>the database refused the change: %1</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="376" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="379" />
             <source>тип заявки «%1» не поддерживается</source>
             <translation>order type &apos;%1&apos; is not supported</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="386" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="389" />
             <source>цена %1 не кратна шагу цены %2</source>
             <translation>price %1 is not a multiple of the price step %2</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="407" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="410" />
             <source>нет потока по инструменту «%1»</source>
             <translation>no stream for security &apos;%1&apos;</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="444" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="447" />
             <source>Заявка %1 принята</source>
             <translation>Order %1 accepted</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="457" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="460" />
             <source>заявка %1 не найдена</source>
             <translation>order %1 not found</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="471" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="474" />
             <source>заявка %1 не совпадает с транзакцией по полю «%2»</source>
             <translation>order %1 does not match the transaction in &apos;%2&apos;</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="484" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="487" />
             <source>заявку %1 снимают транзакцией %2</source>
             <translation>order %1 is cancelled with message code %2</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="485" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="488" />
             <source>заявка %1 не активна</source>
             <translation>order %1 is not active</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="500" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="503" />
             <source>Заявка %1 снята</source>
             <translation>Order %1 cancelled</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="540" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="543" />
             <source>Снято заявок: %1</source>
             <translation>Orders cancelled: %1</translation>
         </message>
         <message>
-            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="560" />
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="563" />
             <source>Транзакция отвергнута: %1</source>
             <translation>Transaction rejected: %1</translation>
         </message>

@@ -9,6 +9,7 @@
 #include "binding.h"
 #include "lookups.h"
 #include "options.h"
+#include "orders.h"
 #include "notifications.h"
 #include "output.h"
 #include "signallog.h"
@@ -112,6 +113,7 @@ int main(int argc, char** argv)
     for (QCommandLineOption const& o : lookupOpts) parser.addOption(o);
     OptionViews optionViews(parser);   // --option-board, --time
     addAccountOptions(parser);         // --login, --account
+    OrderCommands orders(parser);      // --order, --cancel, --cancel-all, --send
     parser.process(app);
 
     if (!parser.positionalArguments().isEmpty())
@@ -130,6 +132,9 @@ int main(int argc, char** argv)
             QString why = lookups[int(k)].check(value);
             if (!why.isEmpty()) return fail(QStringLiteral("--%1 %2: %3").arg(QLatin1String(lookups[int(k)].name), value, why));
         }
+
+    QString const orderProblem = orders.check(parser);
+    if (!orderProblem.isEmpty()) return fail(orderProblem);
 
     QDir data(parser.value(dataOpt));
     QString snapshot = data.filePath(QStringLiteral("snapshot.jsonl"));
@@ -242,7 +247,10 @@ int main(int argc, char** argv)
         }
     QString optionError;
     if (!optionViews.answer(parser, out(), optionError)) return fail(optionError);
-    if (!answerAccountOptions(parser, out())) return BadInput;
+    if (!orders.requested(parser) && !answerAccountOptions(parser, out())) return BadInput;
+    int const ordered = orders.run(parser, data.filePath(QStringLiteral("templates.json")), signalLog, out(), optionError);
+    if (ordered == BadInput) return fail(optionError);
+    if (ordered != Done) status = ordered;
     deliverQueuedNotifications();
     return status;
 }

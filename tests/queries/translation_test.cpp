@@ -49,10 +49,6 @@ TEST_F(TradingTranslation, EnglishTextsReplaceTheSources)
     } catch (QString const& message) {
         EXPECT_EQ(message, "No suitable transaction found");
     }
-    EXPECT_EQ(QCoreApplication::translate("QueriesFast", "Ошибка при отправке транзакции: нет соответствующего транспорта."),
-              "Error sending the transaction: no suitable transport.");
-    EXPECT_EQ(QCoreApplication::translate("QueriesFast", "Вы действительно хотите отменить заявку?\n"),
-              "Do you really want to cancel the order?\n");
 }
 
 } // namespace

@@ -151,6 +151,9 @@ decimal parsePrice(QString const& text)
 bool onStep(decimal price, decimal step)
 {
     int const scale = std::max(price.scale(), step.scale());
+    // Prices come with at most ten places; beyond twenty the 128-bit
+    // mantissas below could overflow, and no real step is that fine.
+    if (scale > 20 || std::min(price.scale(), step.scale()) < -20) return false;
     auto at = [scale](decimal d) {
         __int128 m = d.mantissa();
         for (int s = d.scale(); s < scale; ++s) m *= 10;
