@@ -117,7 +117,7 @@ void DealsDirectory::notifyConfirmationNeeded(Record const& deal, long long deal
     // scale the price cannot take leaves the price as stored.
     decimal price = deal.data(m_price).toDecimal();
     int decimals = securities ? securities->decimalsById(stock, board, sec) : -1;
-    if (decimals >= 0) price.trySetScale(short(decimals));
+    if (decimals >= 0 && decimals <= decimal::maxScale) price.trySetScale(short(decimals));
     QString priceText = price.toSystemString();
 
     QUrl link = confirmationLink(stock, board, name, priceText, quantity, buysell, account, dealId);

@@ -57,6 +57,11 @@ TEST_F(Deals, RejectedAfterWaitingCarriesTheErrorText)
     update("deals", deal(17, 3, "FA01U01", "B", 5));
     ASSERT_EQ(notifications().size(), 2);
     EXPECT_EQ(notifications()[1], "Квазисделка 17 отклонена. Ошибка ОТС: Таймаут в системе TALMERA");
+
+    insert("deals", deal(23, 1));
+    update("deals", deal(23, 1));
+    update("deals", deal(23, 3, "FA01U01", "B", -1));
+    EXPECT_EQ(notifications().last(), "Квазисделка 23 отклонена. Ошибка ОТС: Системная ошибка");
 }
 
 TEST_F(Deals, OnlyADealSeenWaitingByAnUpdateReportsItsOutcome)
@@ -139,6 +144,12 @@ TEST_F(Deals, AnUnknownSecurityKeepsThePriceAsStored)
     EXPECT_EQ(itemOf(n.link, "price"), "101.50000");
     EXPECT_EQ(itemOf(n.link, "deal_id").toLongLong(), id);
     EXPECT_EQ(itemOf(n.link, "security"), "<инструмент не найден>");
+
+    // Decimals no price can take leave it as stored too.
+    security(1, 20, 79, "Дельта", 65538);   // 2 if cut to 16 bits
+    insert("deals", deal(30, 1, "FA01U01", "B", 0, 79));
+    update("deals", deal(30, 1, "FA01U01", "B", 0, 79));
+    EXPECT_EQ(itemOf(UserNotification::parse(notifications().last()).link, "price"), "101.50000");
 }
 
 TEST_F(Deals, RowsWithNullsRaiseNothingAndThrowNothing)
