@@ -148,62 +148,72 @@ p, li { white-space: pre-wrap; }
     <context>
         <name>DealDetailsDialog</name>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="132" />
+            <location filename="../apps/terminal/notifications.cpp" line="134" />
             <source>Квазисделка %1</source>
             <translation>Quasi-deal %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="134" />
+            <location filename="../apps/terminal/notifications.cpp" line="136" />
             <source>Сделка: %1</source>
             <translation>Deal: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="134" />
+            <location filename="../apps/terminal/notifications.cpp" line="136" />
             <source>Инструмент: %1</source>
             <translation>Security: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="135" />
+            <location filename="../apps/terminal/notifications.cpp" line="137" />
             <source>Направление: %1</source>
             <translation>Side: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="135" />
+            <location filename="../apps/terminal/notifications.cpp" line="137" />
             <source>покупка</source>
             <translation>buy</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="135" />
+            <location filename="../apps/terminal/notifications.cpp" line="137" />
             <source>продажа</source>
             <translation>sell</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="136" />
+            <location filename="../apps/terminal/notifications.cpp" line="138" />
             <source>Количество: %1</source>
             <translation>Quantity: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="136" />
+            <location filename="../apps/terminal/notifications.cpp" line="138" />
             <source>Цена: %1</source>
             <translation>Price: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="136" />
+            <location filename="../apps/terminal/notifications.cpp" line="138" />
             <source>Счёт: %1</source>
             <translation>Account: %1</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="137" />
+            <location filename="../apps/terminal/notifications.cpp" line="139" />
             <source>Рынок и режим: %1, %2</source>
             <translation>Market and board: %1, %2</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="142" />
+            <location filename="../apps/terminal/notifications.cpp" line="145" />
+            <source>В таблице сделок её нет</source>
+            <translation>Not in the deals table</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="147" />
+            <source>В таблице сделок: %1 %2 по цене %3, счёт %4, состояние %5</source>
+            <translation>In the deals table: %1 %2 at %3, account %4, state %5</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="155" />
             <source>Этот терминал не подтверждает квазисделки: транзакции подтверждения в нём нет. Проверьте условия и подтвердите или отклоните сделку в системе внебиржевых сделок (ОТС), где она заключена.</source>
             <translation>This terminal does not confirm quasi-deals: it has no confirmation transaction. Check the terms, then confirm or reject the deal in the over-the-counter (OTC) system where it was made.</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="147" />
+            <location filename="../apps/terminal/notifications.cpp" line="160" />
             <source>Закрыть</source>
             <translation>Close</translation>
         </message>
@@ -622,17 +632,17 @@ p, li { white-space: pre-wrap; }
     <context>
         <name>MarketView</name>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="104" />
+            <location filename="../apps/terminal/marketview.cpp" line="104" />
             <source>Рынки и режимы</source>
             <translation>Markets and boards</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="105" />
+            <location filename="../apps/terminal/marketview.cpp" line="105" />
             <source>Код или наименование</source>
             <translation>Code or name</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="151" />
+            <location filename="../apps/terminal/marketview.cpp" line="153" />
             <source>Все инструменты</source>
             <translation>All securities</translation>
         </message>
@@ -640,12 +650,12 @@ p, li { white-space: pre-wrap; }
     <context>
         <name>NotificationsPanel</name>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="101" />
+            <location filename="../apps/terminal/notifications.cpp" line="103" />
             <source>Заявка на поток</source>
             <translation>Order on stream</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/notifications.cpp" line="101" />
+            <location filename="../apps/terminal/notifications.cpp" line="103" />
             <source>Проверить сделку</source>
             <translation>Check the deal</translation>
         </message>
@@ -757,13 +767,13 @@ p, li { white-space: pre-wrap; }
         <name>OptionBoardView</name>
         <message>
             <location filename="../apps/terminal/optionboard.cpp" line="183" />
-            <location filename="../apps/terminal/optionboard.cpp" line="362" />
+            <location filename="../apps/terminal/optionboard.cpp" line="378" />
             <source>Блэк</source>
             <translation>Black</translation>
         </message>
         <message>
             <location filename="../apps/terminal/optionboard.cpp" line="184" />
-            <location filename="../apps/terminal/optionboard.cpp" line="362" />
+            <location filename="../apps/terminal/optionboard.cpp" line="378" />
             <source>Башелье</source>
             <translation>Bachelier</translation>
         </message>
@@ -813,17 +823,17 @@ p, li { white-space: pre-wrap; }
             <translation>Puts</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/optionboard.cpp" line="364" />
+            <location filename="../apps/terminal/optionboard.cpp" line="380" />
             <source>Улыбка %1 (%2)</source>
             <translation>Smile of %1 (%2)</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/optionboard.cpp" line="366" />
+            <location filename="../apps/terminal/optionboard.cpp" line="382" />
             <source>Нет опционов для выбранной серии</source>
             <translation>No options in the chosen series</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/optionboard.cpp" line="367" />
+            <location filename="../apps/terminal/optionboard.cpp" line="383" />
             <source>Серия %1, базовый актив по %2</source>
             <translation>Series %1, underlying at %2</translation>
         </message>
@@ -1199,47 +1209,47 @@ p, li { white-space: pre-wrap; }
     <context>
         <name>SecuritiesModel</name>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="28" />
+            <location filename="../apps/terminal/marketview.cpp" line="28" />
             <source>Код</source>
             <translation>Code</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="29" />
+            <location filename="../apps/terminal/marketview.cpp" line="29" />
             <source>Наименование</source>
             <translation>Name</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="30" />
+            <location filename="../apps/terminal/marketview.cpp" line="30" />
             <source>Режим</source>
             <translation>Board</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="31" />
+            <location filename="../apps/terminal/marketview.cpp" line="31" />
             <source>Тип</source>
             <translation>Type</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="32" />
+            <location filename="../apps/terminal/marketview.cpp" line="32" />
             <source>Спрос</source>
             <translation>Bid</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="33" />
+            <location filename="../apps/terminal/marketview.cpp" line="33" />
             <source>Предложение</source>
             <translation>Ask</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="34" />
+            <location filename="../apps/terminal/marketview.cpp" line="34" />
             <source>Рыночная цена</source>
             <translation>Market price</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="35" />
+            <location filename="../apps/terminal/marketview.cpp" line="35" />
             <source>Лот</source>
             <translation>Lot</translation>
         </message>
         <message>
-            <location filename="../apps/terminal/market.cpp" line="36" />
+            <location filename="../apps/terminal/marketview.cpp" line="36" />
             <source>Исполнение</source>
             <translation>Expiry</translation>
         </message>

@@ -86,8 +86,8 @@ bool SecuritiesFilter::filterAcceptsRow(int sourceRow, QModelIndex const&) const
     auto* model = static_cast<SecuritiesModel*>(sourceModel());
     Record r = model->recordAt(sourceRow);
     if (r.isEmpty()) return false;
-    if (m_stock && r.data(0).toInteger() != m_stock) return false;
-    if (m_board && r.data(1).toInteger() != m_board) return false;
+    if (m_stock && r.data(model->stockColumn()).toInteger() != m_stock) return false;
+    if (m_board && r.data(model->boardColumn()).toInteger() != m_board) return false;
     if (m_text.isEmpty()) return true;
     for (int c : {int(SecuritiesModel::Code), int(SecuritiesModel::Name)}) {
         int column = model->tableColumn(c);
@@ -131,7 +131,9 @@ MarketView::MarketView(QWidget* parent)
     connect(m_tree, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem* item) { treeChosen(item); });
     connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this, [this](QModelIndex const& current) {
         Record r = m_model->recordAt(m_filter->mapToSource(current).row());
-        if (!r.isEmpty()) emit securityChosen(r.data(0).toInteger(), r.data(1).toInteger(), r.data(2).toInteger64());
+        if (!r.isEmpty())
+            emit securityChosen(r.data(m_model->stockColumn()).toInteger(), r.data(m_model->boardColumn()).toInteger(),
+                                r.data("sec_id").toInteger64());
     });
     if (auto* stocks = directoryOrNull<StockDirectory>()) connect(stocks, &StockDirectory::dataChanged, this, &MarketView::rebuildTree);
     if (auto* boards = directoryOrNull<BoardDirectory>()) connect(boards, &BoardDirectory::dataChanged, this, &MarketView::rebuildTree);

@@ -18,6 +18,8 @@ public:
     static constexpr int SortRole = Qt::UserRole;
 
     explicit SecuritiesModel(QObject* parent = nullptr);
+    int stockColumn() const { return m_stock; }
+    int boardColumn() const { return m_board; }
 
 protected:
     QVariant cell(Record const& record, int column, int role) const override;

@@ -1,6 +1,8 @@
 #include "notifications.h"
 
 #include <core/defaultcore.h>
+#include <core/icore.h>
+#include <database/database.h>
 
 #include <QDateTime>
 #include <QHBoxLayout>
@@ -135,6 +137,17 @@ DealDetailsDialog::DealDetailsDialog(NotificationLink const& deal, QWidget* pare
           << tr("Направление: %1").arg(deal.dir == QLatin1String("B") ? tr("покупка") : tr("продажа"))
           << tr("Количество: %1").arg(deal.amount) << tr("Цена: %1").arg(deal.price) << tr("Счёт: %1").arg(deal.account)
           << tr("Рынок и режим: %1, %2").arg(deal.stock).arg(deal.board);
+    // The row the terminal holds, to check the link against.
+    Database* db = ICore::instance()->database();
+    QSharedPointer<Table> deals = db->hasTable(QStringLiteral("deals")) ? db->table(QStringLiteral("deals")) : QSharedPointer<Table>();
+    Record const row = deals ? Record(deals.data(), QString::number(deal.dealId)) : Record();
+    if (row.isEmpty())
+        lines << tr("В таблице сделок её нет");
+    else
+        lines << tr("В таблице сделок: %1 %2 по цене %3, счёт %4, состояние %5")
+                     .arg(row.data("buysell").toString().trimmed(), row.data("quantity").toString(), row.data("price").toString(),
+                          row.data("account").toString().trimmed())
+                     .arg(row.data("state").toInteger());
     m_details = lines.join(QLatin1Char('\n'));
     auto* details = new QLabel(m_details);
     details->setTextFormat(Qt::PlainText);   // every field comes from the link

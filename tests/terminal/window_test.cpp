@@ -289,6 +289,8 @@ TEST(TerminalThreads, StreamAndDealLinksOfTheDayOpenTheTicketAndTheDealDetails)
     EXPECT_TRUE(dialogs[0]->detailsText().contains("80000000001"));
     EXPECT_TRUE(dialogs[0]->detailsText().contains("Fut QTZ-06.27"));
     EXPECT_TRUE(dialogs[0]->detailsText().contains("FA01001"));
+    EXPECT_TRUE(dialogs[0]->detailsText().contains(QString::fromUtf8("В таблице сделок: B 99 по цене 7.64")))
+        << dialogs[0]->detailsText().toStdString();
 
     // Links of other shapes are nothing to follow.
     for (char const* bad : {"vtrm+stream://stream/addorder?stock_id=1&board_id=x&sec_id=1&stream_id=2",
