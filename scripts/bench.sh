@@ -124,3 +124,9 @@ widths = [max(len(str(r[i])) for r in rows + [head]) for i in range(len(head))]
 for r in [head] + rows:
     print("  ".join(str(c).ljust(w) for c, w in zip(r, widths)).rstrip())
 EOF
+
+# The terminal's event loop while the 100k market's log replays at full speed
+# (a program of its own; its snapshot load is not measured).
+echo
+echo "Terminal responsiveness (100k market, log replayed at full speed):"
+QT_QPA_PLATFORM=offscreen "$build/bench/terminal-stall-bench" --market "$markets/100k" | tee "$results/terminal-stall.txt"

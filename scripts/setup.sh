@@ -5,6 +5,8 @@
 set -euo pipefail
 packages=(build-essential cmake qtbase5-dev qttools5-dev qttools5-dev-tools libgtest-dev libgmock-dev
           libbenchmark-dev libsqlite3-dev clang libclang-rt-14-dev python3
+          libqt5charts5-dev # the demo terminal's smile chart
+          xvfb xauth        # an X server for the terminal's screenshot test
           libgmp-dev        # exact reference of the decimal differential test
           libquantlib0-dev) # independent option prices for the engine's tests and benchmark
 missing=()

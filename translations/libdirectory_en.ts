@@ -2,6 +2,79 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="en_US">
     <context>
+        <name>AccountPanel</name>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="35" />
+            <source>Счёт</source>
+            <translation>Account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="36" />
+            <source>Инвестор</source>
+            <translation>Investor</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="36" />
+            <source>Фирма</source>
+            <translation>Firm</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="36" />
+            <source>Статус фирмы</source>
+            <translation>Firm status</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="37" />
+            <source>Расчётный счёт</source>
+            <translation>Settlement account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="37" />
+            <source>Тип маржирования</source>
+            <translation>Margin type</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="38" />
+            <source>Вариационная маржа</source>
+            <translation>Variation margin</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="38" />
+            <source>Брокерская комиссия</source>
+            <translation>Broker fee</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="105" />
+            <source>%1, статус %2</source>
+            <translation>%1, status %2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="106" />
+            <source>&lt;не найден&gt;</source>
+            <translation>&lt;not found&gt;</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="120" />
+            <source>%1 (тип %2), РФ %3</source>
+            <translation>%1 (type %2), RF %3</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="130" />
+            <source>%1; ЕДП: %2; расчётный счёт: %3 (%4)</source>
+            <translation>%1; UCP: %2; settlement account: %3 (%4)</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="136" />
+            <source>фьючерсы %1, опционы %2</source>
+            <translation>futures %1, options %2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/accounts.cpp" line="142" />
+            <source>сессия %1: от %2 до %3, множитель %4, добавка %5</source>
+            <translation>session %1: from %2 to %3, multiplier %4, additive %5</translation>
+        </message>
+    </context>
+    <context>
         <name>BaseContractsParamsDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="16" />
@@ -73,6 +146,147 @@ p, li { white-space: pre-wrap; }
         </message>
     </context>
     <context>
+        <name>DealDetailsDialog</name>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="134" />
+            <source>Квазисделка %1</source>
+            <translation>Quasi-deal %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="136" />
+            <source>Сделка: %1</source>
+            <translation>Deal: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="136" />
+            <source>Инструмент: %1</source>
+            <translation>Security: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="137" />
+            <source>Направление: %1</source>
+            <translation>Side: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="137" />
+            <source>покупка</source>
+            <translation>buy</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="137" />
+            <source>продажа</source>
+            <translation>sell</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="138" />
+            <source>Количество: %1</source>
+            <translation>Quantity: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="138" />
+            <source>Цена: %1</source>
+            <translation>Price: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="138" />
+            <source>Счёт: %1</source>
+            <translation>Account: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="139" />
+            <source>Рынок и режим: %1, %2</source>
+            <translation>Market and board: %1, %2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="145" />
+            <source>В таблице сделок её нет</source>
+            <translation>Not in the deals table</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="147" />
+            <source>В таблице сделок: %1 %2 по цене %3, счёт %4, состояние %5</source>
+            <translation>In the deals table: %1 %2 at %3, account %4, state %5</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="155" />
+            <source>Этот терминал не подтверждает квазисделки: транзакции подтверждения в нём нет. Проверьте условия и подтвердите или отклоните сделку в системе внебиржевых сделок (ОТС), где она заключена.</source>
+            <translation>This terminal does not confirm quasi-deals: it has no confirmation transaction. Check the terms, then confirm or reject the deal in the over-the-counter (OTC) system where it was made.</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="160" />
+            <source>Закрыть</source>
+            <translation>Close</translation>
+        </message>
+    </context>
+    <context>
+        <name>DealsDirectory</name>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Не подтверждена</source>
+            <translation>Not confirmed</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Ошибка при добавлении заявки для активной стороны</source>
+            <translation>Error adding the order of the active side</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Ошибка при добавлении заявки для пассивной стороны</source>
+            <translation>Error adding the order of the passive side</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Заявка не найдена в системе TALMERA</source>
+            <translation>Order not found in the TALMERA system</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Таймаут в системе TALMERA</source>
+            <translation>Timeout in the TALMERA system</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Система TALMERA недоступна</source>
+            <translation>The TALMERA system is unavailable</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Системная ошибка</source>
+            <translation>System error</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Квазисделка %1 подтверждена</source>
+            <translation>Quasi-deal %1 confirmed</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Квазисделка %1 отклонена. Ошибка ОТС: %2</source>
+            <translation>Quasi-deal %1 rejected. OTC error: %2</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>покупку</source>
+            <translation>buy</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>продажу</source>
+            <translation>sell</translation>
+        </message>
+        <message>
+            <location filename="../directories/deals.cpp" />
+            <source>Квазисделка %1 на %2 %3 %4 по цене %5 требует подтверждения</source>
+            <translation>Quasi-deal %1 to %2 %3 %4 at %5 needs confirmation</translation>
+        </message>
+    </context>
+    <context>
         <name>FeeDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="13" />
@@ -109,37 +323,37 @@ p, li { white-space: pre-wrap; }
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="47" />
             <source>нет параметра «%1»</source>
-            <translation>parameter &apos;%1&apos; is missing</translation>
+            <translation>parameter '%1' is missing</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="54" />
             <source>направление должно быть B или S, а не «%1»</source>
-            <translation>the side must be B or S, not &apos;%1&apos;</translation>
+            <translation>the side must be B or S, not '%1'</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="61" />
             <source>нет таблицы «%1»</source>
-            <translation>table &apos;%1&apos; is missing</translation>
+            <translation>table '%1' is missing</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="119" />
             <source>инструмент «%1» не найден</source>
-            <translation>security &apos;%1&apos; not found</translation>
+            <translation>security '%1' not found</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="126" />
             <source>счёт «%1» не найден</source>
-            <translation>account &apos;%1&apos; not found</translation>
+            <translation>account '%1' not found</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="146" />
             <source>цена «%1» не является числом</source>
-            <translation>price &apos;%1&apos; is not a number</translation>
+            <translation>price '%1' is not a number</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="178" />
             <source>количество должно быть целым положительным числом, а не «%1»</source>
-            <translation>the quantity must be a positive whole number, not &apos;%1&apos;</translation>
+            <translation>the quantity must be a positive whole number, not '%1'</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="193" />
@@ -149,7 +363,7 @@ p, li { white-space: pre-wrap; }
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="278" />
             <source>в таблице «%1» нет столбца «%2»</source>
-            <translation>table &apos;%1&apos; has no column &apos;%2&apos;</translation>
+            <translation>table '%1' has no column '%2'</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="357" />
@@ -164,7 +378,7 @@ p, li { white-space: pre-wrap; }
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="379" />
             <source>тип заявки «%1» не поддерживается</source>
-            <translation>order type &apos;%1&apos; is not supported</translation>
+            <translation>order type '%1' is not supported</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="389" />
@@ -174,7 +388,7 @@ p, li { white-space: pre-wrap; }
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="410" />
             <source>нет потока по инструменту «%1»</source>
-            <translation>no stream for security &apos;%1&apos;</translation>
+            <translation>no stream for security '%1'</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="447" />
@@ -189,7 +403,7 @@ p, li { white-space: pre-wrap; }
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="474" />
             <source>заявка %1 не совпадает с транзакцией по полю «%2»</source>
-            <translation>order %1 does not match the transaction in &apos;%2&apos;</translation>
+            <translation>order %1 does not match the transaction in '%2'</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="487" />
@@ -408,6 +622,45 @@ p, li { white-space: pre-wrap; }
         </message>
     </context>
     <context>
+        <name>LPUsersDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>MarketView</name>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="104" />
+            <source>Рынки и режимы</source>
+            <translation>Markets and boards</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="105" />
+            <source>Код или наименование</source>
+            <translation>Code or name</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="153" />
+            <source>Все инструменты</source>
+            <translation>All securities</translation>
+        </message>
+    </context>
+    <context>
+        <name>NotificationsPanel</name>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="103" />
+            <source>Заявка на поток</source>
+            <translation>Order on stream</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/notifications.cpp" line="103" />
+            <source>Проверить сделку</source>
+            <translation>Check the deal</translation>
+        </message>
+    </context>
+    <context>
         <name>OptRateDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="12" />
@@ -458,11 +711,304 @@ p, li { white-space: pre-wrap; }
         </message>
     </context>
     <context>
+        <name>OptionBoardModel</name>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="159" />
+            <source>Центральный страйк</source>
+            <translation>At-the-money strike</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="160" />
+            <source>Колл</source>
+            <translation>Call</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="160" />
+            <source>Пут</source>
+            <translation>Put</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="169" />
+            <source>Страйк</source>
+            <translation>Strike</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Волат.</source>
+            <translation>Vol.</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Теор.</source>
+            <translation>Theor.</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Дельта</source>
+            <translation>Delta</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Гамма</source>
+            <translation>Gamma</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Вега</source>
+            <translation>Vega</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="171" />
+            <source>Тета</source>
+            <translation>Theta</translation>
+        </message>
+    </context>
+    <context>
+        <name>OptionBoardView</name>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="183" />
+            <location filename="../apps/terminal/optionboard.cpp" line="378" />
+            <source>Блэк</source>
+            <translation>Black</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="184" />
+            <location filename="../apps/terminal/optionboard.cpp" line="378" />
+            <source>Башелье</source>
+            <translation>Bachelier</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="194" />
+            <source>Волатильность</source>
+            <translation>Volatility</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="195" />
+            <source>Центральный страйк</source>
+            <translation>At-the-money strike</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="199" />
+            <source>Страйк</source>
+            <translation>Strike</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="200" />
+            <source>Волатильность, %</source>
+            <translation>Volatility, %</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="213" />
+            <source>Базовый актив</source>
+            <translation>Underlying</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="215" />
+            <source>Исполнение</source>
+            <translation>Expiry</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="217" />
+            <source>Модель</source>
+            <translation>Model</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="227" />
+            <source>Коллы</source>
+            <translation>Calls</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="228" />
+            <source>Путы</source>
+            <translation>Puts</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="380" />
+            <source>Улыбка %1 (%2)</source>
+            <translation>Smile of %1 (%2)</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="382" />
+            <source>Нет опционов для выбранной серии</source>
+            <translation>No options in the chosen series</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/optionboard.cpp" line="383" />
+            <source>Серия %1, базовый актив по %2</source>
+            <translation>Series %1, underlying at %2</translation>
+        </message>
+    </context>
+    <context>
         <name>OptionSeriesParamDirectory</name>
         <message>
             <location filename="../directories/volatility.cpp" line="10" />
             <source>Таблица '%1' отсутствует</source>
             <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>OrderTicket</name>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="29" />
+            <source>Покупка</source>
+            <translation>Buy</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="30" />
+            <source>Продажа</source>
+            <translation>Sell</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="31" />
+            <source>Отправить</source>
+            <translation>Send</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="40" />
+            <location filename="../apps/terminal/orderentry.cpp" line="49" />
+            <source>Цена</source>
+            <translation>Price</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="46" />
+            <source>Инструмент</source>
+            <translation>Security</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="47" />
+            <source>Поток</source>
+            <translation>Stream</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="48" />
+            <source>Направление</source>
+            <translation>Side</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="50" />
+            <source>Количество</source>
+            <translation>Quantity</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="51" />
+            <source>Счёт</source>
+            <translation>Account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="67" />
+            <source>нет</source>
+            <translation>none</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="70" />
+            <source>&lt;инструмент не выбран&gt;</source>
+            <translation>&lt;no security chosen&gt;</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="120" />
+            <source>Инструмент не выбран или не найден</source>
+            <translation>No security chosen, or it is not found</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="125" />
+            <source>Цена должна быть числом, например 101.25</source>
+            <translation>The price must be a number, such as 101.25</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="133" />
+            <source>У цены не больше %1 знаков после запятой</source>
+            <translation>The price has at most %1 decimal places</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="139" />
+            <source>Цена должна быть больше нуля</source>
+            <translation>The price must be above zero</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="146" />
+            <source>Цена не кратна шагу цены %1</source>
+            <translation>The price is not a multiple of the price step %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="153" />
+            <source>Цена вне лимитов %1 .. %2</source>
+            <translation>The price is outside the limits %1 .. %2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orderentry.cpp" line="157" />
+            <source>Счёт не выбран</source>
+            <translation>No account chosen</translation>
+        </message>
+    </context>
+    <context>
+        <name>OrdersModel</name>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="25" />
+            <source>Номер</source>
+            <translation>Number</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="26" />
+            <source>Инструмент</source>
+            <translation>Security</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="27" />
+            <source>Направление</source>
+            <translation>Side</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="28" />
+            <source>Цена</source>
+            <translation>Price</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="29" />
+            <source>Количество</source>
+            <translation>Quantity</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="30" />
+            <source>Остаток</source>
+            <translation>Balance</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="31" />
+            <source>Статус</source>
+            <translation>Status</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="32" />
+            <source>Счёт</source>
+            <translation>Account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="33" />
+            <source>Поток</source>
+            <translation>Stream</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="34" />
+            <source>Время</source>
+            <translation>Time</translation>
+        </message>
+    </context>
+    <context>
+        <name>OrdersView</name>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="68" />
+            <source>Снять заявку</source>
+            <translation>Cancel order</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="69" />
+            <source>Снять выбранные</source>
+            <translation>Cancel selected</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/orders.cpp" line="69" />
+            <source>Снять все по инструменту</source>
+            <translation>Cancel all in security</translation>
         </message>
     </context>
     <context>
@@ -549,6 +1095,97 @@ p, li { white-space: pre-wrap; }
         </message>
     </context>
     <context>
+        <name>RFSMinAmountDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSOrdersDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSQuoteDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>RFSStreamsDirectory</name>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Открыт поток ликвидности %1</source>
+            <translation>Liquidity stream %1 opened</translation>
+        </message>
+        <message>
+            <location filename="../directories/streams.cpp" />
+            <source>Закрыт поток ликвидности %1</source>
+            <translation>Liquidity stream %1 closed</translation>
+        </message>
+    </context>
+    <context>
+        <name>ReplayPanel</name>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="16" />
+            <source>Максимальная скорость</source>
+            <translation>Full speed</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="16" />
+            <location filename="../apps/terminal/replay.cpp" line="56" />
+            <source>%1 мс между пакетами</source>
+            <translation>%1 ms between batches</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="22" />
+            <source>Журнал репликации</source>
+            <translation>Replication log</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="32" />
+            <source>пакетов: %1</source>
+            <translation>batches: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="37" />
+            <source>воспроизведено пакетов: %1</source>
+            <translation>batches replayed: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="42" />
+            <source>остановлено: ошибка в журнале</source>
+            <translation>stopped: an error in the log</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="94" />
+            <source>Старт</source>
+            <translation>Start</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="94" />
+            <source>Продолжить</source>
+            <translation>Resume</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/replay.cpp" line="94" />
+            <source>Пауза</source>
+            <translation>Pause</translation>
+        </message>
+    </context>
+    <context>
         <name>SecStateDirectory</name>
         <message>
             <location filename="../directories/frame.cpp" line="13" />
@@ -567,6 +1204,54 @@ p, li { white-space: pre-wrap; }
             <location filename="../directories/frame.cpp" line="12" />
             <source>Таблица '%1' отсутствует</source>
             <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
+        <name>SecuritiesModel</name>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="28" />
+            <source>Код</source>
+            <translation>Code</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="29" />
+            <source>Наименование</source>
+            <translation>Name</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="30" />
+            <source>Режим</source>
+            <translation>Board</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="31" />
+            <source>Тип</source>
+            <translation>Type</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="32" />
+            <source>Спрос</source>
+            <translation>Bid</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="33" />
+            <source>Предложение</source>
+            <translation>Ask</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="34" />
+            <source>Рыночная цена</source>
+            <translation>Market price</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="35" />
+            <source>Лот</source>
+            <translation>Lot</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/marketview.cpp" line="36" />
+            <source>Исполнение</source>
+            <translation>Expiry</translation>
         </message>
     </context>
     <context>
@@ -650,6 +1335,122 @@ p, li { white-space: pre-wrap; }
         </message>
     </context>
     <context>
+        <name>TerminalWindow</name>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="29" />
+            <source>Терминал срочного рынка</source>
+            <translation>Derivatives market terminal</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="49" />
+            <source>Рынок</source>
+            <translation>Market</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="50" />
+            <source>Опционная доска</source>
+            <translation>Option board</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="51" />
+            <source>Заявки</source>
+            <translation>Orders</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="63" />
+            <source>Заявка</source>
+            <translation>Order</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="64" />
+            <source>Счёт</source>
+            <translation>Account</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="65" />
+            <source>Уведомления</source>
+            <translation>Notifications</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="71" />
+            <source>Воспроизведение</source>
+            <translation>Replay</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="75" />
+            <location filename="../apps/terminal/window.cpp" line="131" />
+            <source>Загрузка рынка…</source>
+            <translation>Loading the market…</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="83" />
+            <source>Ссылка не поддерживается: %1</source>
+            <translation>Link not supported: %1</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="99" />
+            <location filename="../apps/terminal/window.cpp" line="128" />
+            <source>Ошибка загрузки рынка</source>
+            <translation>Market loading error</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="100" />
+            <source>Рынок загружен не полностью</source>
+            <translation>The market is loaded only in part</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="103" />
+            <location filename="../apps/terminal/window.cpp" line="105" />
+            <source>Ошибка обработки пакета</source>
+            <translation>Batch processing error</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="107" />
+            <source>Ошибка журнала репликации</source>
+            <translation>Replication log error</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="110" />
+            <source>Рынок загружен: %1 пакетов из %2</source>
+            <translation>Market loaded: %1 batches from %2</translation>
+        </message>
+    </context>
+    <context>
+        <name>TradingPath</name>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="43" />
+            <source>Заявка не отправлена</source>
+            <translation>The order was not sent</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="51" />
+            <source>Заявка отправлена, ждём ответа биржи</source>
+            <translation>Order sent; waiting for the exchange to answer</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="88" />
+            <source>Активных заявок по инструменту нет</source>
+            <translation>No active orders in this security</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="102" />
+            <source>Отмена заявок</source>
+            <translation>Cancelling orders</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="104" />
+            <source>Вы действительно хотите отменить все заявки по инструменту %1?
+%2</source>
+            <translation>Do you really want to cancel every order in %1?
+%2</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/trading.cpp" line="114" />
+            <source>Ошибка при отправке транзакции: нет соответствующего транспорта.</source>
+            <translation>Error sending the transaction: no suitable transport.</translation>
+        </message>
+    </context>
+    <context>
         <name>VolatCoeffBachDirectory</name>
         <message>
             <location filename="../directories/volatility.cpp" line="9" />
@@ -671,124 +1472,6 @@ p, li { white-space: pre-wrap; }
             <location filename="../directories/volatility.cpp" line="7" />
             <source>Таблица '%1' отсутствует</source>
             <translation>Table '%1' is missing</translation>
-        </message>
-    </context>
-    <context>
-        <name>DealsDirectory</name>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Таблица '%1' отсутствует</source>
-            <translation>Table '%1' is missing</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Не подтверждена</source>
-            <translation>Not confirmed</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Ошибка при добавлении заявки для активной стороны</source>
-            <translation>Error adding the order of the active side</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Ошибка при добавлении заявки для пассивной стороны</source>
-            <translation>Error adding the order of the passive side</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Заявка не найдена в системе TALMERA</source>
-            <translation>Order not found in the TALMERA system</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Таймаут в системе TALMERA</source>
-            <translation>Timeout in the TALMERA system</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Система TALMERA недоступна</source>
-            <translation>The TALMERA system is unavailable</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Системная ошибка</source>
-            <translation>System error</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Квазисделка %1 подтверждена</source>
-            <translation>Quasi-deal %1 confirmed</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Квазисделка %1 отклонена. Ошибка ОТС: %2</source>
-            <translation>Quasi-deal %1 rejected. OTC error: %2</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>покупку</source>
-            <translation>buy</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>продажу</source>
-            <translation>sell</translation>
-        </message>
-        <message>
-            <location filename="../directories/deals.cpp" />
-            <source>Квазисделка %1 на %2 %3 %4 по цене %5 требует подтверждения</source>
-            <translation>Quasi-deal %1 to %2 %3 %4 at %5 needs confirmation</translation>
-        </message>
-    </context>
-    <context>
-        <name>LPUsersDirectory</name>
-        <message>
-            <location filename="../directories/streams.cpp" />
-            <source>Таблица '%1' отсутствует</source>
-            <translation>Table '%1' is missing</translation>
-        </message>
-    </context>
-    <context>
-        <name>RFSMinAmountDirectory</name>
-        <message>
-            <location filename="../directories/streams.cpp" />
-            <source>Таблица '%1' отсутствует</source>
-            <translation>Table '%1' is missing</translation>
-        </message>
-    </context>
-    <context>
-        <name>RFSOrdersDirectory</name>
-        <message>
-            <location filename="../directories/streams.cpp" />
-            <source>Таблица '%1' отсутствует</source>
-            <translation>Table '%1' is missing</translation>
-        </message>
-    </context>
-    <context>
-        <name>RFSQuoteDirectory</name>
-        <message>
-            <location filename="../directories/streams.cpp" />
-            <source>Таблица '%1' отсутствует</source>
-            <translation>Table '%1' is missing</translation>
-        </message>
-    </context>
-    <context>
-        <name>RFSStreamsDirectory</name>
-        <message>
-            <location filename="../directories/streams.cpp" />
-            <source>Таблица '%1' отсутствует</source>
-            <translation>Table '%1' is missing</translation>
-        </message>
-        <message>
-            <location filename="../directories/streams.cpp" />
-            <source>Открыт поток ликвидности %1</source>
-            <translation>Liquidity stream %1 opened</translation>
-        </message>
-        <message>
-            <location filename="../directories/streams.cpp" />
-            <source>Закрыт поток ликвидности %1</source>
-            <translation>Liquidity stream %1 closed</translation>
         </message>
     </context>
 </TS>

@@ -4,13 +4,14 @@
 // user notification the core raises, and answers lookups given on the
 // command line.
 #include "context.h"
+#include "startup.h"
 #include "accounts.h"
+#include "binding.h"
 #include "lookups.h"
 #include "options.h"
 #include "orders.h"
 #include "notifications.h"
 #include "output.h"
-#include "rfsmarket.h"
 #include "signallog.h"
 
 #include <core/clock.h>
@@ -31,6 +32,7 @@
 #include <vector>
 
 using namespace console;
+using namespace apps;
 
 namespace {
 
@@ -50,24 +52,14 @@ int fail(QString const& message)
     return BadInput;
 }
 
-// The installed layout (share/libdirectory beside bin/), mirrored in the
-// build tree, so that the console needs nothing outside its prefix.
-QString dataRoot()
-{
-    return QDir::cleanPath(QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral(DIRECTORY_DATA_FROM_BINARY)));
-}
+QString dataRoot() { return apps::dataRoot(DIRECTORY_DATA_FROM_BINARY); }
 
-// Russian texts are the sources; any other language reads English.
+// Russian texts are the sources; any other language reads English. A
+// language not asked for but missing leaves the texts Russian.
 QString loadTranslation(QTranslator& translator, QString const& lang, bool asked)
 {
-    if (lang == QLatin1String("ru")) return QString();
-    QString dir = dataRoot() + QStringLiteral("/translations");
-    if (translator.load(QStringLiteral("libdirectory_") + lang, dir)) {
-        QCoreApplication::installTranslator(&translator);
-        return QString();
-    }
-    QString message = QStringLiteral("no '%1' translation in %2").arg(lang, dir);
-    if (asked) return message;
+    QString message = apps::installTranslation(translator, lang, dataRoot());
+    if (message.isEmpty() || asked) return message;
     QTextStream(stderr) << "directory-console: " << message << "; texts stay Russian\n";
     return QString();
 }
@@ -129,8 +121,7 @@ int main(int argc, char** argv)
     bool paceOk = false;
     int pace = parser.value(paceOpt).toInt(&paceOk);
     if (!paceOk || pace < 0) return fail(QStringLiteral("--pace needs a number of milliseconds, not '%1'").arg(parser.value(paceOpt)));
-    QString lang = parser.isSet(langOpt) ? parser.value(langOpt)
-                 : QLocale::system().language() == QLocale::Russian ? QStringLiteral("ru") : QStringLiteral("en");
+    QString lang = chosenLanguage(parser.value(langOpt));
     if (lang != QLatin1String("ru") && lang != QLatin1String("en"))
         return fail(QStringLiteral("--lang needs ru or en, not '%1'").arg(lang));
     QTranslator translator;

@@ -14,6 +14,7 @@
 #include <thread>
 
 using namespace console;
+using namespace apps;
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <QString>
 #include <QtGlobal>
 
-namespace console {
+namespace apps {
 
 // The moment and the user a market was made for, read from its folder's
 // terminal.json, so that its expiries, sessions and password warnings look
@@ -27,4 +27,4 @@ QString formatMoment(qint64 msecs);
 // parts of a notification text). Gives why not, or an empty string.
 QString loginProblem(QString const& login);
 
-} // namespace console
+} // namespace apps

@@ -6,7 +6,7 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 
-namespace console {
+namespace apps {
 
 bool parseMoment(QString const& text, qint64& msecs)
 {
@@ -68,4 +68,4 @@ bool readTerminalContext(QString const& path, TerminalContext& context, QString&
     return true;
 }
 
-} // namespace console
+} // namespace apps

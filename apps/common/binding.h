@@ -2,10 +2,14 @@
 
 class Database;
 
-namespace console {
+namespace apps {
+// Binds the directories of logins, participants, accounts and money whose
+// tables exist, before the market is loaded, as a terminal binds them at
+// start: they then follow every batch (and warn of expiring passwords).
+void bindAccountDirectories(Database* db);
 // Binds the request-for-stream and deal directories whose tables exist,
 // before the market is loaded, as a terminal binds them at start: streams
 // opened or closed and quasi-deals of the current login are then notified
 // from the first batch on.
 void bindStreamDirectories(Database* db);
-}
+} // namespace apps

@@ -1,0 +1,101 @@
+#include "feed.h"
+
+#include <database/batchreader.h>
+#include <database/database.h>
+#include <database/exception.h>
+
+#include <QPointer>
+
+FeedPlayer::FeedPlayer(Database* database, QObject* parent) : QObject(parent), m_database(database)
+{
+    m_timer.setSingleShot(true);
+    connect(&m_timer, &QTimer::timeout, this, &FeedPlayer::step);
+}
+
+FeedPlayer::~FeedPlayer() { stop(); }
+
+bool FeedPlayer::start(QString const& path, QString& error)
+{
+    stop();
+    try {
+        // The reader's thread only posts a wake-up; the play itself stays here.
+        m_reader.reset(new BatchReader(*m_database, path, [this] {
+            QMetaObject::invokeMethod(this, &FeedPlayer::wake, Qt::QueuedConnection);
+        }));
+    } catch (Exception const& e) {
+        error = e.message();
+        return false;
+    }
+    m_path = path;
+    m_applied = 0;
+    m_waiting = false;
+    schedule();
+    return true;
+}
+
+void FeedPlayer::stop()
+{
+    m_timer.stop();
+    m_reader.reset();   // joins the reading thread; wake-ups already posted find no reader
+    m_waiting = false;
+}
+
+void FeedPlayer::setPaused(bool paused)
+{
+    m_paused = paused;
+    if (paused) m_timer.stop();
+    else schedule();
+}
+
+void FeedPlayer::setPace(int msecs)
+{
+    m_pace = qMax(0, msecs);
+    if (m_timer.isActive()) m_timer.start(m_pace);
+}
+
+void FeedPlayer::schedule()
+{
+    if (m_reader && !m_paused && !m_waiting && !m_timer.isActive()) m_timer.start(m_applied == 0 ? 0 : m_pace);
+}
+
+void FeedPlayer::wake()
+{
+    if (!m_waiting) return;
+    m_waiting = false;
+    schedule();
+}
+
+void FeedPlayer::step()
+{
+    if (!m_reader || m_paused) return;
+    BatchReader::Item item;
+    if (!m_reader->tryNext(item)) {
+        if (m_reader->atEnd()) {
+            stop();
+            emit finished(m_applied);
+        } else {
+            m_waiting = true;
+        }
+        return;
+    }
+    if (!item.error.isEmpty()) {
+        stop();
+        emit failed(item.error);
+        return;
+    }
+    QPointer<FeedPlayer> alive(this);
+    try {
+        m_database->apply(item.batch);
+    } catch (HookFailure const& failure) {
+        emit indexFailed(failure.message());
+    } catch (Exception const& e) {
+        stop();
+        emit failed(e.message());
+        return;
+    }
+    if (!alive) return;
+    ++m_applied;
+    emit progress(m_applied, item.bytesRead, m_reader ? m_reader->total() : item.bytesRead);
+    emit batchApplied(item.batch.table ? item.batch.table->name() : QString());
+    schedule();
+}

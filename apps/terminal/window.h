@@ -1,0 +1,81 @@
+#pragma once
+#include <QMainWindow>
+#include <QStringList>
+
+class AccountPanel;
+class FeedPlayer;
+class MarketView;
+class NotificationsPanel;
+class OptionBoardView;
+class OrderTicket;
+class OrdersView;
+class QTabWidget;
+class ReplayPanel;
+class TradingPath;
+struct NotificationLink;
+
+// Where the terminal's market comes from.
+struct TerminalOptions
+{
+    QString snapshot;      // loaded at start
+    QString log;           // replayed on demand; empty: none
+    bool replay = false;   // start replaying as soon as the snapshot is in
+    int pace = 0;          // milliseconds between replayed batches
+};
+
+// The demo terminal's main window over the library's directories. The
+// database must have its schema loaded before the window is built (the
+// views bind their directories then); the market itself comes in through
+// loadMarket(), batch by batch, on this thread between events.
+class TerminalWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    explicit TerminalWindow(TerminalOptions const& options, QWidget* parent = nullptr);
+    ~TerminalWindow() override;
+
+    // Starts loading the snapshot behind a progress dialog.
+    void loadMarket();
+    bool isMarketLoaded() const { return m_loaded; }
+
+    MarketView* market() const { return m_market; }
+    OptionBoardView* optionBoard() const { return m_optionBoard; }
+    OrderTicket* ticket() const { return m_ticket; }
+    OrdersView* orders() const { return m_orders; }
+    AccountPanel* accounts() const { return m_accounts; }
+    NotificationsPanel* notifications() const { return m_notifications; }
+    ReplayPanel* replay() const { return m_replay; }
+    FeedPlayer* snapshotPlayer() const { return m_snapshotPlayer; }
+    FeedPlayer* logPlayer() const { return m_logPlayer; }
+    TradingPath* trading() const { return m_trading; }
+    QTabWidget* tabs() const { return m_tabs; }
+    // Every error shown so far, oldest first.
+    QStringList const& errors() const { return m_errors; }
+
+    // Shows an error without blocking the window (a message box the user
+    // closes) and keeps it in errors().
+    void reportError(QString const& title, QString const& message);
+
+signals:
+    void marketLoaded();
+    void errorReported(QString const& message);
+
+private:
+    void openStreamTicket(int stock, int board, long long secId, long long streamId);
+    void showDeal(NotificationLink const& deal);
+
+    TerminalOptions m_options;
+    FeedPlayer* m_snapshotPlayer;
+    FeedPlayer* m_logPlayer;
+    MarketView* m_market;
+    OptionBoardView* m_optionBoard;
+    OrderTicket* m_ticket;
+    OrdersView* m_orders;
+    AccountPanel* m_accounts;
+    NotificationsPanel* m_notifications;
+    ReplayPanel* m_replay;
+    TradingPath* m_trading;
+    QTabWidget* m_tabs;
+    QStringList m_errors;
+    bool m_loaded = false;
+};

@@ -1,0 +1,64 @@
+#pragma once
+#include "batch.h"
+#include "database_export.h"
+#include <QString>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+class Database;
+
+// Reads and decodes a JSON Lines file of batches on a thread of its own,
+// a few batches ahead of the consumer, which applies them on the updating
+// thread. A bounded queue keeps memory flat however slow the consumer is.
+//
+// The consumer either waits (next) or, on a thread that must not block (a
+// GUI thread between events), asks without waiting (tryNext) and is told by
+// the ready callback, called on the reading thread, when to ask again.
+class DATABASE_EXPORT BatchReader
+{
+public:
+    struct Item {
+        Batch batch;
+        QString error;       // set on a decoding failure: the last item, "file:line: ..."
+        qint64 bytesRead = 0;
+    };
+
+    // Throws Exception when the file cannot be opened. The ready callback,
+    // when given, runs on the reading thread after each decoded batch and at
+    // the end of the file; it must not call back into the reader.
+    BatchReader(Database const& db, QString const& path, std::function<void()> ready = {});
+    ~BatchReader();
+    BatchReader(BatchReader const&) = delete;
+    BatchReader& operator=(BatchReader const&) = delete;
+
+    qint64 total() const { return m_total; }
+    QString const& path() const { return m_path; }
+
+    // Waits for the next item. False at the end of the file.
+    bool next(Item& item);
+    // Takes the next item if one is decoded. False when none is ready yet or
+    // the file is done: atEnd() tells which.
+    bool tryNext(Item& item);
+    bool atEnd() const;
+
+private:
+    static constexpr std::size_t kQueueDepth = 4;
+    void push(Item&& item);
+    void run();
+
+    BatchDecoder m_decoder;
+    QString m_path;
+    std::function<void()> m_ready;
+    std::FILE* m_file = nullptr;
+    qint64 m_total = 0;
+    std::thread m_thread;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_cv;
+    std::deque<Item> m_queue;
+    bool m_stop = false;
+    bool m_done = false;
+};

@@ -1,0 +1,106 @@
+#include <database/batchreader.h>
+#include <database/exception.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <cstdlib>
+
+BatchReader::BatchReader(Database const& db, QString const& path, std::function<void()> ready)
+    : m_decoder(db), m_path(path), m_ready(std::move(ready))
+{
+    m_file = std::fopen(QFile::encodeName(path).constData(), "rb");
+    if (!m_file) throw Exception(QStringLiteral("%1: cannot open").arg(path));
+    m_total = QFileInfo(path).size();
+    m_thread = std::thread([this] { run(); });
+}
+
+BatchReader::~BatchReader()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_cv.notify_all();
+    if (m_thread.joinable()) m_thread.join();
+    std::fclose(m_file);
+}
+
+bool BatchReader::next(Item& item)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_cv.wait(lock, [this] { return !m_queue.empty() || m_done; });
+    if (m_queue.empty()) return false;
+    item = std::move(m_queue.front());
+    m_queue.pop_front();
+    m_cv.notify_all();
+    return true;
+}
+
+bool BatchReader::tryNext(Item& item)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_queue.empty()) return false;
+    item = std::move(m_queue.front());
+    m_queue.pop_front();
+    m_cv.notify_all();
+    return true;
+}
+
+bool BatchReader::atEnd() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_done && m_queue.empty();
+}
+
+void BatchReader::push(Item&& item)
+{
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_cv.wait(lock, [this] { return m_queue.size() < kQueueDepth || m_stop; });
+        if (m_stop) return;
+        m_queue.push_back(std::move(item));
+        m_cv.notify_all();
+    }
+    if (m_ready) m_ready();
+}
+
+void BatchReader::run()
+{
+    char* buf = nullptr;
+    size_t cap = 0;
+    qint64 read = 0;
+    int lineNo = 0;
+    while (true) {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_stop) break;
+        }
+        ssize_t n = ::getline(&buf, &cap, m_file);
+        if (n < 0) break;
+        ++lineNo;
+        read += n;
+        QByteArray line = QByteArray::fromRawData(buf, int(n));
+        if (line.trimmed().isEmpty()) continue;
+        Item item;
+        item.bytesRead = read;
+        try {
+            item.batch = m_decoder.decode(line, QStringLiteral("%1:%2").arg(m_path).arg(lineNo));
+        } catch (Exception const& e) {
+            item.error = e.message();
+        } catch (std::bad_alloc const&) {
+            item.error = QStringLiteral("%1:%2: out of memory").arg(m_path).arg(lineNo);
+        }
+        bool failed = !item.error.isEmpty();
+        push(std::move(item));
+        if (failed) break;
+    }
+    std::free(buf);
+    bool stopped;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_done = true;
+        stopped = m_stop;
+        m_cv.notify_all();
+    }
+    if (m_ready && !stopped) m_ready();
+}

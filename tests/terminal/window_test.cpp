@@ -1,0 +1,473 @@
+// The terminal's window on the bundled market, under the offscreen platform.
+#include "accounts.h"
+#include "binding.h"
+#include "context.h"
+#include "feed.h"
+#include "marketview.h"
+#include "notifications.h"
+#include "optionboard.h"
+#include "orderentry.h"
+#include "orders.h"
+#include "replay.h"
+#include "trading.h"
+#include "window.h"
+
+#include <core/clock.h>
+#include <core/defaultcore.h>
+#include <core/transactions.h>
+#include <confirmationdialog.h>
+#include <database/settings.h>
+#include <gateway/simulatedgateway.h>
+#include <database/database.h>
+#include <directories>
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QDir>
+#include <QFile>
+#include <QLabel>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTabWidget>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <QTreeWidget>
+#include <QtCharts/QLineSeries>
+#include <gtest/gtest.h>
+#include <cmath>
+#include <memory>
+
+namespace {
+
+QString const kMarket = QStringLiteral(MARKET_DIR);
+
+// The terminal as main() sets it up: the market's moment and user, the
+// schema, the account directories, the window, then the snapshot.
+std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/replication.jsonl")
+{
+    apps::TerminalContext context;
+    QString error;
+    EXPECT_TRUE(apps::readTerminalContext(kMarket + "/terminal.json", context, error)) << error.toStdString();
+    Clock::setFixed(context.now);
+    DefaultCore::global()->setCurrentLogin(context.login);
+    // Confirmation answers stay in a file of this case's own.
+    static QTemporaryDir settings;
+    Settings::setStorageFile(settings.filePath("settings.ini"));
+    Database* db = ICore::instance()->database();
+    db->loadSchema(QStringLiteral(SCHEMA_FILE));
+    EXPECT_TRUE(DefaultCore::global()->transactions()->loadTemplates(kMarket + "/templates.json", error)) << error.toStdString();
+    apps::bindAccountDirectories(db);
+    apps::bindStreamDirectories(db);
+    TerminalOptions options;
+    options.snapshot = kMarket + "/snapshot.jsonl";
+    options.log = log;
+    auto window = std::make_unique<TerminalWindow>(options);
+    window->show();
+    QSignalSpy loaded(window.get(), &TerminalWindow::marketLoaded);
+    window->loadMarket();
+    EXPECT_TRUE(loaded.wait(20000));
+    return window;
+}
+
+// Answers the next confirmation dialog as a user would, from the event loop
+// that the dialog's exec() runs.
+class DialogAnswerer : public QObject
+{
+public:
+    explicit DialogAnswerer(bool yes) : m_yes(yes)
+    {
+        connect(&m_poll, &QTimer::timeout, this, [this] {
+            auto* dialog = qobject_cast<ConfirmationDialog*>(QApplication::activeModalWidget());
+            if (!dialog || !dialog->isVisible() || seen) return;
+            seen = true;
+            text = dialog->text();
+            auto* box = dialog->findChild<QDialogButtonBox*>(QStringLiteral("buttonBox"));
+            QTest::mouseClick(box->button(m_yes ? QDialogButtonBox::Yes : QDialogButtonBox::No), Qt::LeftButton);
+        });
+        m_poll.start(5);
+    }
+    bool seen = false;
+    QString text;
+
+private:
+    bool m_yes;
+    QTimer m_poll;
+};
+
+bool replay(TerminalWindow& window)
+{
+    QSignalSpy finished(window.logPlayer(), &FeedPlayer::finished);
+    window.replay()->start();
+    return finished.wait(30000);
+}
+
+// The texts of every table-bound cell, row by row, as the model shows them.
+QStringList rowTexts(TableRowsModel const& model, int row)
+{
+    QStringList cells;
+    for (int c = 0; c < model.columnCount(); ++c)
+        if (model.tableColumn(c) >= 0) cells << model.index(row, c).data().toString();
+    return cells;
+}
+
+} // namespace
+
+TEST(TerminalThreads, WindowOpensOnTheBundledMarket)
+{
+    auto window = openTerminal();
+    ASSERT_TRUE(window->isMarketLoaded());
+    EXPECT_TRUE(window->errors().isEmpty()) << window->errors().join("\n").toStdString();
+
+    // Markets and boards as a tree; every security in the table.
+    QTreeWidget* tree = window->market()->tree();
+    ASSERT_EQ(tree->topLevelItemCount(), 1);
+    EXPECT_EQ(tree->topLevelItem(0)->childCount(), StockDirectory::i()->ids().size());
+    QSharedPointer<Table> securities = ICore::instance()->database()->table("securities");
+    EXPECT_EQ(window->market()->model()->rowCount(), securities->rowCount());
+    EXPECT_GT(securities->rowCount(), 0);
+
+    // Choosing the options board narrows the table to it.
+    QTreeWidgetItem* options = nullptr;
+    for (int m = 0; m < tree->topLevelItem(0)->childCount(); ++m)
+        for (int b = 0; b < tree->topLevelItem(0)->child(m)->childCount(); ++b) {
+            QTreeWidgetItem* item = tree->topLevelItem(0)->child(m)->child(b);
+            if (item->data(0, Qt::UserRole).toInt() == 1 && item->data(0, Qt::UserRole + 1).toInt() == 14) options = item;
+        }
+    ASSERT_NE(options, nullptr);
+    tree->setCurrentItem(options);
+    SecuritiesFilter* filter = window->market()->filter();
+    ASSERT_GT(filter->rowCount(), 0);
+    for (int r = 0; r < filter->rowCount(); ++r) {
+        Record rec = window->market()->model()->recordAt(filter->mapToSource(filter->index(r, 0)).row());
+        EXPECT_EQ(rec.data("board_id").toInteger(), 14);
+    }
+
+    // Choosing a security fills the ticket.
+    window->market()->table()->setCurrentIndex(filter->index(0, 0));
+    EXPECT_EQ(window->ticket()->board(), 14);
+    EXPECT_NE(window->ticket()->secId(), 0);
+
+    // The account panel and the password warning of the bundled login.
+    EXPECT_FALSE(window->accounts()->account().isEmpty());
+    bool warned = false;
+    for (auto const& e : window->notifications()->entries())
+        warned |= e.kind == 2 && e.richText && e.message.contains("<b>FA01U02</b>");
+    EXPECT_TRUE(warned);
+}
+
+TEST(TerminalThreads, AfterTheReplayTheSecuritiesModelAgreesWithTheTableRowForRow)
+{
+    auto window = openTerminal();
+    SecuritiesModel* model = window->market()->model();
+    // A copy of what the model showed, kept up to date only by what the
+    // model announces: if it missed a row, the copy goes stale.
+    QVector<QStringList> copy;
+    for (int r = 0; r < model->rowCount(); ++r) copy << rowTexts(*model, r);
+    QVector<QStringList> const before = copy;
+    int resets = 0;
+    QObject::connect(model, &QAbstractItemModel::modelReset, [&] { ++resets; });
+    QObject::connect(model, &QAbstractItemModel::rowsInserted, [&](QModelIndex const&, int first, int last) {
+        for (int r = first; r <= last; ++r) copy.insert(r, rowTexts(*model, r));
+    });
+    QObject::connect(model, &QAbstractItemModel::rowsRemoved,
+                     [&](QModelIndex const&, int first, int last) { copy.remove(first, last - first + 1); });
+    QObject::connect(model, &QAbstractItemModel::dataChanged, [&](QModelIndex const& from, QModelIndex const& to) {
+        for (int r = from.row(); r <= to.row(); ++r) copy[r] = rowTexts(*model, r);
+    });
+
+    ASSERT_TRUE(replay(*window));
+    EXPECT_TRUE(window->errors().isEmpty()) << window->errors().join("\n").toStdString();
+    EXPECT_EQ(resets, 0);
+    EXPECT_GT(model->announcedRows(), 0);
+
+    // Row for row: the same rows as the table, each shown as it now stands.
+    QSharedPointer<Table> table = ICore::instance()->database()->table("securities");
+    ASSERT_EQ(model->rowCount(), table->rowCount());
+    QSet<unsigned char*> inTable;
+    for (auto it = table->masterIndex()->begin(); it != table->masterIndex()->end(); ++it) inTable.insert(it->row());
+    int changed = 0;
+    for (int r = 0; r < model->rowCount(); ++r) {
+        EXPECT_TRUE(inTable.contains(model->recordAt(r).row())) << r;
+        ASSERT_EQ(copy[r], rowTexts(*model, r)) << "row " << r << " changed unannounced";
+        if (r < before.size() && before[r] != copy[r]) ++changed;
+    }
+    EXPECT_GT(changed, 0);   // the day moved prices, so the check above bit
+}
+
+TEST(TerminalThreads, OptionBoardShowsFiniteValuesForEveryStrikeOfASeries)
+{
+    auto window = openTerminal();
+    OptionBoardView* board = window->optionBoard();
+    ASSERT_TRUE(board->choose("VLT", QDate(2026, 12, 17)));
+    OptionBoardModel* model = board->model();
+    for (int type : {int(OptionBoardModel::Bachelier), int(OptionBoardModel::Black)}) {
+        board->modelBox()->setCurrentIndex(board->modelBox()->findData(type));
+        ASSERT_EQ(model->model(), type);
+        ASSERT_EQ(model->rows().size(), 11u);
+        for (auto const& row : model->rows())
+            for (auto const* side : {&row.call, &row.put}) {
+                ASSERT_NE(side->secId, 0) << row.strike;
+                ASSERT_TRUE(side->priced) << row.strike;
+                for (double v : side->values) EXPECT_TRUE(std::isfinite(v)) << row.strike;
+                EXPECT_GT(side->values[OptionBoardModel::Volat], 0.0);
+            }
+        EXPECT_EQ(board->smile()->count(), 11);
+    }
+    // At the money: the strike nearest the underlying, marked; in the money
+    // shaded on the call side below it and the put side above it.
+    int const atm = model->atTheMoneyRow();
+    ASSERT_GE(atm, 0);
+    double const F = model->underlyingPrice();
+    for (auto const& row : model->rows()) EXPECT_LE(std::fabs(model->rows()[std::size_t(atm)].strike - F), std::fabs(row.strike - F));
+    EXPECT_TRUE(model->index(atm, OptionBoardModel::StrikeColumn).data(Qt::FontRole).value<QFont>().bold());
+    EXPECT_TRUE(model->index(0, 0).data(Qt::BackgroundRole).isValid());                  // deep call in the money
+    EXPECT_FALSE(model->index(0, OptionBoardModel::StrikeColumn + 1).data(Qt::BackgroundRole).isValid());
+    // The figures the console prints for this series (Black, strike 337.60).
+    EXPECT_EQ(model->index(5, OptionBoardModel::StrikeColumn).data().toString(), "337.60");
+    EXPECT_EQ(model->index(5, OptionBoardModel::Volat).data().toString(), "32.20");
+}
+
+TEST(TerminalThreads, NotificationTextsAreShownAsPlainTextExceptThePasswordWarning)
+{
+    auto window = openTerminal();
+    NotificationsPanel* panel = window->notifications();
+    int const first = panel->entries().size();
+    // A name as the library escapes it, and markup from elsewhere.
+    ICore::instance()->notify(QStringLiteral("1|Открыт поток ликвидности 9 (A&amp;B &lt;i&gt;x&lt;/i&gt; * 10)|"), 0, nullptr, nullptr);
+    ICore::instance()->notify(QStringLiteral("1|Поток <img src=x> от <b>LP</b>|"), 0, nullptr, nullptr);
+    ASSERT_EQ(panel->entries().size(), first + 2);
+    EXPECT_EQ(panel->entries()[first].message, QStringLiteral("Открыт поток ликвидности 9 (A&B <i>x</i> * 10)"));
+    EXPECT_EQ(panel->entries()[first + 1].message, QStringLiteral("Поток  от LP"));
+    EXPECT_FALSE(panel->entries()[first].richText);
+    int named = 0, rich = 0;
+    for (QLabel* label : panel->findChildren<QLabel*>()) {
+        EXPECT_FALSE(label->text().contains("<img")) << label->text().toStdString();
+        if (label->text().contains("<i>x</i>")) {
+            EXPECT_EQ(label->textFormat(), Qt::PlainText);
+            ++named;
+        }
+        if (label->text().contains("<b>FA01U02</b>")) {
+            EXPECT_EQ(label->textFormat(), Qt::RichText);
+            ++rich;
+        }
+    }
+    EXPECT_EQ(named, 1);
+    EXPECT_EQ(rich, 1);
+}
+
+TEST(TerminalThreads, StreamAndDealLinksOfTheDayOpenTheTicketAndTheDealDetails)
+{
+    auto window = openTerminal();
+    ASSERT_TRUE(replay(*window));
+    NotificationsPanel* panel = window->notifications();
+    int stream = -1, deal = -1;
+    for (int k = 0; k < panel->entries().size(); ++k) {
+        NotificationLink link = NotificationLink::parse(panel->entries()[k].link);
+        if (link.kind == NotificationLink::Stream && stream < 0) stream = k;
+        if (link.kind == NotificationLink::Deal && deal < 0) deal = k;
+    }
+    ASSERT_GE(stream, 0);
+    ASSERT_GE(deal, 0);
+    EXPECT_FALSE(panel->entries()[stream].richText);
+
+    // The stream's link opens the ticket on that stream and its security.
+    panel->follow(stream);
+    EXPECT_EQ(window->ticket()->stock(), 5);
+    EXPECT_EQ(window->ticket()->board(), 20);
+    EXPECT_EQ(window->ticket()->secId(), 100059);
+    EXPECT_EQ(window->ticket()->streamId(), 9000000009LL);
+    EXPECT_TRUE(window->ticket()->securityText().contains("5,20,100059") || window->ticket()->securityText().contains("1,20,100059"));
+
+    // The deal's link opens its details, saying where it is confirmed.
+    panel->follow(deal);
+    QList<DealDetailsDialog*> dialogs = window->findChildren<DealDetailsDialog*>();
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs[0]->isVisible());
+    EXPECT_TRUE(dialogs[0]->detailsText().contains("80000000001"));
+    EXPECT_TRUE(dialogs[0]->detailsText().contains("Fut QTZ-06.27"));
+    EXPECT_TRUE(dialogs[0]->detailsText().contains("FA01001"));
+    EXPECT_TRUE(dialogs[0]->detailsText().contains(QString::fromUtf8("В таблице сделок: B 99 по цене 7.64")))
+        << dialogs[0]->detailsText().toStdString();
+
+    // Links of other shapes are nothing to follow.
+    for (char const* bad : {"vtrm+stream://stream/addorder?stock_id=1&board_id=x&sec_id=1&stream_id=2",
+                            "http://stream/addorder?stock_id=1&board_id=1&sec_id=1&stream_id=2", "vtrm+stream://deal/other"})
+        EXPECT_EQ(NotificationLink::parse(QString::fromLatin1(bad)).kind, NotificationLink::Unknown) << bad;
+}
+
+TEST(TerminalThreads, TicketRefusesWhatItCannotSendAsShown)
+{
+    auto window = openTerminal();
+    OrderTicket* ticket = window->ticket();
+    ticket->setSecurity(1, 1, 100001);   // VLT-1226: two decimals, step 0.01 in the snapshot
+    ticket->setQuantity(3);
+    OrderRequest order;
+    QString why;
+    for (char const* bad : {"", "abc", "1e3", "337.955", "-5", "0", "337,95.1", "99999999999999999999999"}) {
+        ticket->setPrice(QString::fromLatin1(bad));
+        EXPECT_FALSE(ticket->request(order, why)) << bad;
+        EXPECT_FALSE(why.isEmpty()) << bad;
+    }
+    ticket->setPrice(" 337.950 ");   // a trailing zero changes nothing
+    ASSERT_TRUE(ticket->request(order, why)) << why.toStdString();
+    EXPECT_EQ(order.price.toString(), "337.95");
+    EXPECT_EQ(order.quantity, 3);
+    EXPECT_EQ(order.secId, 100001);
+    EXPECT_FALSE(order.account.isEmpty());
+
+    QSignalSpy sent(ticket, &OrderTicket::sendRequested);
+    ticket->setSendingAvailable(true);
+    ticket->setPrice("abc");
+    QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
+    EXPECT_EQ(sent.size(), 0);
+}
+
+TEST(TerminalThreads, BadLogNamesFileAndLineAndLeavesTheWindowUsable)
+{
+    QTemporaryDir dir;
+    QString const log = dir.filePath("bad.jsonl");
+    QFile f(log);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(R"({"table":"securities","ops":[{"update":{"stock_id":1,"board_id":1,"sec_id":100001,"bid":"300.00"}}]})" "\n");
+    f.write(R"({"table":"boards","ops":[{"insert":{"stock_id":1}}]})" "\n");
+    f.close();
+    auto window = openTerminal(log);
+    QSignalSpy failed(window.get(), &TerminalWindow::errorReported);
+    window->replay()->start();
+    ASSERT_TRUE(failed.wait(10000));
+    EXPECT_TRUE(window->errors().last().contains("bad.jsonl:2")) << window->errors().last().toStdString();
+    // The first batch stays applied and shown; the window goes on.
+    EXPECT_EQ(SecurityDirectory::i()->bidByTextId("1,1,100001").toDouble(), 300.0);
+    EXPECT_FALSE(window->logPlayer()->isPlaying());
+    EXPECT_TRUE(window->market()->isEnabled());
+    window->market()->filter()->setText("VLT");
+    EXPECT_GT(window->market()->filter()->rowCount(), 0);
+}
+
+TEST(TerminalThreads, AccountPanelShowsTheChosenAccount)
+{
+    auto window = openTerminal();
+    AccountPanel* panel = window->accounts();
+    panel->chooseAccount("FB02001");
+    ASSERT_EQ(panel->account(), "FB02001");
+    EXPECT_TRUE(panel->lineText(AccountPanel::Investor).contains(QString::fromUtf8("Орешкин")));
+    EXPECT_TRUE(panel->lineText(AccountPanel::Firm).startsWith("FB02 "));
+    EXPECT_TRUE(panel->lineText(AccountPanel::Settlement).contains("FB02-RK02"));
+    EXPECT_TRUE(panel->lineText(AccountPanel::VariationMargin).contains("46585.58"));
+    EXPECT_TRUE(panel->lineText(AccountPanel::FeeParams).contains("7302"));
+    // The ticket takes the chosen account.
+    OrderRequest order;
+    QString why;
+    window->ticket()->setSecurity(1, 1, 100001);
+    window->ticket()->setPrice("337.95");
+    ASSERT_TRUE(window->ticket()->request(order, why)) << why.toStdString();
+    EXPECT_EQ(order.account, "FB02001");
+}
+
+TEST(TerminalThreads, ScreenshotShowsTheOptionBoardAndSmile)
+{
+    auto window = openTerminal();
+    ASSERT_TRUE(window->optionBoard()->choose("VLT", QDate(2026, 12, 17)));
+    window->tabs()->setCurrentWidget(window->optionBoard());
+    window->accounts()->chooseAccount("FB02001");
+    auto const& atm = window->optionBoard()->model()->rows()[std::size_t(window->optionBoard()->model()->atTheMoneyRow())];
+    window->ticket()->setSecurity(1, 14, atm.call.secId);
+    ASSERT_TRUE(replay(*window));
+    QTest::qWait(200);   // let the chart lay out and paint
+    QPixmap shot = window->grab();
+    ASSERT_FALSE(shot.isNull());
+    EXPECT_GE(shot.width(), 1000);
+    QString const out = qEnvironmentVariable("TERMINAL_SCREENSHOT");
+    if (!out.isEmpty()) {
+        EXPECT_TRUE(shot.save(out, "PNG")) << out.toStdString();
+    }
+}
+
+TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSendsNothing)
+{
+    auto window = openTerminal();
+    SimulatedGateway exchange(ICore::instance());
+    exchange.plugInto(DefaultCore::global()->transactions());
+    OrderTicket* ticket = window->ticket();
+    OrdersModel* orders = window->orders()->model();
+    int const before = orders->rowCount();
+    ticket->setSecurity(1, 1, 100001);
+    ticket->setBuy(true);
+    ticket->setPrice("337.95");
+    ticket->setQuantity(2);
+
+    {   // declined: no transaction leaves, no row comes
+        DialogAnswerer no(false);
+        QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
+        ASSERT_TRUE(no.seen);
+        EXPECT_TRUE(no.text.contains("337.95")) << no.text.toStdString();
+        QTest::qWait(100);
+        EXPECT_EQ(exchange.lastOrderId(), 0);
+        EXPECT_EQ(orders->rowCount(), before);
+        EXPECT_EQ(window->trading()->awaitingAnswers(), 0);
+    }
+    {   // confirmed: the exchange's batch brings the row back, the ticket shows its answer
+        DialogAnswerer yes(true);
+        QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
+        ASSERT_TRUE(yes.seen);
+        QTRY_COMPARE_WITH_TIMEOUT(orders->rowCount(), before + 1, 5000);
+        long long const id = exchange.lastOrderId();
+        int const row = orders->rowOfOrder(id);
+        ASSERT_GE(row, 0);
+        Record r = orders->recordAt(row);
+        EXPECT_EQ(r.data("price").toDouble(), 337.95);
+        EXPECT_EQ(r.data("quantity").toInteger(), 2);
+        EXPECT_EQ(r.data("buysell").toString().trimmed(), "B");
+        EXPECT_EQ(r.data("status").toString().trimmed(), "A");
+        QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::number(id)), 5000);
+    }
+    {   // one cancel through the fast path: the row stays, withdrawn
+        long long const id = exchange.lastOrderId();
+        window->orders()->table()->setCurrentIndex(orders->index(orders->rowOfOrder(id), 0));
+        DialogAnswerer yes(true);
+        QList<Record> const chosen{window->orders()->currentOrder()};
+        EXPECT_TRUE(window->trading()->cancel(chosen));
+        ASSERT_TRUE(yes.seen);
+        QTRY_COMPARE_WITH_TIMEOUT(orders->recordAt(orders->rowOfOrder(id)).data("status").toString().trimmed(), QString("W"), 5000);
+    }
+}
+
+TEST(TerminalThreads, CancelAllInASecurityAsksOnceAndARejectedOrderShowsTheExchangesReason)
+{
+    auto window = openTerminal();
+    SimulatedGateway exchange(ICore::instance());
+    exchange.plugInto(DefaultCore::global()->transactions());
+    OrderTicket* ticket = window->ticket();
+    OrdersModel* orders = window->orders()->model();
+    ticket->setSecurity(1, 1, 100001);
+    ticket->setQuantity(1);
+    QList<long long> placed;
+    for (char const* price : {"337.90", "337.91"}) {
+        ticket->setPrice(QString::fromLatin1(price));
+        DialogAnswerer yes(true);
+        QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(orders->rowOfOrder(exchange.lastOrderId()) >= 0 && !placed.contains(exchange.lastOrderId()), 5000);
+        placed << exchange.lastOrderId();
+    }
+    {
+        DialogAnswerer yes(true);
+        EXPECT_TRUE(window->trading()->cancelAll(1, 1, 100001));
+        ASSERT_TRUE(yes.seen);
+        for (long long id : placed)
+            QTRY_COMPARE_WITH_TIMEOUT(orders->recordAt(orders->rowOfOrder(id)).data("status").toString().trimmed(), QString("W"), 5000);
+    }
+
+    // An account the exchange does not know: its reason reaches the ticket.
+    ticket->setAccounts({"ZZ99999"});
+    ticket->setPrice("337.95");
+    long long const last = exchange.lastOrderId();
+    DialogAnswerer yes(true);
+    QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
+    ASSERT_TRUE(yes.seen);
+    QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::fromUtf8("отвергнута")), 5000);
+    EXPECT_TRUE(ticket->outcome().contains("ZZ99999")) << ticket->outcome().toStdString();
+    EXPECT_EQ(exchange.lastOrderId(), last);
+}
