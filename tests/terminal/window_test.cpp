@@ -1,4 +1,5 @@
 // The terminal's window on the bundled market, under the offscreen platform.
+#include "modalanswerer.h"
 #include "accounts.h"
 #include "binding.h"
 #include "context.h"
@@ -71,31 +72,6 @@ std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/re
     EXPECT_TRUE(loaded.wait(20000));
     return window;
 }
-
-// Answers the next confirmation dialog as a user would, from the event loop
-// that the dialog's exec() runs.
-class DialogAnswerer : public QObject
-{
-public:
-    explicit DialogAnswerer(bool yes) : m_yes(yes)
-    {
-        connect(&m_poll, &QTimer::timeout, this, [this] {
-            auto* dialog = qobject_cast<ConfirmationDialog*>(QApplication::activeModalWidget());
-            if (!dialog || !dialog->isVisible() || seen) return;
-            seen = true;
-            text = dialog->text();
-            auto* box = dialog->findChild<QDialogButtonBox*>(QStringLiteral("buttonBox"));
-            QTest::mouseClick(box->button(m_yes ? QDialogButtonBox::Yes : QDialogButtonBox::No), Qt::LeftButton);
-        });
-        m_poll.start(5);
-    }
-    bool seen = false;
-    QString text;
-
-private:
-    bool m_yes;
-    QTimer m_poll;
-};
 
 bool replay(TerminalWindow& window)
 {
@@ -400,7 +376,7 @@ TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSen
     ticket->setQuantity(2);
 
     {   // declined: no transaction leaves, no row comes
-        DialogAnswerer no(false);
+        ModalAnswerer no(ModalAnswerer::PressNo);
         QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
         ASSERT_TRUE(no.seen);
         EXPECT_TRUE(no.text.contains("337.95")) << no.text.toStdString();
@@ -410,7 +386,7 @@ TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSen
         EXPECT_EQ(window->trading()->awaitingAnswers(), 0);
     }
     {   // confirmed: the exchange's batch brings the row back, the ticket shows its answer
-        DialogAnswerer yes(true);
+        ModalAnswerer yes(ModalAnswerer::PressYes);
         QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
         ASSERT_TRUE(yes.seen);
         QTRY_COMPARE_WITH_TIMEOUT(orders->rowCount(), before + 1, 5000);
@@ -427,7 +403,7 @@ TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSen
     {   // one cancel through the fast path: the row stays, withdrawn
         long long const id = exchange.lastOrderId();
         window->orders()->table()->setCurrentIndex(orders->index(orders->rowOfOrder(id), 0));
-        DialogAnswerer yes(true);
+        ModalAnswerer yes(ModalAnswerer::PressYes);
         QList<Record> const chosen{window->orders()->currentOrder()};
         EXPECT_TRUE(window->trading()->cancel(chosen));
         ASSERT_TRUE(yes.seen);
@@ -447,13 +423,13 @@ TEST(TerminalThreads, CancelAllInASecurityAsksOnceAndARejectedOrderShowsTheExcha
     QList<long long> placed;
     for (char const* price : {"337.90", "337.91"}) {
         ticket->setPrice(QString::fromLatin1(price));
-        DialogAnswerer yes(true);
+        ModalAnswerer yes(ModalAnswerer::PressYes);
         QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
         QTRY_VERIFY_WITH_TIMEOUT(orders->rowOfOrder(exchange.lastOrderId()) >= 0 && !placed.contains(exchange.lastOrderId()), 5000);
         placed << exchange.lastOrderId();
     }
     {
-        DialogAnswerer yes(true);
+        ModalAnswerer yes(ModalAnswerer::PressYes);
         EXPECT_TRUE(window->trading()->cancelAll(1, 1, 100001));
         ASSERT_TRUE(yes.seen);
         for (long long id : placed)
@@ -464,7 +440,7 @@ TEST(TerminalThreads, CancelAllInASecurityAsksOnceAndARejectedOrderShowsTheExcha
     ticket->setAccounts({"ZZ99999"});
     ticket->setPrice("337.95");
     long long const last = exchange.lastOrderId();
-    DialogAnswerer yes(true);
+    ModalAnswerer yes(ModalAnswerer::PressYes);
     QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
     ASSERT_TRUE(yes.seen);
     QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::fromUtf8("отвергнута")), 5000);
