@@ -1,5 +1,6 @@
 // The views' own behaviour on the bundled market: the replay's controls, the
 // securities' filter and sort, the smile's redraw, the English texts.
+#include "terminal_fixture.h"
 #include "binding.h"
 #include "context.h"
 #include "feed.h"
@@ -25,36 +26,9 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-namespace {
-
-QString const kMarket = QStringLiteral(MARKET_DIR);
-
-std::unique_ptr<TerminalWindow> openLoaded()
-{
-    apps::TerminalContext context;
-    QString error;
-    EXPECT_TRUE(apps::readTerminalContext(kMarket + "/terminal.json", context, error));
-    Clock::setFixed(context.now);
-    DefaultCore::global()->setCurrentLogin(context.login);
-    Database* db = ICore::instance()->database();
-    db->loadSchema(QStringLiteral(SCHEMA_FILE));
-    apps::bindAccountDirectories(db);
-    TerminalOptions options;
-    options.snapshot = kMarket + "/snapshot.jsonl";
-    options.log = kMarket + "/replication.jsonl";
-    auto window = std::make_unique<TerminalWindow>(options);
-    window->show();
-    QSignalSpy loaded(window.get(), &TerminalWindow::marketLoaded);
-    window->loadMarket();
-    EXPECT_TRUE(loaded.wait(20000));
-    return window;
-}
-
-} // namespace
-
 TEST(TerminalViewsThreads, ReplayPausesResumesAndReportsProgress)
 {
-    auto window = openLoaded();
+    auto window = openTerminal();
     FeedPlayer* player = window->logPlayer();
     ReplayPanel* panel = window->replay();
     panel->setPace(50);   // slow enough to pause in the middle
@@ -88,7 +62,7 @@ TEST(TerminalViewsThreads, ReplayPausesResumesAndReportsProgress)
 
 TEST(TerminalViewsThreads, SecuritiesFilterByTextAndSortByValue)
 {
-    auto window = openLoaded();
+    auto window = openTerminal();
     SecuritiesFilter* filter = window->market()->filter();
     SecuritiesModel* model = window->market()->model();
     filter->setText("vlt-12");   // code or name, any case
@@ -114,7 +88,7 @@ TEST(TerminalViewsThreads, SecuritiesFilterByTextAndSortByValue)
 
 TEST(TerminalViewsThreads, SmileIsRedrawnAtOnceWhenItsCoefficientsChange)
 {
-    auto window = openLoaded();
+    auto window = openTerminal();
     OptionBoardView* board = window->optionBoard();
     ASSERT_TRUE(board->choose("VLT", QDate(2026, 12, 17)));
     ASSERT_EQ(board->smile()->count(), 11);
@@ -131,7 +105,7 @@ TEST(TerminalViewsThreads, EnglishTextsReplaceTheRussianSources)
     QTranslator english;
     ASSERT_TRUE(english.load(QStringLiteral("libdirectory_en"), QStringLiteral(TRANSLATIONS_DIR)));
     QCoreApplication::installTranslator(&english);
-    auto window = openLoaded();
+    auto window = openTerminal();
     EXPECT_EQ(window->windowTitle(), "Derivatives market terminal");
     EXPECT_EQ(window->market()->model()->headerData(SecuritiesModel::Bid, Qt::Horizontal).toString(), "Bid");
     EXPECT_EQ(window->optionBoard()->model()->headerData(OptionBoardModel::StrikeColumn, Qt::Horizontal).toString(), "Strike");

@@ -1,5 +1,6 @@
 // The terminal's window on the bundled market, under the offscreen platform.
 #include "modalanswerer.h"
+#include "terminal_fixture.h"
 #include "accounts.h"
 #include "binding.h"
 #include "context.h"
@@ -42,36 +43,6 @@
 #include <memory>
 
 namespace {
-
-QString const kMarket = QStringLiteral(MARKET_DIR);
-
-// The terminal as main() sets it up: the market's moment and user, the
-// schema, the account directories, the window, then the snapshot.
-std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/replication.jsonl")
-{
-    apps::TerminalContext context;
-    QString error;
-    EXPECT_TRUE(apps::readTerminalContext(kMarket + "/terminal.json", context, error)) << error.toStdString();
-    Clock::setFixed(context.now);
-    DefaultCore::global()->setCurrentLogin(context.login);
-    // Confirmation answers stay in a file of this case's own.
-    static QTemporaryDir settings;
-    Settings::setStorageFile(settings.filePath("settings.ini"));
-    Database* db = ICore::instance()->database();
-    db->loadSchema(QStringLiteral(SCHEMA_FILE));
-    EXPECT_TRUE(DefaultCore::global()->transactions()->loadTemplates(kMarket + "/templates.json", error)) << error.toStdString();
-    apps::bindAccountDirectories(db);
-    apps::bindStreamDirectories(db);
-    TerminalOptions options;
-    options.snapshot = kMarket + "/snapshot.jsonl";
-    options.log = log;
-    auto window = std::make_unique<TerminalWindow>(options);
-    window->show();
-    QSignalSpy loaded(window.get(), &TerminalWindow::marketLoaded);
-    window->loadMarket();
-    EXPECT_TRUE(loaded.wait(20000));
-    return window;
-}
 
 bool replay(TerminalWindow& window)
 {

@@ -1,0 +1,46 @@
+#pragma once
+// Opens the terminal's window on the bundled market as main() sets it up.
+#include "binding.h"
+#include "context.h"
+#include "window.h"
+
+#include <core/clock.h>
+#include <core/defaultcore.h>
+#include <core/transactions.h>
+#include <database/database.h>
+#include <database/settings.h>
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <memory>
+
+QString const kMarket = QStringLiteral(MARKET_DIR);
+
+// The terminal as main() sets it up: the market's moment and user, the
+// schema, the account directories, the window, then the snapshot.
+inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/replication.jsonl")
+{
+    apps::TerminalContext context;
+    QString error;
+    EXPECT_TRUE(apps::readTerminalContext(kMarket + "/terminal.json", context, error)) << error.toStdString();
+    Clock::setFixed(context.now);
+    DefaultCore::global()->setCurrentLogin(context.login);
+    // Confirmation answers stay in a file of this case's own.
+    static QTemporaryDir settings;
+    Settings::setStorageFile(settings.filePath("settings.ini"));
+    Database* db = ICore::instance()->database();
+    db->loadSchema(QStringLiteral(SCHEMA_FILE));
+    EXPECT_TRUE(DefaultCore::global()->transactions()->loadTemplates(kMarket + "/templates.json", error)) << error.toStdString();
+    apps::bindAccountDirectories(db);
+    apps::bindStreamDirectories(db);
+    TerminalOptions options;
+    options.snapshot = kMarket + "/snapshot.jsonl";
+    options.log = log;
+    auto window = std::make_unique<TerminalWindow>(options);
+    window->show();
+    QSignalSpy loaded(window.get(), &TerminalWindow::marketLoaded);
+    window->loadMarket();
+    EXPECT_TRUE(loaded.wait(20000));
+    return window;
+}
