@@ -176,9 +176,9 @@ int main(int argc, char** argv)
         db->loadSchema(parser.value(schemaOpt));
         // Logins and accounts are followed from the first batch, as a
         // terminal binds them at start: they warn of expiring passwords.
-        bindAccountDirectories(db);
+        QList<QObject*> boundAtStart = bindAccountDirectories(db);
         // Streams and quasi-deals likewise: they notify the user.
-        bindStreamDirectories(db);
+        boundAtStart << bindStreamDirectories(db);
         Progress loading("snapshot", !quiet);
         int batches = db->loadFileAtomically(snapshot, [&](int done, int total, QString const&) {
             deliverQueuedNotifications();
@@ -198,7 +198,7 @@ int main(int argc, char** argv)
         if (db->hasTable(QStringLiteral("sectypes"))) watched << SecTypeDirectory::i();
         if (db->hasTable(QStringLiteral("secstates"))) watched << SecStateDirectory::i();
         if (db->hasTable(QStringLiteral("sessstates"))) watched << SessStateDirectory::i();
-        for (QObject* d : watched) signalLog.watch(d);
+        for (QObject* d : watched + boundAtStart) signalLog.watch(d);
         deliverQueuedNotifications();
 
         if (!log.isEmpty()) {
