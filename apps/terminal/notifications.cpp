@@ -1,5 +1,6 @@
 #include "notifications.h"
 
+#include <core/clock.h>
 #include <core/defaultcore.h>
 #include <core/icore.h>
 #include <database/database.h>
@@ -87,7 +88,8 @@ void NotificationsPanel::add(QString const& notificationText)
     auto* line = new QWidget;
     auto* layout = new QHBoxLayout(line);
     layout->setContentsMargins(4, 2, 4, 2);
-    auto* time = new QLabel(QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss")));
+    // The terminal's clock, not the machine's: a replayed day shows its own times.
+    auto* time = new QLabel(QDateTime::fromMSecsSinceEpoch(Clock::nowMSecs(), Qt::UTC).toString(QStringLiteral("HH:mm:ss")));
     time->setTextFormat(Qt::PlainText);
     auto* text = new QLabel;
     // Qt::AutoText would guess rich text from any tag in a login or a name.
