@@ -1,5 +1,9 @@
+#include "../testnames.h"
 #include "accounts_fixture.h"
 #include "fees.h"
+
+#include <algorithm>
+#include <string>
 
 #include <QSignalSpy>
 
@@ -40,6 +44,16 @@ struct FeeParamCase
     char const* result;    // first row's session, flag, second row's session
 };
 
+// "rows 5 -1 -2 give 5 true -1", for the case's name and its report.
+inline std::string describeCase(FeeParamCase const& c)
+{
+    std::string words = "rows";
+    for (int s : c.sessions) words += " " + std::to_string(s);
+    if (c.sessions.isEmpty()) words += " none";
+    return words + " give " + c.result;
+}
+inline void PrintTo(FeeParamCase const& c, std::ostream* os) { *os << describeCase(c); }
+
 class FeeParams : public Fees, public ::testing::WithParamInterface<FeeParamCase> {};
 
 TEST_P(FeeParams, TheSevenRowTable)
@@ -59,7 +73,12 @@ INSTANTIATE_TEST_SUITE_P(Rows, FeeParams, ::testing::Values(
     FeeParamCase{{-2}, "-2 true -"},
     FeeParamCase{{}, "- false -"},
     // Only three rows from the first are looked at: 4 is not.
-    FeeParamCase{{-2, -1, 3, 4}, "3 true -1"}));
+    FeeParamCase{{-2, -1, 3, 4}, "3 true -1"}),
+    [](::testing::TestParamInfo<FeeParamCase> const& info) {
+        std::string words = describeCase(info.param);
+        std::replace(words.begin(), words.end(), '-', 'm');   // minus, not a separator
+        return caseNameFromWords(words);
+    });
 
 TEST_F(Fees, FeeParamsWantAnExactCodeOfFourOrMoreCharacters)
 {
