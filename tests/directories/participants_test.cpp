@@ -1,3 +1,4 @@
+#include "../testnames.h"
 #include "accounts_fixture.h"
 #include "participants.h"
 #include "masterindex.h"
@@ -41,6 +42,7 @@ struct DealerStatus
     bool separated;
     bool operatorInput;
 };
+inline void PrintTo(DealerStatus const& c, std::ostream* os) { *os << "code " << c.bf; }
 
 class DealerStatuses : public Participants, public ::testing::WithParamInterface<DealerStatus> {};
 
@@ -64,7 +66,8 @@ INSTANTIATE_TEST_SUITE_P(Dealers, DealerStatuses, ::testing::Values(
     DealerStatus{"ZZ99", "", false, false},
     DealerStatus{"AB0", "", false, false},
     DealerStatus{"AB010", "", false, false},
-    DealerStatus{"AB01000", "", false, false}));   // a client code is not a BF code
+    DealerStatus{"AB01000", "", false, false}),
+    [](::testing::TestParamInfo<DealerStatus> const& info) { return caseNameFromWords(std::string("code ") + info.param.bf); });   // a client code is not a BF code
 
 TEST_F(Participants, DealerRowAndNameByBfCode)
 {

@@ -1,3 +1,4 @@
+#include "../testnames.h"
 #include "accounts_fixture.h"
 #include "users.h"
 
@@ -118,6 +119,13 @@ struct ExpiryCase
     qint64 expiresIn;   // from now
     bool warns;
 };
+// "horizon 5 expiry in 259200000 ms warns", for the case's name and report.
+inline std::string describeCase(ExpiryCase const& c)
+{
+    std::string expiry = c.expiresIn < 0 ? "past " + std::to_string(-c.expiresIn) : std::to_string(c.expiresIn);
+    return "horizon " + std::to_string(c.days) + " expiry in " + expiry + " ms " + (c.warns ? "warns" : "is quiet");
+}
+inline void PrintTo(ExpiryCase const& c, std::ostream* os) { *os << describeCase(c); }
 
 class PasswordExpiry : public Users, public ::testing::WithParamInterface<ExpiryCase> {};
 
@@ -141,7 +149,8 @@ INSTANTIATE_TEST_SUITE_P(Horizons, PasswordExpiry, ::testing::Values(
     ExpiryCase{30, kHour, false},
     ExpiryCase{50, 25032704 - 1000, true},     // just under 7 hours
     ExpiryCase{50, 25032704 + 1000, false},
-    ExpiryCase{50, 2 * kDay, false}));
+    ExpiryCase{50, 2 * kDay, false}),
+    [](::testing::TestParamInfo<ExpiryCase> const& info) { return caseNameFromWords(describeCase(info.param)); });
 
 TEST_F(Users, WarningTextsBlueForTheCurrentLoginOnlyAndEscaped)
 {
