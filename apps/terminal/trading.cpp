@@ -6,6 +6,7 @@
 #include <core/icore.h>
 #include <core/transactions.h>
 #include <database/database.h>
+#include <database/exception.h>
 #include <directories>
 #include <queries>
 #include <confirmationdialog.h>
@@ -46,6 +47,9 @@ bool TradingPath::send(OrderRequest const& order)
     } catch (QString const& why) {
         m_ticket->showOutcome(why, false);
         return false;
+    } catch (Exception const& e) {   // a replicated row the transaction cannot be built from
+        m_ticket->showOutcome(e.message(), false);
+        return false;
     }
     ++m_awaiting;
     m_ticket->showOutcome(tr("Заявка отправлена, ждём ответа биржи"), true);
@@ -66,6 +70,9 @@ bool TradingPath::cancel(QList<Record> const& orders)
     } catch (QString const& why) {
         m_ticket->showOutcome(why, false);
         return false;
+    } catch (Exception const& e) {   // a replicated row the transaction cannot be built from
+        m_ticket->showOutcome(e.message(), false);
+        return false;
     }
 }
 
@@ -80,7 +87,9 @@ bool TradingPath::cancelAll(int stock, int board, long long secId)
         if (r.data("stock_id").toInteger() != stock || r.data("board_id").toInteger() != board ||
             r.data("sec_id").toInteger64() != secId || r.data("status").toString().trimmed() != QLatin1String("A"))
             continue;
-        auto key = qMakePair(r.data("account").toString().trimmed(), r.data("buysell").toString().trimmed().left(1).at(0));
+        QString const buySell = r.data("buysell").toString().trimmed();
+        if (buySell.isEmpty()) continue;   // a replicated row without a side cannot be cancelled by side
+        auto key = qMakePair(r.data("account").toString().trimmed(), buySell.at(0));
         if (!sides.contains(key)) lines << QStringLiteral("%1 %2").arg(key.second).arg(key.first);
         sides.insert(key);
     }
@@ -94,6 +103,9 @@ bool TradingPath::cancelAll(int stock, int board, long long secId)
             txs << QueriesGen::i()->dropOrdersBySecurity(stock, board, secId, side.first, side.second);
     } catch (QString const& why) {
         m_ticket->showOutcome(why, false);
+        return false;
+    } catch (Exception const& e) {   // a replicated row the transaction cannot be built from
+        m_ticket->showOutcome(e.message(), false);
         return false;
     }
     SecurityDirectory* securities = directoryOrNull<SecurityDirectory>();
