@@ -18,10 +18,11 @@ bool FeedPlayer::start(QString const& path, QString& error)
 {
     stop();
     try {
-        // The reader's thread only posts a wake-up; the play itself stays here.
-        m_reader.reset(new BatchReader(*m_database, path, [this] {
-            QMetaObject::invokeMethod(this, &FeedPlayer::wake, Qt::QueuedConnection);
-        }));
+        // The reader's thread only decodes; this thread asks it for batches.
+        // It is asked again after a millisecond when it has nothing ready,
+        // rather than woken from its thread: a wake-up would go through Qt's
+        // event queue, whose locking the thread checker cannot see.
+        m_reader.reset(new BatchReader(*m_database, path));
     } catch (Exception const& e) {
         error = e.message();
         return false;
@@ -36,7 +37,7 @@ bool FeedPlayer::start(QString const& path, QString& error)
 void FeedPlayer::stop()
 {
     m_timer.stop();
-    m_reader.reset();   // joins the reading thread; wake-ups already posted find no reader
+    m_reader.reset();   // joins the reading thread
     m_waiting = false;
 }
 
@@ -55,14 +56,10 @@ void FeedPlayer::setPace(int msecs)
 
 void FeedPlayer::schedule()
 {
-    if (m_reader && !m_paused && !m_waiting && !m_timer.isActive()) m_timer.start(m_applied == 0 ? 0 : m_pace);
-}
-
-void FeedPlayer::wake()
-{
-    if (!m_waiting) return;
-    m_waiting = false;
-    schedule();
+    if (!m_reader || m_paused || m_timer.isActive()) return;
+    // The pace is kept between batches; a reader that was behind is asked
+    // again soon, without waiting a whole pace more.
+    m_timer.start(m_waiting ? 1 : m_applied == 0 ? 0 : m_pace);
 }
 
 void FeedPlayer::step()
@@ -75,9 +72,11 @@ void FeedPlayer::step()
             emit finished(m_applied);
         } else {
             m_waiting = true;
+            schedule();
         }
         return;
     }
+    m_waiting = false;
     if (!item.error.isEmpty()) {
         stop();
         emit failed(item.error);

@@ -48,7 +48,6 @@ signals:
 private:
     void step();
     void schedule();
-    void wake();
 
     Database* m_database;
     std::unique_ptr<BatchReader> m_reader;
@@ -57,5 +56,5 @@ private:
     int m_pace = 0;
     int m_applied = 0;
     bool m_paused = false;
-    bool m_waiting = false;   // the reader has nothing yet; it will wake us
+    bool m_waiting = false;   // the reader had nothing yet: look again shortly
 };

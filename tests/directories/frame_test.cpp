@@ -8,6 +8,7 @@
 #include <QSet>
 #include <random>
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -298,6 +299,10 @@ TEST_F(Frame, ThreadsCreateDirectoriesWhileBatchesApply)
         apply(QStringLiteral(R"({"table":"boards","ops":[{"insert":{"stock_id":1,"board_id":%1,"board_code":"B%1"}}]})")
                   .arg(batch + 2).toUtf8());
     }
+    // A slow machine may end the batches before any thread got to look up:
+    // give them the time to answer once (the lookup itself is the point).
+    for (int waited = 0; answered.load() == 0 && waited < 10000; ++waited)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     stop = true;
     for (auto& t : creators) t.join();
 

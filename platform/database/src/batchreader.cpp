@@ -5,8 +5,8 @@
 #include <QFileInfo>
 #include <cstdlib>
 
-BatchReader::BatchReader(Database const& db, QString const& path, std::function<void()> ready)
-    : m_decoder(db), m_path(path), m_ready(std::move(ready))
+BatchReader::BatchReader(Database const& db, QString const& path)
+    : m_decoder(db), m_path(path)
 {
     m_file = std::fopen(QFile::encodeName(path).constData(), "rb");
     if (!m_file) throw Exception(QStringLiteral("%1: cannot open").arg(path));
@@ -61,7 +61,6 @@ void BatchReader::push(Item&& item)
         m_queue.push_back(std::move(item));
         m_cv.notify_all();
     }
-    if (m_ready) m_ready();
 }
 
 void BatchReader::run()
@@ -95,12 +94,7 @@ void BatchReader::run()
         if (failed) break;
     }
     std::free(buf);
-    bool stopped;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_done = true;
-        stopped = m_stop;
-        m_cv.notify_all();
-    }
-    if (m_ready && !stopped) m_ready();
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_done = true;
+    m_cv.notify_all();
 }

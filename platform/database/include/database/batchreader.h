@@ -5,7 +5,6 @@
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
-#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -16,8 +15,8 @@ class Database;
 // thread. A bounded queue keeps memory flat however slow the consumer is.
 //
 // The consumer either waits (next) or, on a thread that must not block (a
-// GUI thread between events), asks without waiting (tryNext) and is told by
-// the ready callback, called on the reading thread, when to ask again.
+// GUI thread between events), asks without waiting (tryNext) and asks again
+// later when nothing was ready.
 class DATABASE_EXPORT BatchReader
 {
 public:
@@ -27,10 +26,8 @@ public:
         qint64 bytesRead = 0;
     };
 
-    // Throws Exception when the file cannot be opened. The ready callback,
-    // when given, runs on the reading thread after each decoded batch and at
-    // the end of the file; it must not call back into the reader.
-    BatchReader(Database const& db, QString const& path, std::function<void()> ready = {});
+    // Throws Exception when the file cannot be opened.
+    BatchReader(Database const& db, QString const& path);
     ~BatchReader();
     BatchReader(BatchReader const&) = delete;
     BatchReader& operator=(BatchReader const&) = delete;
@@ -52,7 +49,6 @@ private:
 
     BatchDecoder m_decoder;
     QString m_path;
-    std::function<void()> m_ready;
     std::FILE* m_file = nullptr;
     qint64 m_total = 0;
     std::thread m_thread;
