@@ -18,6 +18,22 @@
 namespace {
 int const kAccepted = 1;
 int const kRejected = 3;
+
+// Runs a step of the trading path; what the library refuses (no template, a
+// replicated row the transaction cannot be built from) is shown on the
+// ticket instead of leaving the event loop. False then.
+template <class Step>
+bool refusalsShown(OrderTicket* ticket, Step step)
+{
+    try {
+        return step();
+    } catch (QString const& why) {
+        ticket->showOutcome(why, false);
+    } catch (Exception const& e) {
+        ticket->showOutcome(e.message(), false);
+    }
+    return false;
+}
 } // namespace
 
 TradingPath::TradingPath(OrderTicket* ticket, OrdersView* orders, QObject* parent)
@@ -37,20 +53,14 @@ void TradingPath::listen(CoreSignals const* core)
 
 bool TradingPath::send(OrderRequest const& order)
 {
-    try {
-        bool const sent = QueriesFast::i()->addOrder(order.stock, order.board, order.secId, order.account, order.price,
-                                                     QChar(order.buy ? 'B' : 'S'), order.quantity);
-        if (!sent) {
-            m_ticket->showOutcome(tr("Заявка не отправлена"), false);
-            return false;
-        }
-    } catch (QString const& why) {
-        m_ticket->showOutcome(why, false);
+    bool const sent = refusalsShown(m_ticket, [&] {
+        if (QueriesFast::i()->addOrder(order.stock, order.board, order.secId, order.account, order.price,
+                                       QChar(order.buy ? 'B' : 'S'), order.quantity))
+            return true;
+        m_ticket->showOutcome(tr("Заявка не отправлена"), false);
         return false;
-    } catch (Exception const& e) {   // a replicated row the transaction cannot be built from
-        m_ticket->showOutcome(e.message(), false);
-        return false;
-    }
+    });
+    if (!sent) return false;
     ++m_awaiting;
     m_ticket->showOutcome(tr("Заявка отправлена, ждём ответа биржи"), true);
     return true;
@@ -58,7 +68,7 @@ bool TradingPath::send(OrderRequest const& order)
 
 bool TradingPath::cancel(QList<Record> const& orders)
 {
-    try {
+    return refusalsShown(m_ticket, [&] {
         if (orders.size() == 1) {
             if (!QueriesFast::i()->dropOrder(orders.first(), RawAnswer())) return false;
             ++m_awaiting;
@@ -67,13 +77,7 @@ bool TradingPath::cancel(QList<Record> const& orders)
         int const sent = QueriesFast::i()->dropOrders(orders, RawAnswer());
         m_awaiting += sent;
         return sent > 0;
-    } catch (QString const& why) {
-        m_ticket->showOutcome(why, false);
-        return false;
-    } catch (Exception const& e) {   // a replicated row the transaction cannot be built from
-        m_ticket->showOutcome(e.message(), false);
-        return false;
-    }
+    });
 }
 
 bool TradingPath::cancelAll(int stock, int board, long long secId)
@@ -98,16 +102,12 @@ bool TradingPath::cancelAll(int stock, int board, long long secId)
         return false;
     }
     QList<RawTransaction> txs;
-    try {
+    bool const built = refusalsShown(m_ticket, [&] {
         for (auto const& side : qAsConst(sides))
             txs << QueriesGen::i()->dropOrdersBySecurity(stock, board, secId, side.first, side.second);
-    } catch (QString const& why) {
-        m_ticket->showOutcome(why, false);
-        return false;
-    } catch (Exception const& e) {   // a replicated row the transaction cannot be built from
-        m_ticket->showOutcome(e.message(), false);
-        return false;
-    }
+        return true;
+    });
+    if (!built) return false;
     SecurityDirectory* securities = directoryOrNull<SecurityDirectory>();
     QString const name = securities ? securities->nameById(stock, board, secId) : SecurityDirectory::textIdById(stock, board, secId);
     ConfirmationDialog dialog;
