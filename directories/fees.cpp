@@ -95,11 +95,18 @@ OptRateDirectory::OptRateDirectory(QObject* parent)
 // ---- FeeDirectory, BrokerFeeDirectory ----------------------------------------
 
 FeeDirectory::FeeDirectory(QObject* parent)
-    : Directory(parent, "FeeDirectory", QStringLiteral("k3.adjusted_fee"), AsIndex)
+    : FeeDirectory(parent, "FeeDirectory", QStringLiteral("k3.adjusted_fee"), QStringLiteral("adjusted_fee_buy"),
+                   QStringLiteral("adjusted_fee_sell"))
+{
+}
+
+FeeDirectory::FeeDirectory(QObject* parent, char const* context, QString const& tableName, QString const& buyColumn,
+                           QString const& sellColumn)
+    : Directory(parent, context, tableName, AsIndex)
 {
     m_idDeal = column(QStringLiteral("id_deal"));
-    m_buy = column(QStringLiteral("adjusted_fee_buy"));
-    m_sell = column(QStringLiteral("adjusted_fee_sell"));
+    m_buy = column(buyColumn);
+    m_sell = column(sellColumn);
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_idDeal}));
         m_index->build();
@@ -119,28 +126,10 @@ Record FeeDirectory::recordByDealId(long long idDeal) const
 void FeeDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
 BrokerFeeDirectory::BrokerFeeDirectory(QObject* parent)
-    : Directory(parent, "BrokerFeeDirectory", QStringLiteral("k3.broker_fee"), AsIndex)
+    : FeeDirectory(parent, "BrokerFeeDirectory", QStringLiteral("k3.broker_fee"), QStringLiteral("broker_fee_buy"),
+                   QStringLiteral("broker_fee_sell"))
 {
-    m_idDeal = column(QStringLiteral("id_deal"));
-    m_buy = column(QStringLiteral("broker_fee_buy"));
-    m_sell = column(QStringLiteral("broker_fee_sell"));
-    if (QSharedPointer<Table> t = table()) {
-        m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_idDeal}));
-        m_index->build();
-    }
 }
-
-Record BrokerFeeDirectory::recordByDealId(long long idDeal) const
-{
-    if (!m_index || m_idDeal < 0) return Record();
-    try {
-        return findRow(m_index, m_idDeal, idDeal);
-    } catch (Exception const&) {
-        return Record();   // an "id_deal" column that takes no integer
-    }
-}
-
-void BrokerFeeDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
 // ---- K3BrokerFeeParamDirectory -----------------------------------------------
 

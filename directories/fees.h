@@ -67,29 +67,24 @@ public:
 Q_SIGNALS:
     void dataChanged();
 
+protected:
+    // Another fee table of the same shape: a fee per deal, buy and sell.
+    FeeDirectory(QObject* parent, char const* context, QString const& tableName, QString const& buyColumn,
+                 QString const& sellColumn);
+
 private:
     int m_idDeal = -1, m_buy = -1, m_sell = -1;
     MasterIndex_Column* m_index = nullptr;
 };
 
-// The broker fee of each deal ("k3.broker_fee").
+// The broker fee of each deal ("k3.broker_fee"), kept as the exchange fee is.
 // Threading: as FutRateDirectory.
-class DIRECTORY_EXPORT BrokerFeeDirectory : public Directory
+class DIRECTORY_EXPORT BrokerFeeDirectory : public FeeDirectory
 {
     Q_OBJECT
     DIRECTORY_SINGLETON(BrokerFeeDirectory)
 public:
     explicit BrokerFeeDirectory(QObject* parent);
-
-    Record recordByDealId(long long idDeal) const;
-
-    void endUpdate() override;
-Q_SIGNALS:
-    void dataChanged();
-
-private:
-    int m_idDeal = -1, m_buy = -1, m_sell = -1;
-    MasterIndex_Column* m_index = nullptr;
 };
 
 // Broker-fee parameters of clients ("k3.broker_fee_params"). A client may
