@@ -78,12 +78,17 @@ Directory::Directory(QObject* parent, char const* context, QString const& tableN
     : QObject(parent), m_registration(registration)
 {
     Database* db = ICore::instance()->database();
-    QSharedPointer<Table> t = db ? db->table(tableName) : QSharedPointer<Table>();
-    if (!t) {
+    auto missing = [&] {
         m_table.clear();
-        if (missingText) throw QCoreApplication::translate(context, missingText);
-        throw QCoreApplication::translate(context, "Таблица '%1' отсутствует").arg(tableName);
-    }
+        if (missingText) return QCoreApplication::translate(context, missingText);
+        return QCoreApplication::translate(context, "Таблица '%1' отсутствует").arg(tableName);
+    };
+    // The database is asked first: a database that does not hold the table
+    // may still hand out a stale or placeholder one by name. The null check
+    // after it guards a table dropped between the two calls.
+    if (!db || !db->hasTable(tableName)) throw missing();
+    QSharedPointer<Table> t = db->table(tableName);
+    if (!t) throw missing();
     // Held from here to the end of the construction: a batch on the table
     // waits, and a batch already running makes this construction step back
     // (its hooks may then create the directory themselves).
