@@ -41,23 +41,19 @@ QueriesFast::QueriesFast(QObject* parent) : QObject(parent) {}
 bool QueriesFast::addOrder(int stockId, int boardId, long long secId, const QString& account, decimal price,
                            QChar buySell, int quantity)
 {
-    RawTransaction tx =
-        QueriesGen::i()->addOrder(stockId, boardId, secId, account, price, buySell, quantity, nullptr);
+    QueriesGen::OrderDescr descr;
+    RawTransaction tx = QueriesGen::i()->addOrder(stockId, boardId, secId, account, price, buySell, quantity, &descr);
 
     ConfirmationDialog dialog(nullptr);
     dialog.setTextFormat(Qt::PlainText);   // accounts and names are not markup
     QString side = buySell == QLatin1Char('B')   ? tr("покупку")
                    : buySell == QLatin1Char('S') ? tr("продажу")
                                                  : QString(buySell);
-    // The price as the security quotes it; kept as given when the security
-    // is unknown or the value does not fit that scale.
-    int decimals = SecurityDirectory::i()->decimalsById(stockId, boardId, secId);
-    if (decimals >= 0) price.trySetScale(short(decimals));
     QString question = isSwapBoard(boardId)
         ? tr("Вы действительно хотите поставить заявку на %1 со своп-ценой %2 в количестве %3 со счёта %4?")
         : tr("Вы действительно хотите поставить заявку на %1 по цене %2 в количестве %3 со счёта %4?");
     dialog.setWindowTitle(tr("Отправка заявки"));
-    dialog.setText(question.arg(side, price.toSystemString(), QString::number(quantity), account));
+    dialog.setText(question.arg(side, descr.price.toSystemString(), QString::number(quantity), account));
     dialog.setSettingsKey(kSingleClickTradeKey);
     if (!dialog.exec()) return false;
     send(dialog, tx);   // a missing transport is the answer's business here

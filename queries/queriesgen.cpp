@@ -30,20 +30,30 @@ TransactionMeta templateFor(int messageCode, int stockId, int boardId)
     return found.first();
 }
 
+// A parameter that the service left out of the built map (its template
+// does not know it) would be missing from what is sent while the question
+// still shows it: refused before anyone is asked.
 RawTransaction built(TransactionMeta const& meta, Params const& params, int boardId)
 {
     RawTransaction tx = service()->build(meta, params);
+    for (auto it = params.cbegin(); it != params.cend(); ++it)
+        if (!tx.params.contains(it.key()))
+            throw QueriesGen::tr("Транзакция %1 собрана без параметра %2").arg(meta.messageCode).arg(it.key());
     tx.boardId = boardId;
     return tx;
 }
 
-// The price as the security shows it; kept as given when the security is
-// unknown or the value does not fit its scale.
-decimal priceForSecurity(decimal price, int stockId, int boardId, long long secId)
+// The price at the security's number of decimals; kept as given when the
+// security is unknown (-1) or the value does not fit that scale.
+decimal atDecimals(decimal price, int decimals)
 {
-    int decimals = SecurityDirectory::i()->decimalsById(stockId, boardId, secId);
     if (decimals >= 0) price.trySetScale(short(decimals));
     return price;
+}
+
+decimal priceForSecurity(decimal price, int stockId, int boardId, long long secId)
+{
+    return atDecimals(price, SecurityDirectory::i()->decimalsById(stockId, boardId, secId));
 }
 
 QString sideName(QChar side)
@@ -82,6 +92,16 @@ RawTransaction QueriesGen::addOrder(int stockId, int boardId, long long secId, c
 {
     TransactionMeta meta = templateFor(AddOrderCode, stockId, boardId);
     SecurityDirectory* securities = SecurityDirectory::i();
+    // The question shows the price at the security's decimals and the order
+    // carries it as given: a price that the re-scaling would round is
+    // refused, so that what is confirmed is what is sent. Padding ("12.5"
+    // as "12.50") keeps the value and passes.
+    int decimals = securities->decimalsById(stockId, boardId, secId);
+    decimal shown = atDecimals(price, decimals);
+    if (shown.compare(price) != 0)
+        throw tr("Цена %1 содержит больше знаков после запятой, чем допускает инструмент (%2)")
+            .arg(price.toSystemString())
+            .arg(decimals);
     Params params;
     params.insert(QStringLiteral("Security"), securities->codeById(stockId, boardId, secId));
     params.insert(QStringLiteral("Account"), account);
@@ -93,7 +113,7 @@ RawTransaction QueriesGen::addOrder(int stockId, int boardId, long long secId, c
     if (descr) {
         descr->security = securities->nameById(stockId, boardId, secId);
         descr->direction = sideName(buySell);
-        descr->price = priceForSecurity(price, stockId, boardId, secId);
+        descr->price = shown;
         descr->quantity = quantity;
         descr->account = account;
     }

@@ -15,7 +15,10 @@
 // asks nothing; QueriesFast does both.
 //
 // Failures: no template for the market is thrown as a QString ("Подходящая
-// транзакция не найдена"); a record column of the wrong type as Exception
+// транзакция не найдена"); so is a price with more places than the security
+// allows (it would be confirmed rounded and sent as given), and a built
+// transaction that lost a parameter given to it (its template does not
+// know it). A record column of the wrong type is thrown as Exception
 // ("Incorrect type conversion."). Nothing is returned half-built.
 //
 // Threading: GUI thread (or the database's updating thread); it reads the

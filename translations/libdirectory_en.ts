@@ -1093,6 +1093,16 @@ p, li { white-space: pre-wrap; }
             <source>Подходящая транзакция не найдена</source>
             <translation>No suitable transaction found</translation>
         </message>
+        <message>
+            <location filename="../queries/queriesgen.cpp" />
+            <source>Транзакция %1 собрана без параметра %2</source>
+            <translation>Transaction %1 was built without parameter %2</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesgen.cpp" />
+            <source>Цена %1 содержит больше знаков после запятой, чем допускает инструмент (%2)</source>
+            <translation>Price %1 has more decimal places than the instrument allows (%2)</translation>
+        </message>
     </context>
     <context>
         <name>RFSMinAmountDirectory</name>

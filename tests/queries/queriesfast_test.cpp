@@ -254,4 +254,56 @@ TEST_F(QueriesFastTest, FailuresShowNothing)
     EXPECT_TRUE(transport.taken().isEmpty());
 }
 
+// The question shows the price at the security's decimals and the order
+// carries it as given: a price those decimals would round is refused before
+// anything is built, shown or sent; padding keeps the value and passes.
+TEST_F(QueriesFastTest, WhatIsConfirmedIsWhatIsSent)
+{
+    {
+        ModalAnswerer none(ModalAnswerer::PressYes);
+        try {
+            fast()->addOrder(4, 1, 100, "ACC1", decimal("337.945"), 'B', 3);
+            ADD_FAILURE() << "a price rounded for the question went through";
+        } catch (QString const& message) {
+            EXPECT_EQ(message, QStringLiteral("Цена %1 содержит больше знаков после запятой, чем допускает инструмент (2)")
+                                   .arg(price("337.945")));
+        }
+        QApplication::processEvents();
+        EXPECT_FALSE(none.seen);
+        EXPECT_TRUE(core.service.built.isEmpty());
+    }
+    struct Case { long long sec; char const* given; char const* shown; };
+    for (Case c : {Case{100, "337.950", "337.95"}, Case{100, "12.5", "12.50"},
+                   Case{999, "337.945", "337.945"}}) {   // decimals unknown: as given
+        SCOPED_TRACE(c.given);
+        ModalAnswerer answerer(ModalAnswerer::PressYes);
+        EXPECT_TRUE(fast()->addOrder(4, 1, c.sec, "ACC1", decimal(c.given), 'B', 3));
+        EXPECT_TRUE(answerer.text.contains(QStringLiteral("по цене %1 ").arg(price(c.shown)))) << answerer.text.toStdString();
+        ASSERT_FALSE(transport.taken().isEmpty());
+        EXPECT_EQ(decimal(transport.taken().last().params.value("Price").toString()).compare(decimal(c.shown)), 0);
+    }
+    EXPECT_EQ(transport.taken().size(), 3);
+}
+
+// A template that does not know a parameter makes the service drop it: the
+// order would go without its price while the question shows one.
+TEST_F(QueriesFastTest, ATransactionThatLostAParameterIsNeitherShownNorSent)
+{
+    transactions()->clearTemplates();
+    TransactionMeta noPrice = freeFormTemplate(1025);
+    noPrice.parameters = QStringList{"Security", "Account", "BuySell", "Quantity", "Type"};
+    transactions()->registerTemplate(noPrice);
+    ModalAnswerer none(ModalAnswerer::PressYes);
+    try {
+        fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 3);
+        ADD_FAILURE() << "a transaction without its price went through";
+    } catch (QString const& message) {
+        EXPECT_EQ(message, QStringLiteral("Транзакция 1025 собрана без параметра Price"));
+    }
+    QApplication::processEvents();
+    EXPECT_FALSE(none.seen);
+    EXPECT_TRUE(core.service.sent.isEmpty());
+    EXPECT_TRUE(transport.taken().isEmpty());
+}
+
 } // namespace

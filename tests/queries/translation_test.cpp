@@ -49,6 +49,14 @@ TEST_F(TradingTranslation, EnglishTextsReplaceTheSources)
     } catch (QString const& message) {
         EXPECT_EQ(message, "No suitable transaction found");
     }
+    transactions()->registerTemplate(freeFormTemplate(1025));
+    try {
+        QueriesGen::i()->addOrder(4, 1, 100, "ACC1", decimal("1.005"), 'B', 1, nullptr);
+        ADD_FAILURE() << "a price with too many places was built";
+    } catch (QString const& message) {
+        EXPECT_EQ(message, QStringLiteral("Price %1 has more decimal places than the instrument allows (2)")
+                               .arg(decimal("1.005").toSystemString()));
+    }
 }
 
 } // namespace
