@@ -48,6 +48,7 @@ QString DealsDirectory::errorMessageFromCode(int code)
 
 bool DealsDirectory::checkLoginPreference(Record const& deal) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     if (deal.isEmpty() || deal.data(m_state).toInteger() != WaitingForConfirmation) return false;
     // A stream deal without the liquidity-provider sign (bit 50) was once
     // looked up among the providers' client codes; the answer never

@@ -149,6 +149,12 @@ void Directory::writeKeyValue(Field field, QString const& value)
     field.setHasValue();
 }
 
+void Directory::holdForConstruction(QSharedPointer<Table> const& other) const
+{
+    if (!other || other->mayReadRows()) return;
+    if (!lockForConstruction(other)) throw frame_detail::TableBusy();
+}
+
 #ifdef DIRECTORY_CHECK_THREADS
 void Directory::checkUpdatingThread(char const* where) const
 {

@@ -149,6 +149,12 @@ protected:
         return index;
     }
     void adopt(Index* index);
+    // For a construction whose first build reads another table's live rows:
+    // off the updating thread (a first i() on a worker) that table is held
+    // too, to the end of the construction. It is taken after the
+    // directory's own table and only by trying; when busy, the construction
+    // steps back and is tried again, as it does for its own table.
+    void holdForConstruction(QSharedPointer<Table> const& other) const;
 
     // The key lookup of every directory: a key record of the bound table
     // with each (column, value) written as the column's type wants it,

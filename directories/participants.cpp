@@ -21,6 +21,7 @@ using Korvo3::K3FieldsTypes;
 void directory::detail::LastAccountCache::drop(Record const& row)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
+    ++m_drops;
     if (!row.isEmpty() && row != m_record) return;
     m_key.clear();
     m_record = Record();

@@ -27,6 +27,8 @@ namespace detail {
 // row found for it. A miss leaves it as it was and answers with the row of
 // the last hit, a stale answer that callers have always had to tolerate.
 // Safe from any thread: the entry is guarded, the search runs outside it.
+// A row removed while a search ran may be the one it found; such a row is
+// answered but never kept, so the entry never outlives its row's removal.
 class DIRECTORY_EXPORT LastAccountCache
 {
 public:
@@ -34,12 +36,15 @@ public:
     template <class Find>
     Record lookup(QString const& key, Find find)
     {
+        unsigned drops;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             if (m_hasKey && key == m_key) return m_record;
+            drops = m_drops;
         }
         Record found = find(key);
         std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_drops != drops) return found.isEmpty() ? m_record : found;
         if (!found.isEmpty()) {
             // A copy of its own: a text shared with the caller would have its
             // reference count changed on two threads, outside the lock.
@@ -57,6 +62,7 @@ private:
     QString m_key;
     Record m_record;
     bool m_hasKey = false;
+    unsigned m_drops = 0;   // removals seen, kept or not: a search spans them
 };
 
 } // namespace detail

@@ -370,6 +370,7 @@ QString SecurityDirectory::dottedTextId(QString const& textId)
 
 QString SecurityDirectory::codeByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     if (!table()) return dottedTextId(textId);
     Record r = recordByTextId(textId);
     return r.isEmpty() ? tr("<инструмент не найден>") : r.data(m_secCode).toString();
@@ -377,12 +378,14 @@ QString SecurityDirectory::codeByTextId(QString const& textId) const
 
 QString SecurityDirectory::nameByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     Record r = recordByTextId(textId);
     return r.isEmpty() ? textId : r.data(m_secName).toString();
 }
 
 QString SecurityDirectory::baseByTextId(QString const& textId) const
 {
+    DIRECTORY_UPDATING_THREAD_ONLY();
     if (!table()) return dottedTextId(textId);
     Record r = recordByTextId(textId);
     return r.isEmpty() ? QStringLiteral("id") + dottedTextId(textId) : r.data(m_baseCode).toString();

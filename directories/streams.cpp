@@ -179,7 +179,15 @@ void RFSStreamsDirectory::clear()
 
 void RFSStreamsDirectory::build()
 {
-    scanRows(table(), [](Record const&) { return true; }, [this](Record const& r) { add(r); });
+    QSharedPointer<Table> t = table();
+    if (!t || t->masterIndex()->count() == 0) return;
+    // The opening notifications read the securities' names, the user's
+    // orders and the providers' table: a first i() on a worker holds those
+    // tables too while it builds.
+    if (SecurityDirectory* securities = directoryOrNull<SecurityDirectory>()) holdForConstruction(securities->table());
+    if (RFSOrdersDirectory* orders = directoryOrNull<RFSOrdersDirectory>()) holdForConstruction(orders->table());
+    if (LPUsersDirectory* lpUsers = directoryOrNull<LPUsersDirectory>()) holdForConstruction(lpUsers->table());
+    scanRows(t, [](Record const&) { return true; }, [this](Record const& r) { add(r); });
 }
 
 void RFSStreamsDirectory::add(Record const& record)

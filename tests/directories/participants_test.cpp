@@ -103,6 +103,25 @@ TEST_F(Participants, InvestorCacheAnswersAMissWithTheLastHit)
     EXPECT_TRUE(investors->getInvestorByAccount("ZZ99999").isEmpty());
 }
 
+// A worker's search may find a row that the updating thread removes before
+// the worker stores it: that row is answered once but never kept.
+TEST_F(Participants, AccountCacheNeverKeepsARowRemovedDuringItsSearch)
+{
+    directory::detail::LastAccountCache cache;
+    QSharedPointer<Table> investors = db()->table("k3.investor");
+    Record removed = investors->masterIndex()->at(0);
+    Record kept = investors->masterIndex()->at(1);
+    int searches = 0;
+    auto removedMeanwhile = [&](QString const&) { ++searches; cache.drop(removed); return removed; };
+    EXPECT_EQ(cache.lookup("AB01001", removedMeanwhile), removed);
+    EXPECT_TRUE(cache.lookup("ZZ99999", [](QString const&) { return Record(); }).isEmpty());
+    cache.lookup("AB01001", removedMeanwhile);
+    EXPECT_EQ(searches, 2);   // asked again, not answered from the entry
+    // A search that no removal crossed is kept as before.
+    EXPECT_EQ(cache.lookup("AB01002", [&](QString const&) { return kept; }), kept);
+    EXPECT_EQ(cache.lookup("ZZ99999", [](QString const&) { return Record(); }), kept);
+}
+
 TEST_F(Participants, InvestorNamesAndStatusesByExactCode)
 {
     K3InvestorDirectory* investors = K3InvestorDirectory::i();
