@@ -13,6 +13,7 @@ BuySellDirectory::BuySellDirectory(QObject* parent)
 {
     m_buysell = column(QStringLiteral("buysell"));
     m_name = column(QStringLiteral("name"));
+    m_byCode = DirectoryKey<QChar>(table(), nullptr, {m_buysell});
 }
 
 QString BuySellDirectory::nameById(QChar code) const
@@ -20,7 +21,7 @@ QString BuySellDirectory::nameById(QChar code) const
     DIRECTORY_UPDATING_THREAD_ONLY();
     QSharedPointer<Table> t = table();
     if (!t) return QString(code);
-    Record row = findRow(nullptr, m_buysell, code);
+    Record row = m_byCode.find(code);
     return row.isEmpty() ? QString() : t->dataPtr(row.row(), m_name).toString();
 }
 
@@ -45,6 +46,7 @@ CodeTextDirectory::CodeTextDirectory(QObject* parent, char const* context, QStri
     m_key = column(keyColumn);
     m_name = column(QStringLiteral("name"));
     m_descr = column(QStringLiteral("descr"));
+    m_byKey = DirectoryKey<Field>(table(), nullptr, {m_key});
 }
 
 QString CodeTextDirectory::nameByKey(Field const& key) const { return textByKey(key, m_name); }
@@ -58,7 +60,7 @@ QString CodeTextDirectory::textByKey(Field const& key, int column) const
     QSharedPointer<Table> t = table();
     if (!t) return missingTableText(key);
     if (answersEmptyForNullKey() && !key.hasValue()) return QString();
-    Record row = findRow(nullptr, m_key, key);   // converts between column types
+    Record row = m_byKey.find(key);   // converts between column types
     return row.isEmpty() ? QString() : t->dataPtr(row.row(), column).toString();
 }
 

@@ -29,6 +29,7 @@ Q_SIGNALS:
 private:
     int m_buysell = -1;
     int m_name = -1;
+    DirectoryKey<QChar> m_byCode;
 };
 
 // A code table with "name" and "descr" texts: statuses, security types,
@@ -53,6 +54,7 @@ protected:
     int m_key = -1;
     int m_name = -1;
     int m_descr = -1;
+    DirectoryKey<Field> m_byKey;
 
 private:
     QString textByKey(Field const& key, int column) const;

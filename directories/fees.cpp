@@ -39,28 +39,14 @@ FutRateDirectory::FutRateDirectory(QObject* parent, char const* context, QString
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockId, m_boardId, m_secId, m_sessId}));
         m_index->build();
+        m_byId = DirectoryKey<int, int, long long, int>(t, m_index, {m_stockId, m_boardId, m_secId, m_sessId});
+        m_byIsinId = DirectoryKey<int, int, int, int>(t, m_index, {m_stockId, m_boardId, m_isinId, m_sessId});
     }
-}
-
-Record FutRateDirectory::find(Record const& probe) const
-{
-    return m_index && !probe.isEmpty() ? m_index->find(probe, -1) : Record();
 }
 
 Record FutRateDirectory::recordById(int stockId, int boardId, long long secId, int sessId) const
 {
-    QSharedPointer<Table> t = table();
-    if (!t || !m_index) return Record();
-    try {
-        Record probe(t.data());
-        t->dataPtr(probe.row(), m_stockId) = stockId;
-        t->dataPtr(probe.row(), m_boardId) = boardId;
-        t->dataPtr(probe.row(), m_secId) = secId;
-        t->dataPtr(probe.row(), m_sessId) = sessId;
-        return find(probe);
-    } catch (Exception const&) {
-        return Record();
-    }
+    return m_byId.find(stockId, boardId, secId, sessId);
 }
 
 bool FutRateDirectory::recordExists(int stockId, int boardId, long long secId, int sessId) const
@@ -71,18 +57,7 @@ bool FutRateDirectory::recordExists(int stockId, int boardId, long long secId, i
 
 Record FutRateDirectory::recordByIsinId(int stockId, int boardId, int isinId, int sessId) const
 {
-    QSharedPointer<Table> t = table();
-    if (!t || !m_index) return Record();
-    try {
-        Record probe(t.data());
-        t->dataPtr(probe.row(), m_stockId) = stockId;
-        t->dataPtr(probe.row(), m_boardId) = boardId;
-        t->dataPtr(probe.row(), m_isinId) = isinId;
-        t->dataPtr(probe.row(), m_sessId) = sessId;
-        return find(probe);
-    } catch (Exception const&) {
-        return Record();
-    }
+    return m_byIsinId.find(stockId, boardId, isinId, sessId);
 }
 
 void FutRateDirectory::endUpdate() { Q_EMIT dataChanged(); }
@@ -110,17 +85,13 @@ FeeDirectory::FeeDirectory(QObject* parent, char const* context, QString const& 
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_idDeal}));
         m_index->build();
+        m_byDealId = DirectoryKey<long long>(t, m_index, {m_idDeal});
     }
 }
 
 Record FeeDirectory::recordByDealId(long long idDeal) const
 {
-    if (!m_index || m_idDeal < 0) return Record();
-    try {
-        return findRow(m_index, m_idDeal, idDeal);
-    } catch (Exception const&) {
-        return Record();   // an "id_deal" column that takes no integer
-    }
+    return m_byDealId.find(idDeal);   // nothing when "id_deal" takes no integer
 }
 
 void FeeDirectory::endUpdate() { Q_EMIT dataChanged(); }
@@ -146,6 +117,7 @@ K3BrokerFeeParamDirectory::K3BrokerFeeParamDirectory(QObject* parent)
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_index->build();
+        m_byClientCode = DirectoryKey<QString>(t, m_index, {m_clientCode});
     }
 }
 
@@ -155,15 +127,7 @@ std::tuple<Record, bool, Record> K3BrokerFeeParamDirectory::getFeeParamsByAccoun
     std::tuple<Record, bool, Record> none(Record(), false, Record());
     QSharedPointer<Table> t = table();
     if (!t || !m_index || account.size() < Korvo3::K3FieldsTypes::bf_code) return none;
-    if (!masterindex_detail::fitsColumn(t.data(), m_clientCode, account)) return none;
-    int found = -1;
-    try {
-        Record probe(t.data());
-        t->dataPtr(probe.row(), m_clientCode) = QStringRef(&account);
-        found = m_index->search(probe, -1);
-    } catch (Exception const&) {
-        return none;
-    }
+    int found = m_byClientCode.search(account);
     if (found < 0) return none;
 
     // Only the first three rows from the found one are looked at.
@@ -203,13 +167,10 @@ BaseContractsParamsDirectory::BaseContractsParamsDirectory(QObject* parent)
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code}));
         m_index->build();
+        m_byCode = DirectoryKey<QString>(t, m_index, {m_code});
     }
 }
 
-Record BaseContractsParamsDirectory::recordByBaseContractCode(QString const& code) const
-{
-    if (!table()) return Record();
-    return findByValues(m_index, code);
-}
+Record BaseContractsParamsDirectory::recordByBaseContractCode(QString const& code) const { return m_byCode.find(code); }
 
 void BaseContractsParamsDirectory::endUpdate() { Q_EMIT dataChanged(); }

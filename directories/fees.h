@@ -37,11 +37,14 @@ protected:
     FutRateDirectory(QObject* parent, char const* context, QString const& tableName);
 
 private:
-    Record find(Record const& probe) const;
-
     int m_stockId = -1, m_boardId = -1, m_secId = -1, m_isinId = -1, m_sessId = -1;
     int m_exchangeFeeNegdeal = -1, m_exchangeFee = -1, m_clearingFeeNegdeal = -1, m_clearingFee = -1;
     MasterIndex_Column* m_index = nullptr;
+    DirectoryKey<int, int, long long, int> m_byId;
+    // The isin id goes into its own column of a key row that searches the
+    // security-id index, as this lookup always has: the index compares its
+    // own key columns only.
+    DirectoryKey<int, int, int, int> m_byIsinId;
 };
 
 class DIRECTORY_EXPORT OptRateDirectory : public FutRateDirectory
@@ -75,6 +78,7 @@ protected:
 private:
     int m_idDeal = -1, m_buy = -1, m_sell = -1;
     MasterIndex_Column* m_index = nullptr;
+    DirectoryKey<long long> m_byDealId;
 };
 
 // The broker fee of each deal ("k3.broker_fee"), kept as the exchange fee is.
@@ -114,6 +118,7 @@ Q_SIGNALS:
 private:
     int m_clientCode = -1, m_sessId = -1, m_lowerFee = -1, m_upperFee = -1, m_multiplier = -1, m_additive = -1;
     MasterIndex_Column* m_index = nullptr;
+    DirectoryKey<QString> m_byClientCode;
 };
 
 // Risk parameters of each base contract ("k3.base_contracts_params").
@@ -134,4 +139,5 @@ Q_SIGNALS:
 private:
     int m_code = -1, m_mr1 = -1, m_mr2 = -1, m_mr3 = -1, m_lk1 = -1, m_lk2 = -1;
     MasterIndex_Column* m_index = nullptr;
+    DirectoryKey<QString> m_byCode;
 };

@@ -134,12 +134,9 @@ void Directory::adopt(Index* index)
     if (QSharedPointer<Table> t = m_table.toStrongRef()) t->addIndex(index);
 }
 
-void Directory::writeKeyValue(Field field, int value) { field = value; }
-void Directory::writeKeyValue(Field field, long long value) { field = value; }
-void Directory::writeKeyValue(Field field, Field const& value) { field = value; }
-void Directory::writeKeyValue(Field field, QChar value) { writeKeyValue(field, QString(value)); }
+void frame_detail::writeKeyValue(Field field, QChar value) { writeKeyValue(field, QString(value)); }
 
-void Directory::writeKeyValue(Field field, QString const& value)
+void frame_detail::writeKeyValue(Field field, QString const& value)
 {
     // Texts go into text columns only; anything else is the conversion
     // error of a key of the wrong type.
@@ -147,6 +144,12 @@ void Directory::writeKeyValue(Field field, QString const& value)
     else if (field.type() == FieldType::VarChar) field.storeString(value);
     else field.incompatibleType(FieldType::Char);
     field.setHasValue();
+}
+
+bool frame_detail::fitsColumn(Table const& table, int column, QString const& text)
+{
+    ColumnDef const& def = table.columnDef(column);
+    return def.typeCode() != FieldType::Char || text.size() <= def.length / 2;
 }
 
 void Directory::holdForConstruction(QSharedPointer<Table> const& other) const

@@ -1,6 +1,9 @@
 #pragma once
+#include "cachedindex.h"
 #include "library.h"
 
+#include <database/field.h>
+#include <database/fieldtype.h>
 #include <database/index.h>
 #include <database/table.h>
 
@@ -13,6 +16,8 @@
 #include <QString>
 #include <QThread>
 #include <QWeakPointer>
+#include <algorithm>
+#include <type_traits>
 
 namespace frame_detail {
 // Thrown by a directory constructor, run under qCallOnce, whose table is
@@ -156,20 +161,6 @@ protected:
     // steps back and is tried again, as it does for its own table.
     void holdForConstruction(QSharedPointer<Table> const& other) const;
 
-    // The key lookup of every directory: a key record of the bound table
-    // with each (column, value) written as the column's type wants it,
-    // then the first equal row of `index` (the master index when null).
-    // Null when the table is gone.
-    template <class... ColumnsAndValues>
-    Record findRow(IndexList const* index, ColumnsAndValues const&... columnsAndValues) const
-    {
-        QSharedPointer<Table> t = table();
-        if (!t) return Record();
-        Record key(t.data());
-        writeKey(*t, key.row(), columnsAndValues...);
-        return (index ? index : t->masterIndex())->find(key, -1);
-    }
-
 #ifdef DIRECTORY_CHECK_THREADS
     // Stops the program when called off the updating thread by a thread
     // that does not hold the table's lock.
@@ -179,21 +170,219 @@ protected:
     QWeakPointer<Table> m_table;
 
 private:
-    static void writeKey(Table const&, unsigned char*) {}
-    template <class V, class... Rest>
-    static void writeKey(Table const& t, unsigned char* row, int column, V const& value, Rest const&... rest)
-    {
-        writeKeyValue(t.dataPtr(row, column), value);
-        writeKey(t, row, rest...);
-    }
-    static void writeKeyValue(Field field, int value);
-    static void writeKeyValue(Field field, long long value);
-    static void writeKeyValue(Field field, QString const& value);   // text columns (6 and 8) only
-    static void writeKeyValue(Field field, QChar value);            // text columns (6 and 8) only
-    static void writeKeyValue(Field field, Field const& value);     // converted
-
     Registration m_registration;
     QList<Index*> m_ownedIndexes;
+};
+
+// ---------------------------------------------------------------------------
+// Texts of fields.
+
+// The text a field holds, seen in place where it can be: a fixed-width text
+// up to its first NUL or its width, a variable one as stored, any other
+// column through its text; a null field is the empty text. Every comparison
+// of a field's text, with a text or another field's, is this one: code unit
+// by code unit, as QString orders.
+class FieldText
+{
+public:
+    explicit FieldText(Field const& field)
+    {
+        if (!field.hasValue()) return;
+        if (field.type() == FieldType::Char) {
+            m_units = reinterpret_cast<char16_t const*>(field.data());
+            int const width = field.length() / 2;
+            while (m_size < width && m_units[m_size]) ++m_size;
+            return;
+        }
+        m_copy = field.asStaticString();
+        m_units = reinterpret_cast<char16_t const*>(m_copy.utf16());
+        m_size = m_copy.size();
+    }
+
+    int size() const { return m_size; }
+    bool isEmpty() const { return m_size == 0; }
+    QString toString() const { return QString(reinterpret_cast<QChar const*>(m_units), m_size); }
+
+    // Sign of (this text) - the other.
+    int compare(QString const& text) const { return compareUnits(reinterpret_cast<char16_t const*>(text.utf16()), text.size()); }
+    int compare(FieldText const& other) const { return compareUnits(other.m_units, other.m_size); }
+    bool startsWith(QString const& text) const
+    {
+        return text.size() <= m_size && std::equal(m_units, m_units + text.size(), reinterpret_cast<char16_t const*>(text.utf16()));
+    }
+
+private:
+    int compareUnits(char16_t const* units, int size) const
+    {
+        int const common = std::min(m_size, size);
+        for (int i = 0; i < common; ++i)
+            if (m_units[i] != units[i]) return m_units[i] < units[i] ? -1 : 1;
+        return m_size == size ? 0 : (m_size < size ? -1 : 1);
+    }
+
+    char16_t const* m_units = nullptr;
+    int m_size = 0;
+    QString m_copy;   // keeps a variable or converted text alive
+};
+
+// ---------------------------------------------------------------------------
+// Keyed lookups.
+
+namespace frame_detail {
+// A key value written into a key row as its column's type wants it: texts
+// into text columns only (fixed-width or variable), anything else through
+// the field's own conversion. Throws the conversion's Exception when the
+// column cannot take the value.
+DIRECTORY_EXPORT void writeKeyValue(Field field, QString const& value);
+DIRECTORY_EXPORT void writeKeyValue(Field field, QChar value);
+template <class V>
+void writeKeyValue(Field field, V const& value)
+{
+    field = value;
+}
+
+// A text longer than its fixed-width column is stored by no row: searched
+// cut to the width, it would find a row with another key.
+DIRECTORY_EXPORT bool fitsColumn(Table const& table, int column, QString const& text);
+template <class V>
+bool fitsColumn(Table const&, int, V const&)
+{
+    return true;
+}
+
+// The type a typed master index keeps for a lookup's value (void: none).
+template <class V> struct StructKeyOf { using type = void; };
+template <> struct StructKeyOf<int> { using type = int; };
+template <> struct StructKeyOf<long long> { using type = long long; };
+template <> struct StructKeyOf<QString> { using type = ucharn<12>; };
+template <class V>
+using StructKeyType = typename StructKeyOf<V>::type;
+template <class... V>
+constexpr bool kHasStructKey = (!std::is_void<typename StructKeyOf<V>::type>::value && ...);
+
+// The values an owned column index compares in place.
+template <class V> struct InPlaceKey : std::false_type {};
+template <> struct InPlaceKey<int> : std::true_type {};
+template <> struct InPlaceKey<QString> : std::true_type {};
+} // namespace frame_detail
+
+// The key of one sorted index of a directory's table, typed by the values
+// its lookups give, with the key columns resolved once at construction:
+// every keyed lookup of the library goes through one. It picks the fastest
+// search the index allows (a typed master index's own key, an owned column
+// index compared in place, else a key row), and a lookup never throws: a
+// gone table, a missing column, a text longer than its fixed-width column
+// or a value its column cannot take finds nothing.
+//
+// Threading: as the index searched. Searches through a cached master index
+// may run on any thread; the others belong where the directory's lookups do.
+template <class... V>
+class DirectoryKey
+{
+    static_assert(sizeof...(V) > 0, "a key has columns");
+
+public:
+    DirectoryKey() = default;
+    // `index`: the table's master index when null. `columns`: the columns
+    // the values are written into, in their order; usually the index's own
+    // key columns, in which case the fast searches apply.
+    DirectoryKey(QSharedPointer<Table> const& table, IndexSort const* index, QList<int> const& columns)
+    {
+        if (!table || columns.size() != int(sizeof...(V))) return;
+        for (int c : columns)
+            if (c < 0) return;
+        m_table = table;
+        m_index = index ? index : table->masterIndex();
+        m_columns = columns;
+        auto const* pure = dynamic_cast<MasterIndex_Column_Pure const*>(m_index);
+        if (!pure || pure->columns() != columns) return;
+        if constexpr (frame_detail::kHasStructKey<V...>) {
+            using Struct = MasterIndex_Struct<frame_detail::StructKeyType<V>...>;
+            m_cached = dynamic_cast<MasterIndexCached<Struct> const*>(m_index);
+            m_struct = m_cached ? nullptr : dynamic_cast<Struct const*>(m_index);
+        }
+        if constexpr ((frame_detail::InPlaceKey<V>::value && ...)) m_inPlace = dynamic_cast<MasterIndex_Column const*>(m_index);
+    }
+
+    // The first row equal to the key, or an empty record.
+    Record find(V const&... values) const
+    {
+        int position = -1;
+        return lookup(false, position, values...);
+    }
+    // The position of that row in the index, or -1.
+    int search(V const&... values) const
+    {
+        int position = -1;
+        lookup(true, position, values...);
+        return position;
+    }
+    // A key row holding the values, for searches of a range; empty when
+    // the key cannot be written.
+    Record keyRecord(V const&... values) const
+    {
+        QSharedPointer<Table> t = m_table.toStrongRef();
+        if (!t || !fits(*t, values...)) return Record();
+        try {
+            Record key(t.data());
+            int n = 0;
+            (frame_detail::writeKeyValue(t->dataPtr(key.row(), m_columns[n++]), values), ...);
+            return key;
+        } catch (Exception const&) {
+            return Record();
+        }
+    }
+
+private:
+    bool fits(Table const& t, V const&... values) const
+    {
+        int n = 0;
+        return (frame_detail::fitsColumn(t, m_columns[n++], values) && ...);
+    }
+
+    Record lookup(bool wantPosition, int& position, V const&... values) const
+    {
+        QSharedPointer<Table> t = m_table.toStrongRef();
+        if (!t || !fits(*t, values...)) return Record();
+        if constexpr (frame_detail::kHasStructKey<V...>) {
+            using Key = MasterKey_Struct<frame_detail::StructKeyType<V>...>;
+            Key const key(static_cast<frame_detail::StructKeyType<V>>(values)...);
+            if (m_cached && !wantPosition) return m_cached->findKey(key, -1);
+            auto const* typed = m_cached ? m_cached : m_struct;
+            if (typed) {
+                if (wantPosition) {
+                    position = typed->searchKey(key, -1);
+                    return Record();
+                }
+                return typed->findKey(key, -1);
+            }
+        }
+        if constexpr ((frame_detail::InPlaceKey<V>::value && ...)) {
+            if (m_inPlace) {
+                ColumnValuesKey key(m_inPlace);
+                (key << ... << values);
+                if (key.usable()) {
+                    if (!wantPosition) return key.find();
+                    position = key.search();
+                    return Record();
+                }
+            }
+        }
+        Record key = keyRecord(values...);
+        if (key.isEmpty()) return Record();
+        if (wantPosition) {
+            position = m_index->search(key, -1);
+            return Record();
+        }
+        return m_index->find(key, -1);
+    }
+
+    QWeakPointer<Table> m_table;
+    IndexSort const* m_index = nullptr;
+    QList<int> m_columns;
+    MasterIndex_Column const* m_inPlace = nullptr;
+    MasterIndexCached<MasterIndex_Struct<frame_detail::StructKeyType<V>...>> const* m_cached = nullptr;
+    MasterIndex_Struct<frame_detail::StructKeyType<V>...> const* m_struct = nullptr;
 };
 
 // The instance of X, or null when it cannot be created (its table is

@@ -20,71 +20,6 @@ namespace {
 
 constexpr unsigned kZeroFormat = 6656;   // 0x1A00: extended decimal, scale 0
 
-// The text of a fixed-width column in place: code units up to the first NUL
-// or the width; a null field is the empty text.
-struct StoredText
-{
-    char16_t const* units = nullptr;
-    int width = 0;
-
-    explicit StoredText(Field const& field)
-    {
-        if (field.hasValue()) {
-            units = reinterpret_cast<char16_t const*>(field.data());
-            width = field.length() / 2;
-        }
-    }
-    char16_t at(int i) const { return i < width ? units[i] : char16_t(0); }
-
-    // Sign of (this text) - `text`, in QString order.
-    int compare(QString const& text) const
-    {
-        int n = text.size();
-        QChar const* t = text.constData();
-        for (int i = 0;; ++i) {
-            char16_t a = at(i);
-            bool endA = a == 0, endB = i >= n;
-            if (endA || endB) return endA == endB ? 0 : (endA ? -1 : 1);
-            char16_t b = t[i].unicode();
-            if (a != b) return a < b ? -1 : 1;
-        }
-    }
-    bool startsWith(QString const& text) const
-    {
-        int n = text.size();
-        if (n > width) return false;
-        QChar const* t = text.constData();
-        for (int i = 0; i < n; ++i)
-            if (units[i] == 0 || units[i] != t[i].unicode()) return false;
-        return true;
-    }
-};
-
-// Compares a row's account with `text`; fixed-width texts are read in place.
-struct AccountText
-{
-    Field field;
-    bool fixed;
-
-    int compare(QString const& text) const
-    {
-        if (fixed) return StoredText(field).compare(text);
-        int c = field.asStaticString().compare(text);
-        return c < 0 ? -1 : (c > 0 ? 1 : 0);
-    }
-    bool startsWith(QString const& text) const
-    {
-        return fixed ? StoredText(field).startsWith(text) : field.asStaticString().startsWith(text);
-    }
-};
-
-bool isEmptyText(Field const& field)
-{
-    if (!field.hasValue()) return true;
-    if (field.type() == FieldType::Char) return field.length() < 2 || StoredText(field).at(0) == 0;
-    return field.asStaticString().isEmpty();
-}
-
 // An exact sum of margins as xdecimal addition makes it, with the rows of
 // one scale added as plain integers first: the same value and scale as
 // adding each row's xdecimal in turn, without a packed addition per row.
@@ -149,15 +84,6 @@ private:
     bool m_hasTotal;
 };
 
-bool sameText(Field const& a, Field const& b)
-{
-    if (a.type() == FieldType::Char && b.type() == FieldType::Char && a.length() == b.length()) {
-        if (a.hasValue() != b.hasValue()) return false;
-        // Stored zero padded: equal texts are equal bytes.
-        return std::memcmp(a.data(), b.data(), std::size_t(a.length())) == 0;
-    }
-    return a.toString() == b.toString();
-}
 } // namespace
 
 xdecimal zeroVM()
@@ -200,8 +126,7 @@ xdecimal FutVMDirectory::calculateVM(QString const& account) const
     MasterIndex_Column_Pure const* master = t->masterIndex();
     std::shared_lock<std::shared_mutex> lock(master->structureLock());
     PartitionList<Record> const& rows = master->records();
-    bool fixed = t->columnDef(m_account).typeCode() == FieldType::Char;
-    auto accountOf = [&](Record const& r) { return AccountText{t->dataPtr(r.row(), m_account), fixed}; };
+    auto accountOf = [&](Record const& r) { return FieldText(t->dataPtr(r.row(), m_account)); };
 
     // Lower bound of `account`: first the block, then the row inside it.
     int parts = rows.partitionCount();
@@ -286,28 +211,6 @@ OptVMSADirectory::OptVMSADirectory(QObject* parent) : FutVMSADirectory("opt_vm_s
 
 namespace {
 
-// Sign of a - b for two texts of one column, in QString order.
-int compareTexts(Field const& a, Field const& b)
-{
-    if (a.type() == FieldType::Char && b.type() == FieldType::Char) {
-        StoredText x(a), y(b);
-        for (int i = 0;; ++i) {
-            char16_t p = x.at(i), q = y.at(i);
-            if (p != q) return p < q ? -1 : 1;
-            if (!p) return 0;
-        }
-    }
-    int c = a.toString().compare(b.toString());
-    return c < 0 ? -1 : (c > 0 ? 1 : 0);
-}
-
-int compareText(Field const& a, QString const& b)
-{
-    if (a.type() == FieldType::Char) return StoredText(a).compare(b);
-    int c = a.toString().compare(b);
-    return c < 0 ? -1 : (c > 0 ? 1 : 0);
-}
-
 // The sums of calcVM. With `previous` (the map of the last batch), keys are
 // shared with it where they are unchanged, and when every key is unchanged
 // the previous map is updated in place: the usual batch changes amounts, not
@@ -345,13 +248,14 @@ bool latestSessionSums(Table* table, FutVMSADirectory::FutVMSAColumns columns, Q
             int session = table->dataPtr(row, columns.sessId).toInteger();
             if (any && session < latest) continue;
             Field account = table->dataPtr(row, columns.settlementAccount);
-            if (isEmptyText(account)) continue;
+            if (FieldText(account).isEmpty()) continue;
             if (!any || session > latest) {
                 runs.clear();
                 latest = session;
                 any = true;
             }
-            if (runs.empty() || !sameText(accountOf(runs.back()), account)) runs.push_back(Run{row, ExactSum(false)});
+            if (runs.empty() || FieldText(accountOf(runs.back())).compare(FieldText(account)) != 0)
+                runs.push_back(Run{row, ExactSum(false)});
             runs.back().sum.add(table->dataPtr(row, columns.vm));
         }
     }
@@ -360,7 +264,7 @@ bool latestSessionSums(Table* table, FutVMSADirectory::FutVMSAColumns columns, Q
     // Read backwards from a table in key order, the runs come out ascending
     // and distinct; any other order is sorted and its repeats merged.
     bool ascending = true;
-    for (std::size_t i = 1; i < runs.size() && ascending; ++i) ascending = compareTexts(accountOf(runs[i - 1]), accountOf(runs[i])) < 0;
+    for (std::size_t i = 1; i < runs.size() && ascending; ++i) ascending = FieldText(accountOf(runs[i - 1])).compare(FieldText(accountOf(runs[i]))) < 0;
     if (!ascending) {
         std::vector<std::pair<QString, xdecimal>> sums;
         sums.reserve(runs.size());
@@ -377,7 +281,7 @@ bool latestSessionSums(Table* table, FutVMSADirectory::FutVMSAColumns columns, Q
     if (previous && previous->size() == int(runs.size())) {
         bool sameKeys = true;
         auto it = previous->constBegin();
-        for (std::size_t i = 0; i < runs.size() && sameKeys; ++i, ++it) sameKeys = compareText(accountOf(runs[i]), it.key()) == 0;
+        for (std::size_t i = 0; i < runs.size() && sameKeys; ++i, ++it) sameKeys = FieldText(accountOf(runs[i])).compare(it.key()) == 0;
         if (sameKeys) {
             auto out = previous->begin();
             for (Run& r : runs) (out++).value() = r.sum.result();
@@ -387,9 +291,9 @@ bool latestSessionSums(Table* table, FutVMSADirectory::FutVMSAColumns columns, Q
     auto old = previous ? previous->constBegin() : QMap<QString, xdecimal>::const_iterator();
     auto oldEnd = previous ? previous->constEnd() : QMap<QString, xdecimal>::const_iterator();
     for (Run& r : runs) {
-        Field account = accountOf(r);
-        while (previous && old != oldEnd && compareText(account, old.key()) > 0) ++old;
-        bool shared = previous && old != oldEnd && compareText(account, old.key()) == 0;
+        FieldText account(accountOf(r));
+        while (previous && old != oldEnd && account.compare(old.key()) > 0) ++old;
+        bool shared = previous && old != oldEnd && account.compare(old.key()) == 0;
         result.insert(result.constEnd(), shared ? old.key() : account.toString(), r.sum.result());
     }
     return false;

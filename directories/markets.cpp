@@ -18,32 +18,29 @@ StockDirectory::StockDirectory(QObject* parent)
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockCode}));
         m_codeIndex->build();
     }
+    m_byId = DirectoryKey<int>(table(), nullptr, {m_stockId});
+    // Keys as keys() hands them out: the table's own key column.
+    if (QSharedPointer<Table> t = table()) m_byKey = DirectoryKey<Field>(t, nullptr, {t->keyColumnNumbers().value(0, -1)});
+    m_byCode = DirectoryKey<QString>(table(), m_codeIndex, {m_stockCode});
 }
 
 Record StockDirectory::recordById(int id) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    return findRow(nullptr, m_stockId, id);
+    return m_byId.find(id);
 }
 
 Record StockDirectory::recordByCode(QString const& code) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    return table() ? findByValues(m_codeIndex, code) : Record();
+    return m_byCode.find(code);
 }
 
 Record StockDirectory::recordByKey(KeyValue const& key) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    QSharedPointer<Table> t = table();
-    if (!t) return Record();
-    Record probe(t.data());
-    QList<int> const& columns = t->keyColumnNumbers();
-    for (int n = 0; n < columns.size() && n < key.size(); ++n) {
-        Field f = t->dataPtr(probe.row(), columns[n]);
-        f = key[n];   // converts between column types
-    }
-    return t->masterIndex()->find(probe, -1);
+    // The market's key is its id alone; the value converts to the column.
+    return key.isEmpty() ? Record() : m_byKey.find(key.first());
 }
 
 int StockDirectory::idByCode(QString const& code) const
@@ -277,18 +274,20 @@ BoardDirectory::BoardDirectory(QObject* parent)
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockId, m_boardCode}));
         m_codeIndex->build();
     }
+    m_byId = DirectoryKey<int, int>(table(), nullptr, {m_stockId, m_boardId});
+    m_byCode = DirectoryKey<int, QString>(table(), m_codeIndex, {m_stockId, m_boardCode});
 }
 
 Record BoardDirectory::findById(int stock, int board) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    return findRow(nullptr, m_stockId, stock, m_boardId, board);
+    return m_byId.find(stock, board);
 }
 
 Record BoardDirectory::findByCode(int stock, QString const& boardCode) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    return table() ? findByValues(m_codeIndex, stock, boardCode) : Record();
+    return m_byCode.find(stock, boardCode);
 }
 
 Record BoardDirectory::findByCodes(QString const& stockCode, QString const& boardCode) const

@@ -54,6 +54,9 @@ private:
     int m_stockCode = -1;
     int m_name = -1;
     MasterIndex_Column* m_codeIndex = nullptr;
+    DirectoryKey<int> m_byId;
+    DirectoryKey<Field> m_byKey;
+    DirectoryKey<QString> m_byCode;
 };
 
 // Decimals of every (market, security) pair of "securities", kept apart so
@@ -189,4 +192,6 @@ private:
     int m_flags = -1;
     int m_boardCodeIss = -1;
     MasterIndex_Column* m_codeIndex = nullptr;
+    DirectoryKey<int, int> m_byId;
+    DirectoryKey<int, QString> m_byCode;
 };

@@ -295,6 +295,12 @@ Record ColumnValuesKey::find() const
     return m_index->findBinary(*this, -1, Compare());
 }
 
+int ColumnValuesKey::search() const
+{
+    if (!m_usable || m_filled != m_count) return -1;
+    return m_index->searchBinary(*this, -1, Compare());
+}
+
 // As MasterIndex_Column::compare with a key row holding these values: a
 // row's null sorts before any value; texts compare up to their first NUL.
 int ColumnValuesKey::compareRow(unsigned char const* row) const

@@ -146,8 +146,10 @@ public:
     ColumnValuesKey& operator<<(int value);
     ColumnValuesKey& operator<<(QString const& text);
 
-    // The first record equal to the key, or an empty record.
+    // The first record equal to the key, or an empty record; its position,
+    // or -1.
     Record find() const;
+    int search() const;
 
     // For IndexSort::searchBinary.
     struct Compare
@@ -326,54 +328,6 @@ inline uint qHash(MasterKey_Struct<T, U, Rest...> const& k, uint seed = 0)
 {
     return directory::detail::hashCombine(qHash(k.value, seed), qHash(k.rest, seed));
 }
-
-// ---------------------------------------------------------------------------
-// The lookup of a row by the plain values of an owned column index.
-namespace masterindex_detail {
-
-inline void putKeyValue(ColumnValuesKey& key, QString const& value) { key << value; }
-inline void putKeyValue(ColumnValuesKey& key, int value) { key << value; }
-inline void writeKeyValue(Field field, QString const& value) { field = QStringRef(&value); }
-inline void writeKeyValue(Field field, int value) { field = value; }
-// A text longer than its fixed-width column is stored by no row: searching
-// it cut to the width would find a row with another key.
-inline bool fitsColumn(Table const* table, int column, QString const& text)
-{
-    ColumnDef const& def = table->columnDef(column);
-    return def.typeCode() != FieldType::Char || text.size() <= def.length / 2;
-}
-inline bool fitsColumn(Table const*, int, int) { return true; }
-
-} // namespace masterindex_detail
-
-// The first row of `index` whose key columns hold `values`, in key-column
-// order; an empty record when there is none or no index. Texts match
-// exactly, never cut to their column's width. Integer and short
-// fixed-text keys are compared in place; other column types go through a key
-// row, and a value the column cannot take finds nothing.
-template <class... V>
-Record findByValues(MasterIndex_Column const* index, V const&... values)
-{
-    if (!index || index->columns().size() != int(sizeof...(V))) return Record();
-    Table const* table = index->table();
-    QList<int> const& columns = index->columns();
-    for (int c : columns)
-        if (c < 0) return Record();
-    int checked = 0;
-    if (!(masterindex_detail::fitsColumn(table, columns[checked++], values) && ...)) return Record();
-    ColumnValuesKey key(index);
-    (masterindex_detail::putKeyValue(key, values), ...);
-    if (key.usable()) return key.find();
-    try {
-        Record probe(table);
-        int n = 0;
-        (masterindex_detail::writeKeyValue(table->dataPtr(probe.row(), columns[n++]), values), ...);
-        return index->find(probe, -1);
-    } catch (Exception const&) {
-        return Record();
-    }
-}
-
 
 // ---------------------------------------------------------------------------
 // MasterIndex_Struct<T...>

@@ -40,13 +40,14 @@ K3DealerDirectory::K3DealerDirectory(QObject* parent)
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_codeIndex->build();
+        m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_clientCode});
     }
 }
 
 Record K3DealerDirectory::findByCode(QString const& bf) const
 {
     if (!table() || !m_codeIndex || bf.size() != K3FieldsTypes::bf_code) return Record();
-    return findByValues(m_codeIndex, bf + QStringLiteral("000"));
+    return m_byCode.find(bf + QStringLiteral("000"));
 }
 
 QString K3DealerDirectory::nameByCode(QString const& bf) const
@@ -102,6 +103,7 @@ K3InvestorDirectory::K3InvestorDirectory(QObject* parent)
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_codeIndex->build();
+        m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_clientCode});
     }
 }
 
@@ -109,14 +111,14 @@ Record K3InvestorDirectory::getInvestorByAccount(QString const& account) const
 {
     if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
     return m_last.lookup(account.left(K3FieldsTypes::client_code),
-                         [this](QString const& key) { return findByValues(m_codeIndex, key); });
+                         [this](QString const& key) { return m_byCode.find(key); });
 }
 
 QString K3InvestorDirectory::nameByCode(QString const& code) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
     if (!table()) return QString();
-    Record row = findByValues(m_codeIndex, code);
+    Record row = m_byCode.find(code);
     return row.isEmpty() ? QString() : row.data(m_name).toString();
 }
 
@@ -124,7 +126,7 @@ int K3InvestorDirectory::statusByCode(QString const& code) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
     if (!table()) return 0;
-    Record row = findByValues(m_codeIndex, code);
+    Record row = m_byCode.find(code);
     return row.isEmpty() ? 0 : row.data(m_status).toInteger();
 }
 
@@ -141,6 +143,7 @@ K3CoreDealerDirectory::K3CoreDealerDirectory(QObject* parent)
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_codeIndex->build();
+        m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_clientCode});
     }
 }
 
@@ -148,7 +151,7 @@ Record K3CoreDealerDirectory::getDealerByAccount(QString const& account) const
 {
     if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::bf_code) return Record();
     return m_last.lookup(account.left(K3FieldsTypes::bf_code),
-                         [this](QString const& key) { return findByValues(m_codeIndex, key); });
+                         [this](QString const& key) { return m_byCode.find(key); });
 }
 
 void K3CoreDealerDirectory::clear() { m_last.drop(); }
@@ -164,6 +167,7 @@ K3CoreInvestorDirectory::K3CoreInvestorDirectory(QObject* parent)
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_codeIndex->build();
+        m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_clientCode});
     }
 }
 
@@ -171,7 +175,7 @@ Record K3CoreInvestorDirectory::getInvestorByAccount(QString const& account) con
 {
     if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
     return m_last.lookup(account.left(K3FieldsTypes::client_code),
-                         [this](QString const& key) { return findByValues(m_codeIndex, key); });
+                         [this](QString const& key) { return m_byCode.find(key); });
 }
 
 void K3CoreInvestorDirectory::clear() { m_last.drop(); }
@@ -189,13 +193,14 @@ K3RFDirectory::K3RFDirectory(QObject* parent)
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code}));
         m_codeIndex->build();
+        m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_code});
     }
 }
 
 Record K3RFDirectory::findByCode(QString const& rf) const
 {
     if (!table() || !m_codeIndex || rf.size() != K3FieldsTypes::rf_code) return Record();
-    return findByValues(m_codeIndex, rf);
+    return m_byCode.find(rf);
 }
 
 QString K3RFDirectory::statusByCode(QString const& rf) const

@@ -100,6 +100,7 @@ private:
     int m_status = -1;
     int m_signs = -1;
     MasterIndex_Column* m_codeIndex = nullptr;
+    DirectoryKey<QString> m_byCode;
 };
 
 // Investors (clients) by full client code.
@@ -132,6 +133,7 @@ private:
     int m_name = -1;
     int m_status = -1;
     MasterIndex_Column* m_codeIndex = nullptr;
+    DirectoryKey<QString> m_byCode;
     mutable directory::detail::LastAccountCache m_last;
 };
 
@@ -156,6 +158,7 @@ Q_SIGNALS:
 private:
     int m_clientCode = -1;
     MasterIndex_Column* m_codeIndex = nullptr;
+    DirectoryKey<QString> m_byCode;
     mutable directory::detail::LastAccountCache m_last;
 };
 
@@ -180,6 +183,7 @@ Q_SIGNALS:
 private:
     int m_clientCode = -1;
     MasterIndex_Column* m_codeIndex = nullptr;
+    DirectoryKey<QString> m_byCode;
     mutable directory::detail::LastAccountCache m_last;
 };
 
@@ -211,4 +215,5 @@ private:
     int m_opInput = -1;
     int m_rfInput = -1;
     MasterIndex_Column* m_codeIndex = nullptr;
+    DirectoryKey<QString> m_byCode;
 };

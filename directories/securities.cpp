@@ -72,7 +72,8 @@ SecurityDirectory::SecurityDirectory(QObject* parent)
         t.data(), QStringList{QStringLiteral("stock_id"), QStringLiteral("board_id"), QStringLiteral("isin_id")}));
     t->setIndexName(QStringLiteral("isin_id"), m_isinIndex);
     m_isinIndex->build();
-    m_typedMaster = dynamic_cast<MasterIndexCached<MasterIndex_Struct<int, int, long long>> const*>(t->masterIndex());
+    m_byId = DirectoryKey<int, int, long long>(t, nullptr, {m_stockId, m_boardId, m_secId});
+    if (m_isinIndex) m_byIsinId = DirectoryKey<int, int, int>(t, m_isinIndex, {m_stockId, m_boardId, m_isinId});
 }
 
 SecurityDirectory::~SecurityDirectory()
@@ -86,12 +87,7 @@ SecurityDirectory::~SecurityDirectory()
 
 Record SecurityDirectory::recordById(int stock, int board, long long secId) const
 {
-    QSharedPointer<Table> t = table();
-    if (!t) return Record();
-    stock = marketAlias(stock);
-    if (m_typedMaster) return m_typedMaster->findKey(MasterKey_Struct<int, int, long long>(stock, board, secId), -1);
-    // The table's key did not fit the typed index: search by a key record.
-    return findRow(nullptr, m_stockId, stock, m_boardId, board, m_secId, secId);
+    return m_byId.find(marketAlias(stock), board, secId);
 }
 
 bool SecurityDirectory::recordExists(int stock, int board, long long secId) const
@@ -110,8 +106,7 @@ Record SecurityDirectory::realRecordById(int stock, int board, long long secId) 
 
 Record SecurityDirectory::recordByIsinId(int stock, int board, int isinId) const
 {
-    if (!m_isinIndex) return Record();
-    return findRow(m_isinIndex, m_stockId, stock, m_boardId, board, m_isinId, isinId);
+    return m_byIsinId.find(stock, board, isinId);
 }
 
 namespace {
@@ -155,10 +150,7 @@ Record SecurityDirectory::recordByTextId(QString const& textId) const
     // the one the key record below would find.
     int stock = 0, board = 0;
     long long secId = 0;
-    if (m_typedMaster && parseTextId(textId, stock, board, secId)) {
-        MasterIndex_Struct<int, int, long long> const* search = m_typedMaster;
-        return search->findKey(MasterKey_Struct<int, int, long long>(stock, board, secId), -1);
-    }
+    if (parseTextId(textId, stock, board, secId)) return m_byId.find(stock, board, secId);
     MasterIndex_Column_Pure* master = t->masterIndex();
     Record key = master->fromText(textId);
     if (key.isEmpty()) return Record();

@@ -149,5 +149,6 @@ private:
     QCache<long long, CalcVolatResult> m_volatCacheBach;    // calculation type 1
     QTimer* m_calcVolatTimer = nullptr;
     // The table's master index in its typed form, when it has one.
-    MasterIndexCached<MasterIndex_Struct<int, int, long long>> const* m_typedMaster = nullptr;
+    DirectoryKey<int, int, long long> m_byId;
+    DirectoryKey<int, int, int> m_byIsinId;
 };

@@ -20,19 +20,13 @@ SessionDirectory::SessionDirectory(QObject* parent)
     m_sessId = column(QStringLiteral("sess_id"));
     m_name = column(QStringLiteral("name"));
     m_date = column(QStringLiteral("date"));
+    m_byId = DirectoryKey<int, int>(table(), nullptr, {m_stockId, m_sessId});
 }
 
 Record SessionDirectory::recordById(int stock, int sessId) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    QSharedPointer<Table> t = table();
-    if (!t) return Record();
-    Record key(t.data());
-    Field s = t->dataPtr(key.row(), m_stockId);
-    s = marketAlias(stock);
-    Field n = t->dataPtr(key.row(), m_sessId);
-    n = sessId;
-    return t->masterIndex()->find(key, -1);
+    return m_byId.find(marketAlias(stock), sessId);
 }
 
 QString SessionDirectory::nameById(int stock, int sessId) const
@@ -76,6 +70,7 @@ CalendarDirectory::CalendarDirectory(QObject* parent)
 {
     m_date = column(QStringLiteral("date"));
     m_type = column(QStringLiteral("type"));
+    m_byDate = DirectoryKey<datetime>(table(), nullptr, {m_date});
 }
 
 QList<Record> CalendarDirectory::range(datetime const& from, datetime const& to) const
@@ -87,9 +82,8 @@ QList<Record> CalendarDirectory::range(datetime const& from, datetime const& to)
     MasterIndex_Column_Pure* master = t->masterIndex();
     int const count = master->count();
     if (count == 0) return days;
-    Record key(t.data());
-    Field f = t->dataPtr(key.row(), m_date);
-    f = from;
+    Record key = m_byDate.keyRecord(from);
+    if (key.isEmpty()) return days;
     // First position whose day is not before `from`: halve the distance left.
     int first = 0, left = count;
     while (left > 0) {
@@ -129,17 +123,10 @@ StockTimeDirectory::StockTimeDirectory(QObject* parent)
     m_stockId = column(QStringLiteral("stock_id"));
     m_diffVsCurTime = column(QStringLiteral("diff_vs_cur_time"));
     m_serverTime = column(QStringLiteral("server_time"));
+    m_byId = DirectoryKey<int>(table(), nullptr, {m_stockId});
 }
 
-Record StockTimeDirectory::recordById(int stock) const
-{
-    QSharedPointer<Table> t = table();
-    if (!t) return Record();
-    Record key(t.data());
-    Field f = t->dataPtr(key.row(), m_stockId);
-    f = stock;
-    return t->masterIndex()->find(key, -1);
-}
+Record StockTimeDirectory::recordById(int stock) const { return m_byId.find(stock); }
 
 datetime StockTimeDirectory::timeByStockId(int stock) const
 {

@@ -40,6 +40,7 @@ Q_SIGNALS:
 
 private:
     int m_stockId = -1, m_sessId = -1, m_name = -1, m_date = -1;
+    DirectoryKey<int, int> m_byId;
 };
 
 // The trading calendar ("calendar"), one row per day, in date order.
@@ -63,6 +64,7 @@ Q_SIGNALS:
 
 private:
     int m_date = -1, m_type = -1;
+    DirectoryKey<datetime> m_byDate;
 };
 
 // Each market's offset from the local clock to the exchange's ("stock_time").
@@ -90,4 +92,5 @@ private:
     Record recordById(int stock) const;
 
     int m_stockId = -1, m_diffVsCurTime = -1, m_serverTime = -1;
+    DirectoryKey<int> m_byId;
 };

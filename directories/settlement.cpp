@@ -14,7 +14,6 @@ namespace {
     QT_TRANSLATE_NOOP("K3PartsBFDirectory", "Таблица '%1' отсутствует"),
 };
 
-using CodeIndex = MasterIndexCached<MasterIndex_Struct<ucharn<12>>>;
 } // namespace
 
 // ---- K3FutSettlementDirectory ------------------------------------------------
@@ -29,14 +28,15 @@ K3FutSettlementDirectory::K3FutSettlementDirectory(QObject* parent)
     if (QSharedPointer<Table> t = table()) {
         m_codeTypeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code, m_type}));
         m_codeTypeIndex->build();
+        m_byCodeType = DirectoryKey<QString, int>(t, m_codeTypeIndex, {m_code, m_type});
     }
 }
 
 QString K3FutSettlementDirectory::settlementAccountByCodeByType(QString const& code, int type) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    if (code.isEmpty() || type < 0 || !table() || !m_codeTypeIndex) return QString();
-    Record row = findByValues(m_codeTypeIndex, code, type);
+    if (code.isEmpty() || type < 0) return QString();
+    Record row = m_byCodeType.find(code, type);
     return row.isEmpty() ? QString() : row.data(m_settlementAccount).toString();
 }
 
@@ -85,27 +85,16 @@ K3FutMarginTypeDirectory::K3FutMarginTypeDirectory(QObject* parent)
     m_operatorInput = column(QStringLiteral("operator_input"));
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(MasterIndex_Struct_Cached<ucharn<12>>::create(t.data(), QStringList{QStringLiteral("code")}));
-        m_codeIndex->build();
+        if (m_codeIndex) {
+            m_codeIndex->build();
+            m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_code});
+        }
     }
 }
 
 Record K3FutMarginTypeDirectory::recordByCode(QString const& code) const
 {
-    QSharedPointer<Table> t = table();
-    if (!t || !m_codeIndex || m_code < 0) return Record();
-    ColumnDef const& def = t->columnDef(m_code);
-    if (def.typeCode() == FieldType::Char && code.size() > def.length / 2) return Record();
-    if (auto const* typed = dynamic_cast<CodeIndex const*>(m_codeIndex))
-        return typed->findKey(MasterKey_Struct<ucharn<12>>(ucharn<12>(code)), -1);
-    // The column did not suit the typed index: search the general one by a key row.
-    try {
-        Record key(t.data());
-        Field f = t->dataPtr(key.row(), m_code);
-        f = QStringRef(&code);
-        return m_codeIndex->find(key, -1);
-    } catch (Exception const&) {
-        return Record();
-    }
+    return m_byCode.find(code);
 }
 
 int K3FutMarginTypeDirectory::typeByCode(QString const& code) const
@@ -172,17 +161,13 @@ K3PartsBFDirectory::K3PartsBFDirectory(QObject* parent)
     : Directory(parent, "K3PartsBFDirectory", QStringLiteral("k3part_bf"), AsIndex)
 {
     m_account = column(QStringLiteral("account"));
+    m_byFirm = DirectoryKey<QString>(table(), nullptr, {m_account});
 }
 
 Record K3PartsBFDirectory::getBFByAccount(QString const& account) const
 {
-    QSharedPointer<Table> t = table();
-    if (!t || m_account < 0 || account.size() < Korvo3::K3FieldsTypes::bf_code) return Record();
-    try {
-        return findRow(nullptr, m_account, account.left(Korvo3::K3FieldsTypes::bf_code));
-    } catch (Exception const&) {
-        return Record();
-    }
+    if (account.size() < Korvo3::K3FieldsTypes::bf_code) return Record();
+    return m_byFirm.find(account.left(Korvo3::K3FieldsTypes::bf_code));
 }
 
 void K3PartsBFDirectory::clear() { Q_EMIT dataChanged(); }

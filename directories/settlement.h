@@ -48,6 +48,7 @@ private:
     int m_type = -1;
     int m_settlementAccount = -1;
     MasterIndex_Column* m_codeTypeIndex = nullptr;
+    DirectoryKey<QString, int> m_byCodeType;
     QMap<QString, QString> m_rfBySettlementAccount;
 };
 
@@ -87,6 +88,7 @@ private:
     int m_settlementAccountType = -1;
     int m_operatorInput = -1;
     MasterIndex_Column_Pure* m_codeIndex = nullptr;
+    DirectoryKey<QString> m_byCode;
 };
 
 // Firm (BF) rows ("k3part_bf"), found through the table's master index.
@@ -112,4 +114,5 @@ Q_SIGNALS:
 
 private:
     int m_account = -1;
+    DirectoryKey<QString> m_byFirm;
 };

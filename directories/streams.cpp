@@ -231,6 +231,7 @@ RFSQuoteDirectory::RFSQuoteDirectory(QObject* parent)
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_streamId, m_dir}));
         t->setIndexName(QStringLiteral("stream_id,dir"), m_index);
         m_index->build();
+        m_byStreamAndDir = DirectoryKey<long long, int>(t, m_index, {m_streamId, m_dir});
     }
     build();
 }
@@ -253,12 +254,7 @@ RFSQuoteDirectory::Quote RFSQuoteDirectory::quoteOf(Record const& record) const
 Record RFSQuoteDirectory::recordByStreamIdAndDir(long long streamId, int dir) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    if (!m_index || m_streamId < 0 || m_dir < 0) return Record();
-    try {
-        return findRow(m_index, m_streamId, streamId, m_dir, dir);
-    } catch (Exception const&) {
-        return Record();
-    }
+    return m_byStreamAndDir.find(streamId, dir);
 }
 
 RFSQuoteDirectory::Quote RFSQuoteDirectory::previousQuote(long long streamId, int dir) const
@@ -429,14 +425,15 @@ LPUsersDirectory::LPUsersDirectory(QObject* parent)
         m_clientCodeIndex->build();
         m_lpCodeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_lpCode}));
         m_lpCodeIndex->build();
+        m_byClientCode = DirectoryKey<QString>(t, m_clientCodeIndex, {m_clientCode});
+        m_byLpCode = DirectoryKey<QString>(t, m_lpCodeIndex, {m_lpCode});
     }
 }
 
 Record LPUsersDirectory::recordByClientCode(QString const& clientCode) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    if (!table()) return Record();
-    return findByValues(m_clientCodeIndex, clientCode);
+    return m_byClientCode.find(clientCode);
 }
 
 QString LPUsersDirectory::lpCodeByClientCode(QString const& clientCode) const
@@ -448,8 +445,7 @@ QString LPUsersDirectory::lpCodeByClientCode(QString const& clientCode) const
 QString LPUsersDirectory::clientCodeByLpCode(QString const& lpCode) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    if (!table()) return QString();
-    Record row = findByValues(m_lpCodeIndex, lpCode);
+    Record row = m_byLpCode.find(lpCode);
     return row.isEmpty() ? QString() : row.data(m_clientCode).toString();
 }
 
@@ -476,15 +472,15 @@ RFSMinAmountDirectory::RFSMinAmountDirectory(QObject* parent)
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code}));
         m_index->build();
+        m_byCode = DirectoryKey<QString>(t, m_index, {m_code});
     }
 }
 
 Record RFSMinAmountDirectory::recordByBaseContractCode(QString const& code) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    if (!table()) return Record();
-    Record row = findByValues(m_index, code);
-    return row.isEmpty() ? findByValues(m_index, QStringLiteral("*")) : row;
+    Record row = m_byCode.find(code);
+    return row.isEmpty() ? m_byCode.find(QStringLiteral("*")) : row;
 }
 
 int RFSMinAmountDirectory::minAmountByBaseContractCode(QString const& code) const

@@ -139,6 +139,7 @@ private:
 
     int m_streamId = -1, m_quoteId = -1, m_dir = -1, m_price = -1, m_moment = -1;
     MasterIndex_Column* m_index = nullptr;
+    DirectoryKey<long long, int> m_byStreamAndDir;
     QHash<QuoteKey, Memory> m_memory;
 };
 
@@ -225,6 +226,8 @@ private:
     int m_lpCode = -1, m_clientCode = -1;
     MasterIndex_Column* m_clientCodeIndex = nullptr;
     MasterIndex_Column* m_lpCodeIndex = nullptr;
+    DirectoryKey<QString> m_byClientCode;
+    DirectoryKey<QString> m_byLpCode;
 };
 
 // Minimal amount per base contract ("k3.rfs.base_contract_min_amount"); the
@@ -246,4 +249,5 @@ Q_SIGNALS:
 private:
     int m_code = -1, m_minAmount = -1;
     MasterIndex_Column* m_index = nullptr;
+    DirectoryKey<QString> m_byCode;
 };

@@ -33,6 +33,8 @@ K3UserDirectory::K3UserDirectory(QObject* parent)
         m_loginIndex->build();
         m_asprefIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_aspref}));
         m_asprefIndex->build();
+        m_byLogin = DirectoryKey<QString>(t, m_loginIndex, {m_login});
+        m_byAspref = DirectoryKey<int>(t, m_asprefIndex, {m_aspref});
     }
 }
 
@@ -72,24 +74,23 @@ QStringList K3UserDirectory::getSMALogins() const
 QString K3UserDirectory::loginByAspref(int aspref) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    if (!table()) return QString();
-    Record row = findByValues(m_asprefIndex, aspref);
+    Record row = m_byAspref.find(aspref);
     return row.isEmpty() ? QString() : row.data(m_login).toString();
 }
 
 QString K3UserDirectory::clientCodeByUser(QString const& login) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    if (login.isEmpty() || !table()) return QString();
-    Record row = findByValues(m_loginIndex, login);
+    if (login.isEmpty()) return QString();
+    Record row = m_byLogin.find(login);
     return row.isEmpty() ? QString() : row.data(m_clientCode).toString();
 }
 
 int K3UserDirectory::asprefByLogin(QString const& login) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    if (login.isEmpty() || !table()) return 0;
-    Record row = findByValues(m_loginIndex, login);
+    if (login.isEmpty()) return 0;
+    Record row = m_byLogin.find(login);
     return row.isEmpty() ? 0 : row.data(m_aspref).toInteger();
 }
 

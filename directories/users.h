@@ -68,6 +68,8 @@ private:
     int m_passwordExpiration = -1;
     MasterIndex_Column* m_loginIndex = nullptr;
     MasterIndex_Column* m_asprefIndex = nullptr;
+    DirectoryKey<QString> m_byLogin;
+    DirectoryKey<int> m_byAspref;
     QMap<QString, QString> m_users;   // trimmed login -> client code as stored
     QStringList m_smaLogins;          // trimmed, in order of arrival
 };

@@ -27,23 +27,13 @@ VolatDirectory::VolatDirectory(QObject* parent)
     QSharedPointer<Table> t = table();
     m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockId, m_boardId, m_secId, m_sessId}));
     m_index->build();
+    m_byId = DirectoryKey<int, int, long long, int>(t, m_index, {m_stockId, m_boardId, m_secId, m_sessId});
 }
 
 Record VolatDirectory::recordById(int stock, int board, long long secId, int sessId) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    QSharedPointer<Table> t = table();
-    if (!t || !m_index) return Record();
-    Record key(t.data());
-    Field stockField = t->dataPtr(key.row(), m_stockId);
-    stockField = stock;
-    Field boardField = t->dataPtr(key.row(), m_boardId);
-    boardField = board;
-    Field secField = t->dataPtr(key.row(), m_secId);
-    secField = secId;
-    Field sessField = t->dataPtr(key.row(), m_sessId);
-    sessField = sessId;
-    return m_index->find(key, -1);
+    return m_byId.find(stock, board, secId, sessId);
 }
 
 void VolatDirectory::endUpdate() { Q_EMIT dataChanged(); }
@@ -63,20 +53,13 @@ VolatCoeffDirectory::VolatCoeffDirectory(QObject* parent, char const* context, Q
     QSharedPointer<Table> t = table();
     m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_optionSeriesId}));
     m_index->build();
+    m_byId = DirectoryKey<int>(t, m_index, {m_optionSeriesId});
 }
 
 Record VolatCoeffDirectory::recordById(int optionSeriesId) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    QSharedPointer<Table> t = table();
-    if (!t || !m_index) return Record();
-    ColumnValuesKey values(m_index);
-    values << optionSeriesId;
-    if (values.usable()) return values.find();
-    Record key(t.data());
-    Field f = t->dataPtr(key.row(), m_optionSeriesId);
-    f = optionSeriesId;
-    return m_index->find(key, -1);
+    return m_byId.find(optionSeriesId);
 }
 
 bool VolatCoeffDirectory::volatCoeffsById(int optionSeriesId, VolatInputParams& params) const

@@ -39,6 +39,7 @@ Q_SIGNALS:
 private:
     int m_stockId = -1, m_boardId = -1, m_secId = -1, m_isinId = -1, m_sessId = -1, m_upPrem = -1, m_downPrem = -1;
     MasterIndex_Column* m_index = nullptr;
+    DirectoryKey<int, int, long long, int> m_byId;
 };
 
 // Smile coefficients of option series, one row per series, in one of two
@@ -68,6 +69,7 @@ private:
     QString m_tableName;
     int m_optionSeriesId = -1, m_a = -1, m_b = -1, m_c = -1, m_d = -1, m_e = -1, m_s = -1;
     MasterIndex_Column* m_index = nullptr;
+    DirectoryKey<int> m_byId;
 };
 
 class DIRECTORY_EXPORT VolatCoeffBlackDirectory : public VolatCoeffDirectory

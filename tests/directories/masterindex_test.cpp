@@ -1,4 +1,5 @@
 #include "cachedindex.h"
+#include "frame.h"
 #include "index_fixture.h"
 #include "masterindex.h"
 #include <database/exception.h>
@@ -534,3 +535,79 @@ TEST_P(LargeBatches, FoldLikeTheirOperationsInTurn)
 
 INSTANTIATE_TEST_SUITE_P(MasterIndexes, LargeBatches, ::testing::Bool(),
                          [](::testing::TestParamInfo<bool> const& info) { return info.param ? "typed" : "general"; });
+
+// A directory's key picks the fastest search its index allows: a cached or
+// plain typed master index's own key, a column index compared in place, or
+// a key row. Each finds what a scan of the rows finds; a text its column
+// cannot hold, a value of the wrong type or a gone table finds nothing, and
+// nothing throws.
+TEST(DirectoryKeySearch, EveryPathFindsWhatAScanFinds)
+{
+    auto t = std::make_unique<Db>();
+    QSharedPointer<Table> shared = t->db.table(QStringLiteral("ranked"));
+    Table* table = shared.data();
+    QStringList const texts{"", "A", "AB", "ABCDEFGH", "ABCDEFGHI", "ABCDEFGHIJKL", "\u042F"};
+    std::mt19937 rng(11);
+    QJsonArray ops;
+    for (int id = 0; id < 300; ++id)
+        ops.append(op("insert", rankedRow(id, int(rng() % 5) - 2, int(rng() % 3), 0, qint64(rng() % 7) - 3,
+                                          texts.at(int(rng() % texts.size())))));
+    t->apply("ranked", ops);
+    int const a = table->columnIndex("a"), b = table->columnIndex("b"), d = table->columnIndex("d");
+    int const s = table->columnIndex("s"), s16 = table->columnIndex("s16");
+    Registered<MasterIndex_Struct_Cached<int, int, long long>> cached(table, QStringList{"a", "b", "d"});
+    Registered<MasterIndex_Struct<int, int, long long>> typed(table, QStringList{"a", "b", "d"});
+    Registered<MasterIndex_Column> general(table, QList<int>{a, b, d});
+    Registered<MasterIndex_Column> inPlace(table, QList<int>{a, s16});
+    Registered<MasterIndex_Struct<ucharn<12>>> typedText(table, QStringList{"s"});
+
+    auto exists = [&](std::function<bool(Record const&)> match) {
+        for (auto it = table->masterIndex()->begin(); it != table->masterIndex()->end(); ++it)
+            if (match(*it)) return true;
+        return false;
+    };
+    auto text = [&](Record const& r, int c) { return FieldText(table->dataPtr(r.row(), c)).toString(); };
+    int found = 0;
+    for (auto* index : std::initializer_list<IndexSort const*>{&cached.index, &typed.index, &general.index}) {
+        DirectoryKey<int, int, long long> key(shared, index, {a, b, d});
+        for (int x = -3; x <= 3; ++x)
+            for (int y = 0; y <= 3; ++y)
+                for (long long z = -4; z <= 4; ++z) {
+                    Record r = key.find(x, y, z);
+                    bool expected = exists([&](Record const& row) {
+                        return row.data("a").toInteger() == x && row.data("b").toInteger() == y && row.data("d").toInteger64() == z;
+                    });
+                    ASSERT_EQ(!r.isEmpty(), expected) << x << " " << y << " " << z;
+                    int position = key.search(x, y, z);
+                    EXPECT_EQ(position < 0 ? Record() : static_cast<IndexSort const*>(index)->at(position), r);
+                    found += expected;
+                }
+    }
+    EXPECT_GT(found, 100);
+
+    QStringList probes = texts;
+    probes << "ABCDEFGHIJKLM" << "ABC" << "\u042F\u042F";
+    DirectoryKey<int, QString> byAText(shared, &inPlace.index, {a, s16});
+    DirectoryKey<QString> byText(shared, &typedText.index, {s});
+    DirectoryKey<QString> byTextRow(shared, &general.index, {s});   // not the index's columns: a key row
+    for (QString const& p : probes) {
+        bool inS16 = p.size() <= 8 && exists([&](Record const& row) { return text(row, s16) == p && row.data("a").toInteger() == 1; });
+        EXPECT_EQ(!byAText.find(1, p).isEmpty(), inS16) << p.toStdString();
+        bool inS = p.size() <= 12 && exists([&](Record const& row) { return text(row, s) == p; });
+        Record r = byText.find(p);
+        EXPECT_EQ(!r.isEmpty(), inS) << p.toStdString();
+        if (!r.isEmpty()) {
+            EXPECT_EQ(text(r, s), p);
+        }
+        EXPECT_NO_THROW(byTextRow.find(p));
+    }
+    // A text for a number column, a missing column, a table gone.
+    EXPECT_TRUE((DirectoryKey<QString>(shared, &general.index, {a}).find("1").isEmpty()));
+    EXPECT_TRUE((DirectoryKey<int>(shared, nullptr, {-1}).find(1).isEmpty()));
+    Db other;
+    other.apply("ranked", QJsonArray{op("insert", rankedRow(7, 1, 0, 0, 0, "A"))});
+    DirectoryKey<long long> byId(other.db.table(QStringLiteral("ranked")), nullptr, {0});
+    EXPECT_FALSE(byId.find(7).isEmpty());
+    other.db.dropTable(QStringLiteral("ranked"));
+    EXPECT_TRUE(byId.find(7).isEmpty());
+}
