@@ -107,6 +107,51 @@ TEST(Loader, SchemaErrorsCreateNoTable)
     EXPECT_TRUE(db.hasTable("f"));
 }
 
+// A schema loads whole or not at all, and its message names the file and
+// the entry at fault, before any snapshot is read.
+TEST(Loader, SchemaNamingATableTwiceCreatesNoTable)
+{
+    Database db;
+    try {
+        db.loadSchemaJson(R"({"tables":[{"name":"a","key":["k"],"columns":[{"name":"k","type":1,"nullable":false}]},
+                                        {"name":"b","key":["k"],"columns":[{"name":"k","type":1,"nullable":false}]},
+                                        {"name":"a","key":["k"],"columns":[{"name":"k","type":2,"nullable":false}]}]})",
+                          QStringLiteral("schema.json"));
+        ADD_FAILURE() << "accepted";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.message(), "schema.json: table entry 3 names 'a' again (entry 1)");
+    }
+    EXPECT_TRUE(db.tableNames().isEmpty());
+}
+
+// Row sizes are ints: a text column near 2^31 bytes, or columns that add up
+// past what a row may hold, are refused by name rather than wrapping.
+TEST(Loader, TextColumnTooLongForARowIsRefusedByName)
+{
+    Database db;
+    auto messageOf = [&](QByteArray const& json) {
+        try {
+            db.loadSchemaJson(json, QStringLiteral("schema.json"));
+        } catch (Exception const& e) {
+            return e.message();
+        }
+        return QStringLiteral("<accepted>");
+    };
+    EXPECT_EQ(messageOf(R"({"tables":[{"name":"ok","key":["k"],"columns":[{"name":"k","type":1,"nullable":false}]},
+                                      {"name":"memos","key":["k"],"columns":[{"name":"k","type":1,"nullable":false},
+                                                                            {"name":"memo","type":6,"length":2147483646}]}]})"),
+              "schema.json: Table 'memos': column 'memo' has length 2147483646, more than a row may hold (1048576 bytes)");
+    EXPECT_EQ(messageOf(R"({"tables":[{"name":"wide","key":["k"],"columns":[{"name":"k","type":1,"nullable":false},
+                                      {"name":"a","type":6,"length":600000},{"name":"b","type":6,"length":600000}]}]})"),
+              "schema.json: Table 'wide': its columns make a row of more than 1048576 bytes (at column 'b')");
+    EXPECT_TRUE(db.tableNames().isEmpty());
+    // The largest row that fits is taken.
+    EXPECT_EQ(messageOf(R"({"tables":[{"name":"roomy","key":["k"],"columns":[{"name":"k","type":1,"nullable":false},
+                                      {"name":"a","type":6,"length":1048000}]}]})"),
+              "<accepted>");
+    EXPECT_GE(db.table("roomy")->rowSize(), 1048000);
+}
+
 TEST(LoaderThreads, BundledMarketLoads)
 {
     QString dir = QStringLiteral(SOURCE_DIR "/data");
