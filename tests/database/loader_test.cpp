@@ -1,7 +1,10 @@
 #include "support.h"
 #include <gtest/gtest.h>
 
+#include <database/batchreader.h>
+
 #include <QFile>
+#include <QFileInfo>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QThread>
@@ -150,6 +153,47 @@ TEST(Loader, TextColumnTooLongForARowIsRefusedByName)
                                       {"name":"a","type":6,"length":1048000}]}]})"),
               "<accepted>");
     EXPECT_GE(db.table("roomy")->rowSize(), 1048000);
+}
+
+// Line lengths are 64-bit: a line past the limit is refused, naming file and
+// line, without being read whole; one that spans the reader's blocks is read
+// like any other, and one exactly at the limit is taken.
+TEST(LoaderThreads, LongLinesAreReadAcrossBlocksAndRefusedPastTheLimit)
+{
+    QTemporaryDir dir;
+    QByteArray big = R"({"table":"items","ops":[)";
+    for (int i = 1; i <= 20000; ++i)
+        big += QStringLiteral(R"(%1{"insert":{"grp":2,"id":%2,"name":"%3"}})").arg(i > 1 ? "," : "").arg(i).arg(QString(20, 'x')).toUtf8();
+    big += "]}";
+    ASSERT_GT(big.size(), 1 << 19);   // spans the reader's blocks
+    QString path = writeFile(dir, "log.jsonl",
+                             R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}}]})" "\n" + big + "\n"
+                             R"({"table":"items","ops":[{"insert":{"grp":1,"id":2}}]})");   // no final newline
+
+    TestDb whole;
+    EXPECT_EQ(whole.db.loadFile(path), 3);
+    EXPECT_EQ(whole.items->rowCount(), 20002);
+
+    for (qint64 limit : {qint64(big.size()) - 1, qint64(100)}) {
+        TestDb t;
+        BatchReader reader(t.db, path, limit);
+        BatchReader::Item item;
+        ASSERT_TRUE(reader.next(item));
+        EXPECT_TRUE(item.error.isEmpty()) << item.error.toStdString();
+        ASSERT_TRUE(reader.next(item));
+        EXPECT_EQ(item.error, QStringLiteral("%1:2: the line is longer than %2 bytes").arg(path).arg(limit));
+        EXPECT_FALSE(reader.next(item));
+    }
+    TestDb exact;
+    BatchReader reader(exact.db, path, big.size());
+    BatchReader::Item item;
+    int batches = 0;
+    while (reader.next(item)) {
+        EXPECT_TRUE(item.error.isEmpty()) << item.error.toStdString();
+        ++batches;
+    }
+    EXPECT_EQ(batches, 3);
+    EXPECT_EQ(item.bytesRead, QFileInfo(path).size());
 }
 
 TEST(LoaderThreads, BundledMarketLoads)
