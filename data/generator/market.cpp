@@ -108,7 +108,9 @@ void Market::buildBases(std::int64_t target)
     // Each base lists 4 futures with 3 option series each; spare bases so
     // that the options always reach the target.
     std::int64_t perBase = 24 * m_strikes;
-    int count = int(std::max<std::int64_t>(4, target / perBase + 2));
+    // Every fourth base from the second is of market 4: five bases give the
+    // four of market 1 that the swap boards list.
+    int count = int(std::max<std::int64_t>(5, target / perBase + 2));
     for (int b = 0; b < count; ++b) {
         Base base;
         if (b < kFixedBaseCount) {
