@@ -258,8 +258,11 @@ void writeInteger(Field& f, long long value, FieldType::Type source)
     case FieldType::Int64: f.setRawInt64(value); break;
     case FieldType::Double: f.setRawDouble(double(value)); break;
     case FieldType::Decimal: {
-        decimal d = decimal::fromInteger(value);
-        if (d.scale() != f.scale() && !d.trySetScale(f.scale())) doesNotFit(QString::number(value), f.type());
+        // Straight to the column's scale from all the digits: going through
+        // the integer's own packed form would drop digits of a value wider
+        // than the mantissa before rounding.
+        decimal d;
+        if (!decimal::fromInteger(value, f.scale(), d)) doesNotFit(QString::number(value), f.type());
         f.setRawDecimal(d);
         break;
     }

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <system_error>
 #include <string>
 
@@ -22,15 +23,27 @@ char const kUsage[] =
     "Options:\n"
     "  --out DIR          folder to write into (required)\n"
     "  --securities N     about how many securities, 200 to 5000000 (default 2000)\n"
-    "  --seed S           seed of the random choices, a non-negative number (default 20261120)\n"
+    "  --seed S           seed of the random choices, 0 to 18446744073709551615 (default 20261120)\n"
     "  --help             show this text and exit\n"
     "The same options give the same files.\n";
 
-bool parseNumber(char const* text, unsigned long long& out)
+// Decimal digits only, at most `max`: no sign, blank or wrap-around
+// ("-1" is not 2^64 - 1, and 2^64 is not 0).
+bool parseNumber(char const* text, unsigned long long max, unsigned long long& out)
 {
-    char* end = nullptr;
-    out = std::strtoull(text, &end, 10);
-    return end && *end == 0 && end != text;
+    if (!*text)
+        return false;
+    unsigned long long value = 0;
+    for (char const* p = text; *p; ++p) {
+        if (*p < '0' || *p > '9')
+            return false;
+        unsigned digit = unsigned(*p - '0');
+        if (value > (max - digit) / 10)
+            return false;
+        value = value * 10 + digit;
+    }
+    out = value;
+    return true;
 }
 
 bool write(std::string const& path, gen::Market& market, bool snapshot, std::uint64_t& bytes)
@@ -85,13 +98,16 @@ int main(int argc, char** argv)
         if (!std::strcmp(argv[k], "--out") && hasValue) {
             out = argv[++k];
         } else if (!std::strcmp(argv[k], "--securities") && hasValue) {
-            if (!parseNumber(argv[++k], securities) || securities < 200 || securities > 5000000) {
-                std::fprintf(stderr, "--securities: a number from 200 to 5000000\n");
+            char const* text = argv[++k];
+            if (!parseNumber(text, 5000000, securities) || securities < 200) {
+                std::fprintf(stderr, "--securities: a number from 200 to 5000000, not '%s'\n", text);
                 return 2;
             }
         } else if (!std::strcmp(argv[k], "--seed") && hasValue) {
-            if (!parseNumber(argv[++k], seed)) {
-                std::fprintf(stderr, "--seed: a non-negative number\n");
+            char const* text = argv[++k];
+            if (!parseNumber(text, std::numeric_limits<std::uint64_t>::max(), seed)) {
+                std::fprintf(stderr, "--seed: a whole number from 0 to %llu, not '%s'\n",
+                             (unsigned long long)std::numeric_limits<std::uint64_t>::max(), text);
                 return 2;
             }
         } else if (!std::strcmp(argv[k], "--help")) {

@@ -108,7 +108,9 @@ void Market::buildBases(std::int64_t target)
     // Each base lists 4 futures with 3 option series each; spare bases so
     // that the options always reach the target.
     std::int64_t perBase = 24 * m_strikes;
-    int count = int(std::max<std::int64_t>(4, target / perBase + 2));
+    // Every fourth base from the second is of market 4: five bases give the
+    // four of market 1 that the swap boards list.
+    int count = int(std::max<std::int64_t>(5, target / perBase + 2));
     for (int b = 0; b < count; ++b) {
         Base base;
         if (b < kFixedBaseCount) {
@@ -144,8 +146,11 @@ void Market::buildBases(std::int64_t target)
     }
 }
 
-std::int32_t Market::addSec(Sec const& s)
+std::int32_t Market::addSec(Sec const& sec)
 {
+    Sec s = sec;
+    setLimits(s);
+    s.price = withinLimits(s, s.price);
     m_secs.push_back(s);
     std::int32_t idx = std::int32_t(m_secs.size() - 1);
     m_byKind[int(s.kind)].push_back(idx);
@@ -163,6 +168,29 @@ std::int64_t Market::roundToStep(Sec const& s, std::int64_t v) const
     std::int64_t step = stepOf(s);
     v -= v % step;
     return std::max(v, step);
+}
+
+// Options from one step up to 7 % of the underlying above the settlement;
+// the rest 7 % around the settlement, and at least four steps, so that a
+// security priced in a few steps (the swaps) still has room for a spread.
+void Market::setLimits(Sec& s) const
+{
+    std::int64_t const step = stepOf(s);
+    if (s.kind == Kind::Index) {
+        s.low = s.high = 0;
+    } else if (s.kind == Kind::Option) {
+        s.low = step;
+        s.high = roundToStep(s, s.settle + m_secs[std::size_t(s.under)].price * 7 / 100);
+    } else {
+        std::int64_t const band = std::max(s.settle * 7 / 100, 4 * step);
+        s.low = roundToStep(s, s.settle - band);
+        s.high = roundToStep(s, s.settle + band);
+    }
+}
+
+std::int64_t Market::withinLimits(Sec const& s, std::int64_t price) const
+{
+    return s.high > s.low ? std::clamp(price, s.low, s.high) : price;
 }
 
 std::int64_t Market::optionPremium(Sec const& opt, std::int64_t S) const
@@ -399,7 +427,7 @@ void Market::buildStreamsOrdersDeals(std::int64_t target)
         for (int side = 0; side < 2; ++side) {
             if (st.dir & (1 << side)) {
                 st.quoteId[side] = m_nextQuoteId++;
-                st.quote[side] = s.price + stepOf(s) * (side ? m_rng.range(1, 4) : -m_rng.range(1, 4));
+                st.quote[side] = withinLimits(s, s.price + stepOf(s) * (side ? m_rng.range(1, 4) : -m_rng.range(1, 4)));
             }
         }
         m_streams.push_back(st);
@@ -435,7 +463,7 @@ void Market::buildStreamsOrdersDeals(std::int64_t target)
         o.sess = kSessCur;
         o.decimals = s.decimals;
         o.side = m_rng.chance(1, 2) ? 'B' : 'S';
-        o.price = std::max(stepOf(s), s.price + stepOf(s) * (o.side == 'B' ? -m_rng.range(0, 6) : m_rng.range(0, 6)));
+        o.price = withinLimits(s, std::max(stepOf(s), s.price + stepOf(s) * (o.side == 'B' ? -m_rng.range(0, 6) : m_rng.range(0, 6))));
         o.qty = int(m_rng.range(1, 50));
         o.status = m_rng.chance(4, 5) ? 'A' : 'W';
         o.balance = o.status == 'A' ? int(m_rng.range(1, o.qty)) : int(m_rng.range(0, o.qty));
@@ -452,7 +480,7 @@ void Market::buildStreamsOrdersDeals(std::int64_t target)
         d.id = m_nextDealId++;
         d.sec = m_streamSecs[std::size_t(m_rng.below(std::int64_t(m_streamSecs.size())))];
         Sec const& s = m_secs[std::size_t(d.sec)];
-        d.price = s.price + stepOf(s) * m_rng.range(-3, 3);
+        d.price = withinLimits(s, s.price + stepOf(s) * m_rng.range(-3, 3));
         d.qty = m_rng.range(1, 100);
         d.side = m_rng.chance(1, 2) ? 'B' : 'S';
         d.client = std::int32_t(m_rng.below(std::int64_t(m_clients.size())));
@@ -555,12 +583,12 @@ bool Market::quoted(Sec const& s) const
 
 std::int64_t Market::bidOf(Sec const& s) const
 {
-    return std::max(stepOf(s), s.price - stepOf(s) * (1 + s.secId % 3));
+    return withinLimits(s, std::max(stepOf(s), s.price - stepOf(s) * (1 + s.secId % 3)));
 }
 
 std::int64_t Market::askOf(Sec const& s) const
 {
-    return s.price + stepOf(s) * (1 + s.secId % 2);
+    return withinLimits(s, s.price + stepOf(s) * (1 + s.secId % 2));
 }
 
 void Market::securityKey(JsonlWriter& w, Sec const& s) const
@@ -591,13 +619,8 @@ void Market::securityRow(JsonlWriter& w, Sec const& s) const
         w.i("signs", s.secId % 4 == 0 ? 0x1 : 0);
     }
     w.i("sess_id", s.sess);
-    if (s.kind == Kind::Option) {
-        std::int64_t S = m_secs[std::size_t(s.under)].price;
-        w.dec("price_lmt_high", roundToStep(s, s.settle + S * 7 / 100), dec).dec("price_lmt_low", step, dec);
-    } else if (s.kind != Kind::Index) {
-        w.dec("price_lmt_high", roundToStep(s, s.settle + s.settle * 7 / 100), dec);
-        w.dec("price_lmt_low", roundToStep(s, s.settle - s.settle * 7 / 100), dec);
-    }
+    if (s.high)
+        w.dec("price_lmt_high", s.high, dec).dec("price_lmt_low", s.low, dec);
     if (quoted(s))
         w.dec("bid", bidOf(s), dec).dec("ask", askOf(s), dec);
     if (quoted(s) && s.kind != Kind::Option) {

@@ -53,6 +53,8 @@ struct Sec
     std::int64_t strike = 0;     // mantissa at `decimals`
     std::int64_t price = 0;      // current market price, mantissa at `decimals`
     std::int64_t settle = 0;     // settlement of the previous session
+    std::int64_t low = 0;        // price limits of the session, mantissas;
+    std::int64_t high = 0;       // none when high is 0 (indexes)
     std::int32_t isin = 0;
     std::int32_t base = 0;
     std::int32_t under = -1;     // future mirrored by a twin, or an option's underlying
@@ -179,6 +181,9 @@ private:
     bool quoted(Sec const& s) const;
     std::int64_t bidOf(Sec const& s) const;
     std::int64_t askOf(Sec const& s) const;
+    void setLimits(Sec& s) const;
+    // Every price the market shows or trades at lies within the limits.
+    std::int64_t withinLimits(Sec const& s, std::int64_t price) const;
 
     // rows
     void securityRow(JsonlWriter& w, Sec const& s) const;

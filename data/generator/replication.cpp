@@ -24,7 +24,7 @@ void Market::tick(JsonlWriter& w, std::int64_t at)
             continue;
         --count;
         std::int64_t step = stepOf(s);
-        s.price = std::max(step, s.price + step * m_rng.range(s.kind == Kind::Option ? -2 : -3, 3));
+        s.price = withinLimits(s, std::max(step, s.price + step * m_rng.range(s.kind == Kind::Option ? -2 : -3, 3)));
         w.update();
         securityKey(w, s);
         if (s.kind != Kind::Index)
@@ -52,7 +52,7 @@ void Market::quoteTick(JsonlWriter& w, std::int64_t at)
             if (!st.quoteId[side])
                 continue;
             st.quoteId[side] = m_nextQuoteId++;
-            st.quote[side] = s.price + stepOf(s) * (side ? m_rng.range(1, 4) : -m_rng.range(1, 4));
+            st.quote[side] = withinLimits(s, s.price + stepOf(s) * (side ? m_rng.range(1, 4) : -m_rng.range(1, 4)));
             w.update().i("stream_id", st.id).i("dir", side + 1).i("quote_id", st.quoteId[side]);
             w.dec("price", st.quote[side], s.decimals).dt("moment", at + std::int64_t(j) * 7);
         }
@@ -88,7 +88,7 @@ void Market::newOrders(JsonlWriter& w, int count, int sess, std::int64_t at)
         o.sess = sess;
         o.decimals = s.decimals;
         o.side = k % 2 ? 'S' : 'B';
-        o.price = std::max(stepOf(s), s.price + stepOf(s) * (o.side == 'B' ? -m_rng.range(0, 4) : m_rng.range(0, 4)));
+        o.price = withinLimits(s, std::max(stepOf(s), s.price + stepOf(s) * (o.side == 'B' ? -m_rng.range(0, 4) : m_rng.range(0, 4))));
         o.qty = int(m_rng.range(1, 30));
         o.balance = o.qty;
         o.status = 'A';
@@ -130,9 +130,10 @@ void Market::writeReplication(JsonlWriter& w)
                 if (s.kind != Kind::Option && s.kind != Kind::Index) {
                     // clearing: today's price becomes the settlement and moves the limits
                     s.settle = s.price;
+                    setLimits(s);
                     w.dec("settlement_price_open", s.settle, s.decimals);
-                    w.dec("price_lmt_high", roundToStep(s, s.settle + s.settle * 7 / 100), s.decimals);
-                    w.dec("price_lmt_low", roundToStep(s, s.settle - s.settle * 7 / 100), s.decimals);
+                    w.dec("price_lmt_high", s.high, s.decimals);
+                    w.dec("price_lmt_low", s.low, s.decimals);
                 }
             }
             w.end();
@@ -214,6 +215,8 @@ void Market::writeReplication(JsonlWriter& w)
                     s.decimals = 3;
                     s.price *= 10;
                     s.settle *= 10;
+                    s.low *= 10;
+                    s.high *= 10;
                     w.begin("securities");
                     securityKey(w.update(), s);
                     w.i("decimals", s.decimals);
@@ -320,7 +323,7 @@ void Market::writeReplication(JsonlWriter& w)
             Sec const& s = m_secs[std::size_t(st.sec)];
             for (int side = 0; side < 2; ++side) {
                 st.quoteId[side] = m_nextQuoteId++;
-                st.quote[side] = s.price + stepOf(s) * (side ? 2 : -2);
+                st.quote[side] = withinLimits(s, s.price + stepOf(s) * (side ? 2 : -2));
             }
             openedStream = m_streams.size();
             m_streams.push_back(st);
@@ -561,6 +564,7 @@ void Market::writeReplication(JsonlWriter& w)
             for (int n = 0; n < 3; ++n) {
                 Deal d = m_deals[std::size_t(2 + n)];
                 d.id = m_nextDealId++;
+                d.price = withinLimits(m_secs[std::size_t(d.sec)], d.price);   // the roll moved the limits
                 d.state = 4;
                 d.error = d.talmeraError = 0;
                 m_deals.push_back(d);

@@ -234,7 +234,17 @@ INSTANTIATE_TEST_SUITE_P(Batches, Rejection, ::testing::Values(
     BadBatch{"UnknownOperation", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3}},{"upsert":{}}]})", "row 2: unknown operation"},
     BadBatch{"TruncatedJson", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3}}])", "bad JSON"},
     BadBatch{"ColumnGivenTwice", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"grp":4}}]})", "given twice"},
-    BadBatch{"NoTableName", R"({"ops":[]})", "names no table"}),
+    BadBatch{"NoTableName", R"({"ops":[]})", "names no table"},
+    // Text that does not show what it holds; the row before it goes too.
+    BadBatch{"NulInFixedText", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3}},{"insert":{"grp":3,"id":4,"code":"AB\u0000X"}}]})",
+             "row 2: column 'code': the text holds the invisible character U+0000 at position 3"},
+    BadBatch{"TabInText", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"name":"a\tb"}}]})", "invisible character U+0009 at position 2"},
+    BadBatch{"DeleteCharacter", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"name":"ab\u007f"}}]})", "U+007F at position 3"},
+    BadBatch{"C1Control", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"name":"\u0085"}}]})", "U+0085 at position 1"},
+    BadBatch{"ZeroWidthSpace", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"code":"A\u200bB"}}]})", "U+200B at position 2"},
+    BadBatch{"DirectionOverride", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"name":"\u202eabc"}}]})", "U+202E at position 1"},
+    BadBatch{"TagCharacterAfterAnEmoji", R"({"table":"items","ops":[{"insert":{"grp":3,"id":3,"name":"\ud83d\ude00\udb40\udc41"}}]})", "U+E0041 at position 2"},
+    BadBatch{"LineSeparator", R"({"table":"items","ops":[{"update":{"grp":1,"id":1,"name":"a\u2028b"}}]})", "U+2028 at position 2"}),
     [](::testing::TestParamInfo<BadBatch> const& info) { return std::string(info.param.name); });
 
 TEST(ChangePath, OpsBeforeTableNameAndEscapesDecode)
@@ -245,4 +255,14 @@ TEST(ChangePath, OpsBeforeTableNameAndEscapesDecode)
     EXPECT_EQ(r.data("name").toString(), QStringLiteral("a\"bя") + QString::fromUtf8("\xF0\x9F\x98\x80"));
     EXPECT_EQ(r.data("volume").toString(), "-12.500");
     EXPECT_EQ(r.data("moment").toString(), "2026.11.20 18:45:00.250");
+}
+
+// Blanks are text: kept as given, ordinary and no-break spaces alike.
+TEST(ChangePath, BlanksAroundAndInsideTextsStay)
+{
+    TestDb t;
+    t.apply(R"({"table":"items","ops":[{"insert":{"grp":1,"id":1,"code":" A ","name":"\u00a0я b "}}]})");
+    Record r = t.items->masterIndex()->at(0);
+    EXPECT_EQ(r.data("code").toString(), " A ");
+    EXPECT_EQ(r.data("name").toString(), QStringLiteral("\u00a0я b "));
 }

@@ -18,14 +18,34 @@ TEST(Decimal, PackedLayoutHoldsMantissaScaleAndSign)
     EXPECT_EQ(n.toString(), "-0.005");
 }
 
-TEST(Decimal, WideIntegerDropsDigitsIntoANegativeScale)
+// An integer wider than the mantissa keeps every digit or is refused, as
+// its text is: trailing zeros may make room, nothing else may go.
+TEST(Decimal, WideIntegerIsKeptExactlyOrRefused)
 {
-    std::int64_t big = 123456789012345678;   // needs more than 56 bits
-    decimal d = decimal::fromInteger(big);
+    decimal d = decimal::fromInteger(123456789012345670);
     EXPECT_EQ(d.scale(), -1);
     EXPECT_EQ(d.mantissa(), 12345678901234567);
     EXPECT_EQ(decimal::fromInteger(42).scale(), 0);
     EXPECT_EQ(decimal::fromInteger(-42).mantissa(), -42);
+    EXPECT_EQ(decimal::fromInteger(-72057594037927936).toString(), "-72057594037927936");   // the lowest mantissa
+    try {
+        decimal::fromInteger(72057594037927936);
+        ADD_FAILURE() << "2^56 was stored";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.message(), "Can't convert from '72057594037927936'' to decimal");
+    }
+    EXPECT_THROW(decimal::fromInteger(123456789012345678), Exception);
+    EXPECT_THROW(decimal::fromInteger(INT64_MIN), Exception);
+
+    // At a column's scale: rounded half away from zero, as the text path does.
+    decimal r = decimal::fromMantissa(7, 0);
+    ASSERT_TRUE(decimal::fromInteger(123456789012345675, -1, r));
+    EXPECT_EQ(r.toString(), "123456789012345680");
+    ASSERT_TRUE(decimal::fromInteger(-123456789012345675, -1, r));
+    EXPECT_EQ(r.toString(), "-123456789012345680");
+    EXPECT_FALSE(decimal::fromInteger(72057594037927936, 0, r));
+    EXPECT_FALSE(decimal::fromInteger(1, 64, r));
+    EXPECT_EQ(r.toString(), "-123456789012345680");   // untouched by a refusal
 }
 
 TEST(Decimal, TextRoundTripAndRescale)

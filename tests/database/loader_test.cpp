@@ -1,7 +1,10 @@
 #include "support.h"
 #include <gtest/gtest.h>
 
+#include <database/batchreader.h>
+
 #include <QFile>
+#include <QFileInfo>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QThread>
@@ -105,6 +108,92 @@ TEST(Loader, SchemaErrorsCreateNoTable)
     EXPECT_THROW(db.loadSchemaJson(R"({"tables":[{"name":"e","key":["k"],"columns":[{"name":"k","type":5,"scale":128,"nullable":false}]}]})"), Exception);
     db.loadSchemaJson(R"({"tables":[{"name":"f","key":["k"],"columns":[{"name":"k","type":5,"scale":100,"nullable":false}]}]})");
     EXPECT_TRUE(db.hasTable("f"));
+}
+
+// A schema loads whole or not at all, and its message names the file and
+// the entry at fault, before any snapshot is read.
+TEST(Loader, SchemaNamingATableTwiceCreatesNoTable)
+{
+    Database db;
+    try {
+        db.loadSchemaJson(R"({"tables":[{"name":"a","key":["k"],"columns":[{"name":"k","type":1,"nullable":false}]},
+                                        {"name":"b","key":["k"],"columns":[{"name":"k","type":1,"nullable":false}]},
+                                        {"name":"a","key":["k"],"columns":[{"name":"k","type":2,"nullable":false}]}]})",
+                          QStringLiteral("schema.json"));
+        ADD_FAILURE() << "accepted";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.message(), "schema.json: table entry 3 names 'a' again (entry 1)");
+    }
+    EXPECT_TRUE(db.tableNames().isEmpty());
+}
+
+// Row sizes are ints: a text column near 2^31 bytes, or columns that add up
+// past what a row may hold, are refused by name rather than wrapping.
+TEST(Loader, TextColumnTooLongForARowIsRefusedByName)
+{
+    Database db;
+    auto messageOf = [&](QByteArray const& json) {
+        try {
+            db.loadSchemaJson(json, QStringLiteral("schema.json"));
+        } catch (Exception const& e) {
+            return e.message();
+        }
+        return QStringLiteral("<accepted>");
+    };
+    EXPECT_EQ(messageOf(R"({"tables":[{"name":"ok","key":["k"],"columns":[{"name":"k","type":1,"nullable":false}]},
+                                      {"name":"memos","key":["k"],"columns":[{"name":"k","type":1,"nullable":false},
+                                                                            {"name":"memo","type":6,"length":2147483646}]}]})"),
+              "schema.json: Table 'memos': column 'memo' has length 2147483646, more than a row may hold (1048576 bytes)");
+    EXPECT_EQ(messageOf(R"({"tables":[{"name":"wide","key":["k"],"columns":[{"name":"k","type":1,"nullable":false},
+                                      {"name":"a","type":6,"length":600000},{"name":"b","type":6,"length":600000}]}]})"),
+              "schema.json: Table 'wide': its columns make a row of more than 1048576 bytes (at column 'b')");
+    EXPECT_TRUE(db.tableNames().isEmpty());
+    // The largest row that fits is taken.
+    EXPECT_EQ(messageOf(R"({"tables":[{"name":"roomy","key":["k"],"columns":[{"name":"k","type":1,"nullable":false},
+                                      {"name":"a","type":6,"length":1048000}]}]})"),
+              "<accepted>");
+    EXPECT_GE(db.table("roomy")->rowSize(), 1048000);
+}
+
+// Line lengths are 64-bit: a line past the limit is refused, naming file and
+// line, without being read whole; one that spans the reader's blocks is read
+// like any other, and one exactly at the limit is taken.
+TEST(LoaderThreads, LongLinesAreReadAcrossBlocksAndRefusedPastTheLimit)
+{
+    QTemporaryDir dir;
+    QByteArray big = R"({"table":"items","ops":[)";
+    for (int i = 1; i <= 20000; ++i)
+        big += QStringLiteral(R"(%1{"insert":{"grp":2,"id":%2,"name":"%3"}})").arg(i > 1 ? "," : "").arg(i).arg(QString(20, 'x')).toUtf8();
+    big += "]}";
+    ASSERT_GT(big.size(), 1 << 19);   // spans the reader's blocks
+    QString path = writeFile(dir, "log.jsonl",
+                             R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}}]})" "\n" + big + "\n"
+                             R"({"table":"items","ops":[{"insert":{"grp":1,"id":2}}]})");   // no final newline
+
+    TestDb whole;
+    EXPECT_EQ(whole.db.loadFile(path), 3);
+    EXPECT_EQ(whole.items->rowCount(), 20002);
+
+    for (qint64 limit : {qint64(big.size()) - 1, qint64(100)}) {
+        TestDb t;
+        BatchReader reader(t.db, path, limit);
+        BatchReader::Item item;
+        ASSERT_TRUE(reader.next(item));
+        EXPECT_TRUE(item.error.isEmpty()) << item.error.toStdString();
+        ASSERT_TRUE(reader.next(item));
+        EXPECT_EQ(item.error, QStringLiteral("%1:2: the line is longer than %2 bytes").arg(path).arg(limit));
+        EXPECT_FALSE(reader.next(item));
+    }
+    TestDb exact;
+    BatchReader reader(exact.db, path, big.size());
+    BatchReader::Item item;
+    int batches = 0;
+    while (reader.next(item)) {
+        EXPECT_TRUE(item.error.isEmpty()) << item.error.toStdString();
+        ++batches;
+    }
+    EXPECT_EQ(batches, 3);
+    EXPECT_EQ(item.bytesRead, QFileInfo(path).size());
 }
 
 TEST(LoaderThreads, BundledMarketLoads)

@@ -22,6 +22,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <random>
@@ -511,6 +512,71 @@ TEST(DecimalDifferential, CoreAdditionIsExactAtTheLargerScaleOrSaturates)
     }
 }
 
+// ---- integers -----------------------------------------------------------------------------
+
+// A 64-bit integer at or beyond the mantissa's 56 bits, often with trailing
+// zeros (which may make room at a negative scale) or on a rounding tie.
+long long wideInteger(Inputs& in)
+{
+    switch (in.between(0, 4)) {
+    case 0: {
+        long long const edges[] = {std::numeric_limits<long long>::max(), std::numeric_limits<long long>::min(),
+                                   72057594037927936LL, 72057594037927935LL, -72057594037927936LL, -72057594037927937LL,
+                                   720575940379279360LL, 123456789012345675LL, -123456789012345675LL};
+        return edges[in.between(0, 8)];
+    }
+    case 1: {   // trailing zeros
+        long long v = std::int64_t(in.bits()) >> in.between(0, 7);
+        int zeros = in.between(1, 3);
+        long long p = 1;
+        for (int k = 0; k < zeros; ++k) p *= 10;
+        return v / p * p;
+    }
+    case 2: {   // a tie at the tens or hundreds
+        long long v = std::int64_t(in.bits()) >> in.between(0, 7);
+        long long p = in.chance(50) ? 10 : 100;
+        return v / p * p + (v < 0 ? -p / 2 : p / 2);
+    }
+    default: {
+        long long v = (std::int64_t(in.bits()) >> in.between(0, 7)) | (1LL << 56);
+        return in.chance(50) ? v : -v;
+    }
+    }
+}
+
+// The integer alone is kept exactly (scale 0, or a negative scale where its
+// trailing zeros allow) or refused with its text; at a scale it is rounded.
+TEST(DecimalDifferential, IntegersAreKeptExactlyOrRefused)
+{
+    Inputs in(11);
+    Tally exact("decimal fromInteger"), scaled("decimal fromInteger at a scale");
+    for (int i = 0; i < kCases; ++i) {
+        long long v = in.chance(60) ? wideInteger(in) : std::int64_t(in.bits()) >> in.between(0, 63);
+        std::string const text = std::to_string(v);
+        Exact const x{mpz_class(text, 10), 0};
+        std::optional<std::pair<mpz_class, int>> want = exactIn(x, decimalRange());
+        decimal got;
+        auto refused = refusal([&] { got = decimal::fromInteger(v); });
+        if (!want)
+            exact.check(refused && *refused == QStringLiteral("Can't convert from '%1'' to decimal").arg(v),
+                        [&] { return text + " should be refused, gave " + (refused ? str(*refused) : str(got.toString())); });
+        else
+            exact.check(!refused && fromI128(got.mantissa()) == want->first && got.scale() == want->second,
+                        [&] { return text + " gave " + (refused ? str(*refused) : str(got.toString())); });
+
+        int s = in.chance(80) ? in.between(-4, 4) : in.between(-70, 70);
+        decimal out = decimal::fromMantissa(7, 0);
+        bool ok = decimal::fromInteger(v, short(s), out);
+        mpz_class m = roundTo(x, s);
+        bool storable = s >= decimalRange().minScale && s <= decimalRange().maxScale && fits(m, decimalRange());
+        std::string label = text + " at scale " + std::to_string(s);
+        if (!storable)
+            scaled.check(!ok && out.toString() == QLatin1String("7"), [&] { return label + " should be refused, gave " + str(out.toString()); });
+        else
+            scaled.check(ok && out.scale() == s && str(out.toString()) == textOf(m, s), [&] { return label + " gave " + str(out.toString()); });
+    }
+}
+
 // ---- column writers ---------------------------------------------------------------------
 
 struct Columns
@@ -542,8 +608,10 @@ struct Columns
         QString name = extended ? QStringLiteral("x%1").arg(kXDecimalScales[i]) : QStringLiteral("d%1").arg(kDecimalScales[i]);
         return table->dataPtr(row.row(), table->columnIndex(name));
     }
-    static constexpr short kDecimalScales[4] = {0, 2, 6, 8};
-    static constexpr short kXDecimalScales[3] = {0, 4, 20};
+    // Negative scales too: there an integer wider than the mantissa is
+    // rounded, not refused.
+    static constexpr short kDecimalScales[6] = {-3, -1, 0, 2, 6, 8};
+    static constexpr short kXDecimalScales[4] = {-2, 0, 4, 20};
 
     Database db;
     QSharedPointer<Table> table;
@@ -557,7 +625,7 @@ void writeEverywhere(Columns const& c, Tally& tally, std::string const& label, s
 {
     for (int extended = 0; extended < 2; ++extended) {
         Range const& r = extended ? xdecimalRange() : decimalRange();
-        for (int i = 0; i < (extended ? 3 : 4); ++i) {
+        for (int i = 0; i < int(extended ? std::size(Columns::kXDecimalScales) : std::size(Columns::kDecimalScales)); ++i) {
             Field f = c.field(extended, i);
             int scale = f.scale();
             f = 7;
@@ -616,7 +684,12 @@ TEST(DecimalDifferential, ColumnWritersStoreTheRoundedValueOrRefuse)
         integers("decimal and xdecimal into integer columns");
     for (int i = 0; i < kCases / 4; ++i) {
         long long v = in.chance(50) ? std::int64_t(in.bits()) >> in.between(0, 63) : in.between(-2000000000, 2000000000);
-        writeEverywhere(c, ints, std::to_string(v), Exact{mpz_class(std::to_string(v), 10), 0}, [&](Field& f) { f = v; });
+        if (in.chance(20)) v = wideInteger(in);
+        Exact const exactV{mpz_class(std::to_string(v), 10), 0};
+        writeEverywhere(c, ints, std::to_string(v), exactV, [&](Field& f) { f = v; });
+        // From a 64-bit column: the copy converts through the same writer.
+        c.integer(true).setRawInt64(v);
+        writeEverywhere(c, ints, "int64 field " + std::to_string(v), exactV, [&](Field& f) { f = c.integer(true); });
         int small = int(v);
         writeEverywhere(c, ints, std::to_string(small), Exact{mpz_class(small), 0}, [&](Field& f) { f = small; });
 

@@ -2,8 +2,12 @@
 #include "accounts_fixture.h"
 #include "users.h"
 
+#include <database/exception.h>
+
 #include <QDateTime>
+#include <QFile>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTranslator>
 
 namespace {
@@ -99,6 +103,35 @@ TEST_F(Users, SmaFlagOfARow)
     EXPECT_FALSE(K3UserDirectory::isSMALogin(Record(t, "b")));
     EXPECT_FALSE(K3UserDirectory::isSMALogin(Record(t, "c")));   // null flags
     EXPECT_FALSE(K3UserDirectory::isSMALogin(Record()));
+}
+
+// "FA01U01\0X" would be a row of its own for the master index and the login
+// "FA01U01" for every reader of the fixed-width text: the feed refuses the
+// whole batch that carries it, naming file, line and row, and the real
+// login keeps its row.
+TEST_F(Users, FeedThreadRefusesALoginWithAnInvisibleCharacterWhole)
+{
+    insertUser("FA01U01", "FA01000", 0, 7001);
+    K3UserDirectory* users = K3UserDirectory::i();
+    QTemporaryDir dir;
+    QString const path = dir.filePath("replication.jsonl");
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"({"table":"k3.user","ops":[{"insert":{"login":"FA01U02","client_code":"FA01001","aspref":7002}}]})" "\n"
+               R"({"table":"k3.user","ops":[{"insert":{"login":"FA01U03","client_code":"FA01002","aspref":7003}},)"
+               R"({"insert":{"login":"FA01U01\u0000X","client_code":"QD02002","aspref":9999}}]})" "\n");
+    file.close();
+    try {
+        db()->loadFile(path);
+        FAIL() << "the spoofed login was accepted";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.message(), path + ":2: row 2: column 'login': the text holds the invisible character U+0000 at position 8");
+    }
+    EXPECT_EQ(db()->table("k3.user")->rowCount(), 2);   // line 1 applied, nothing of line 2
+    EXPECT_EQ(users->getUserList(), QStringList({"FA01U01", "FA01U02"}));
+    EXPECT_EQ(users->clientCodeByUser("FA01U01"), "FA01000");
+    EXPECT_EQ(users->asprefByLogin("FA01U01"), 7001);
+    EXPECT_EQ(users->loginByAspref(9999), QString());
 }
 
 TEST(UserHorizon, WrapsIn32BitsAsTheTerminalAlwaysHas)

@@ -48,6 +48,42 @@ bool parseFixed(char const* b, char const* e, int scale, Int limit, Int& out, bo
     return true;
 }
 
+// A text from the feed may not hold a character that does not show: a
+// control character (C0 with NUL, DEL, C1), a format character (zero-width
+// marks, direction overrides, the byte-order mark, tag characters) or a line
+// or paragraph separator. Such a text reads as another one: a fixed-width
+// value ends at its first NUL, so "FA01U01\0X" would pass for the login
+// "FA01U01" while the master index keeps it as a row of its own. Blanks are
+// text like any other.
+struct Invisible
+{
+    uint code = 0;
+    int position = 0;   // 1-based, in characters; 0 when the text is clean
+};
+
+Invisible invisibleIn(QString const& text)
+{
+    auto const* u = reinterpret_cast<char16_t const*>(text.utf16());
+    int const n = text.size();
+    int position = 0;
+    for (int i = 0; i < n; ++i) {
+        ++position;
+        char16_t const c = u[i];
+        if (c >= 0x20 && c < 0x7F) continue;
+        if (c < 0xA0) return {c, position};
+        uint code = c;
+        if (QChar::isHighSurrogate(code) && i + 1 < n && QChar::isLowSurrogate(u[i + 1])) code = QChar::surrogateToUcs4(c, u[++i]);
+        switch (QChar::category(code)) {
+        case QChar::Other_Control:
+        case QChar::Other_Format:
+        case QChar::Separator_Line:
+        case QChar::Separator_Paragraph: return {code, position};
+        default: break;
+        }
+    }
+    return {};
+}
+
 } // namespace
 
 BatchDecoder::BatchDecoder(Database const& database) : m_database(database) {}
@@ -256,6 +292,11 @@ private:
             if (kind != JsonCursor::String) wrong("a string");
             m_cur.readString(m_text);
             QString s = QString::fromUtf8(m_text.data(), int(m_text.size()));
+            Invisible const bad = invisibleIn(s);
+            if (bad.position)
+                rowFail(QStringLiteral("%1: the text holds the invisible character U+%2 at position %3")
+                            .arg(columnText(def), QStringLiteral("%1").arg(bad.code, 4, 16, QLatin1Char('0')).toUpper())
+                            .arg(bad.position));
             if (def.typeCode() == FieldType::Char && s.size() > def.length / 2)
                 rowFail(QStringLiteral("%1: '%2' is longer than %3 characters").arg(columnText(def), s).arg(def.length / 2));
             f.storeString(s);

@@ -108,11 +108,17 @@ void Database::loadSchemaJson(QByteArray const& json, QString const& origin)
     QJsonArray tables = doc.object().value(QStringLiteral("tables")).toArray();
     if (tables.isEmpty()) throw Exception(QStringLiteral("%1: no \"tables\"").arg(origin));
     QList<TableSchema> schemas;
+    QHash<QString, int> entryOf;   // 1-based, in "tables"
     for (QJsonValue const& tv : tables) {
         QJsonObject t = tv.toObject();
         TableSchema schema;
+        int const entry = schemas.size() + 1;
         schema.name = t.value(QStringLiteral("name")).toString();
-        if (schema.name.isEmpty()) throw Exception(QStringLiteral("%1: a table has no name").arg(origin));
+        if (schema.name.isEmpty()) throw Exception(QStringLiteral("%1: table entry %2 has no name").arg(origin).arg(entry));
+        if (entryOf.contains(schema.name))
+            throw Exception(QStringLiteral("%1: table entry %2 names '%3' again (entry %4)")
+                                .arg(origin).arg(entry).arg(schema.name).arg(entryOf.value(schema.name)));
+        entryOf.insert(schema.name, entry);
         for (QJsonValue const& k : t.value(QStringLiteral("key")).toArray()) schema.key << k.toString();
         for (QJsonValue const& cv : t.value(QStringLiteral("columns")).toArray()) {
             QJsonObject c = cv.toObject();
@@ -144,7 +150,18 @@ void Database::loadSchemaJson(QByteArray const& json, QString const& origin)
             throw Exception(QStringLiteral("%1: %2").arg(origin, e.message()));
         }
     }
-    for (TableSchema const& s : schemas) createTable(s);
+    // Whole or not at all: a table made meanwhile by another thread undoes
+    // the ones this schema made before it.
+    QStringList made;
+    try {
+        for (TableSchema const& s : schemas) {
+            createTable(s);
+            made << s.name;
+        }
+    } catch (Exception const& e) {
+        for (QString const& name : made) dropTable(name);
+        throw Exception(QStringLiteral("%1: %2").arg(origin, e.message()));
+    }
 }
 
 void Database::apply(Batch const& batch)

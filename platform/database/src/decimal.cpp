@@ -202,6 +202,11 @@ __int128 divRound(__int128 value, __int128 divisor)
     return q;
 }
 
+bool fitsIn(__int128 m, Limits const& lim)
+{
+    return m >= 0 ? u128(m) <= lim.maxPositive : -static_cast<u128>(m) <= lim.maxNegative;
+}
+
 // m * 10^-from given `to` places, if the type holds it.
 bool rescaled(__int128 m, int from, int to, Limits const& lim, __int128& out)
 {
@@ -320,14 +325,24 @@ decimal decimal::fromMantissa(std::int64_t mantissa, int scale)
 
 decimal decimal::fromInteger(std::int64_t value)
 {
-    if (value >= minMantissa && value <= maxMantissa) return fromMantissa(value, 0);
-    // At most 19 digits: three divisions bring any 64-bit value in range.
-    int divisions = 0;
-    while (value > maxMantissa || value < minMantissa) {
-        value /= 10;
-        ++divisions;
+    // Wider than the mantissa: only trailing zeros may go, as they do for
+    // the same number as text; a digit dropped would be money lost.
+    std::int64_t m = value;
+    int scale = 0;
+    while ((m > maxMantissa || m < minMantissa) && m % 10 == 0) {
+        m /= 10;
+        --scale;
     }
-    return fromMantissa(value, -divisions);
+    if (m > maxMantissa || m < minMantissa) refuse(QString::number(value), "decimal");
+    return fromMantissa(m, scale);
+}
+
+bool decimal::fromInteger(std::int64_t value, short scale, decimal& out)
+{
+    __int128 m;
+    if (!rescaled(value, 0, scale, kDecimal, m) || !fitsIn(m, kDecimal)) return false;
+    out = fromMantissa(std::int64_t(m), scale);
+    return true;
 }
 
 short decimal::scale() const

@@ -28,6 +28,9 @@ ColumnDef const& unknownColumn()
     return def;
 }
 unsigned char g_noFlags = 0;   // flag byte of absent columns: never written
+// Offsets and sizes of a row are ints; a replicated row is a few hundred
+// bytes, so a schema asking for more than this is a mistake, not data.
+constexpr qint64 kMaxRowBytes = qint64(1) << 20;
 } // namespace
 
 Table::Table(TableSchema const& schema, MasterIndexFactory const& factory)
@@ -51,6 +54,9 @@ Table::Table(TableSchema const& schema, MasterIndexFactory const& factory)
                                 .arg(m_name, c.name).arg(c.scale).arg(minScale).arg(maxScale));
         if (m_columnByName.contains(c.name))
             throw Exception(QStringLiteral("Table '%1': column '%2' is defined twice").arg(m_name, c.name));
+        if (c.type == FieldType::Char && c.length > kMaxRowBytes)
+            throw Exception(QStringLiteral("Table '%1': column '%2' has length %3, more than a row may hold (%4 bytes)")
+                                .arg(m_name, c.name).arg(c.length).arg(kMaxRowBytes));
         c.length = FieldType::storageSize(c.typeCode(), c.length);
         if (c.type != FieldType::Decimal && c.type != FieldType::XDecimal) c.scale = 0;
         m_columnByName.insert(c.name, i);
@@ -59,17 +65,20 @@ Table::Table(TableSchema const& schema, MasterIndexFactory const& factory)
     // Layout: header, flag bytes, then values grouped by alignment so that
     // no padding is wasted between them.
     m_flagBytes = (n + 7) / 8;
-    int offset = int(sizeof(RowHeader)) + m_flagBytes;
+    qint64 offset = qint64(sizeof(RowHeader)) + m_flagBytes;
     for (int align : {8, 4, 2}) {
         for (int i = 0; i < n; ++i) {
             ColumnDef& c = m_columns[std::size_t(i)];
             if (alignmentOf(c.typeCode()) != align) continue;
             offset = (offset + align - 1) / align * align;
-            c.offset = offset;
+            if (offset + c.length > kMaxRowBytes)
+                throw Exception(QStringLiteral("Table '%1': its columns make a row of more than %2 bytes (at column '%3')")
+                                    .arg(m_name).arg(kMaxRowBytes).arg(c.name));
+            c.offset = int(offset);
             offset += c.length;
         }
     }
-    m_rowSize = (offset + 7) / 8 * 8;
+    m_rowSize = int((offset + 7) / 8 * 8);
     for (int i = 0; i < n; ++i) {
         ColumnDef& c = m_columns[std::size_t(i)];
         c.flagOffset = int(sizeof(RowHeader)) + i / 8;

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
+#include <limits>
 #include <mutex>
 #include <thread>
 
@@ -22,12 +23,17 @@ class DATABASE_EXPORT BatchReader
 public:
     struct Item {
         Batch batch;
-        QString error;       // set on a decoding failure: the last item, "file:line: ..."
+        QString error;       // set on a failure to read or decode: the last item, "file:line: ..."
         qint64 bytesRead = 0;
     };
 
-    // Throws Exception when the file cannot be opened.
-    BatchReader(Database const& db, QString const& path);
+    // The longest line read, in bytes: what the decoder can address. A
+    // longer line ends the file with an error naming it.
+    static constexpr qint64 kMaxLineBytes = std::numeric_limits<int>::max();
+
+    // Throws Exception when the file cannot be opened. `maxLineBytes` may
+    // lower the limit on a line, never raise it.
+    BatchReader(Database const& db, QString const& path, qint64 maxLineBytes = kMaxLineBytes);
     ~BatchReader();
     BatchReader(BatchReader const&) = delete;
     BatchReader& operator=(BatchReader const&) = delete;
@@ -49,6 +55,7 @@ private:
 
     BatchDecoder m_decoder;
     QString m_path;
+    qint64 m_maxLineBytes;
     std::FILE* m_file = nullptr;
     qint64 m_total = 0;
     std::thread m_thread;

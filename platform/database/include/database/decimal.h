@@ -37,9 +37,14 @@ public:
     // Packs as given: the caller has checked that the mantissa and scale fit
     // (the bits above 56 and 7 are dropped otherwise).
     static decimal fromMantissa(std::int64_t mantissa, int scale);
-    // Integer storage rule: scale 0; a value wider than the mantissa drops
-    // trailing digits (toward zero), the scale going negative.
+    // The integer exactly, at scale 0; a value wider than the mantissa only
+    // where trailing zeros make room, the scale going negative
+    // (123456789012345670 is 12345678901234567 at scale -1). Throws
+    // Exception naming the value when no mantissa holds it.
     static decimal fromInteger(std::int64_t value);
+    // The integer rounded half away from zero to `scale` places, as its text
+    // would be. False, leaving `out` untouched, when it does not fit.
+    static bool fromInteger(std::int64_t value, short scale, decimal& out);
     static decimal fromRaw(std::uint64_t raw) { decimal d; d.m_raw = raw; return d; }
     // Parses [-+]digits[.digits] ('.' or ',', surrounding spaces allowed, no
     // exponent) exactly: the scale is the text's number of places, fewer
