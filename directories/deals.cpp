@@ -9,27 +9,14 @@
 #include <QCoreApplication>
 #include <QUrlQuery>
 
-namespace {
-[[maybe_unused]] char const* const kMissingTableText = QT_TRANSLATE_NOOP("DealsDirectory", "Таблица '%1' отсутствует");
-
-} // namespace
-
 DealsDirectory::DealsDirectory(QObject* parent)
-    : Directory(parent, "DealsDirectory", QStringLiteral("deals"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_price = column(QStringLiteral("price"));
-    m_quantity = column(QStringLiteral("quantity"));
-    m_buysell = column(QStringLiteral("buysell"));
-    m_account = column(QStringLiteral("account"));
-    m_login = column(QStringLiteral("login"));
-    m_dealId = column(QStringLiteral("deal_id"));
-    m_state = column(QStringLiteral("state"));
-    m_errorCode = column(QStringLiteral("error_code"));
-    m_talmeraErrorCode = column(QStringLiteral("talmera_error_code"));   // resolved, never read
-    m_signs = column(QStringLiteral("signs"));
+    // "talmera_error_code" is resolved and never read.
+    resolveColumns({{m_stockId, "stock_id"}, {m_boardId, "board_id"}, {m_secId, "sec_id"}, {m_price, "price"},
+                    {m_quantity, "quantity"}, {m_buysell, "buysell"}, {m_account, "account"}, {m_login, "login"},
+                    {m_dealId, "deal_id"}, {m_state, "state"}, {m_errorCode, "error_code"},
+                    {m_talmeraErrorCode, "talmera_error_code"}, {m_signs, "signs"}});
 }
 
 QString DealsDirectory::errorMessageFromCode(int code)

@@ -11,14 +11,6 @@
 #include <mutex>
 
 namespace {
-[[maybe_unused]] char const* const kMissingTableTexts[] = {
-    QT_TRANSLATE_NOOP("RFSStreamsDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("RFSQuoteDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("RFSOrdersDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("LPUsersDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("RFSMinAmountDirectory", "Таблица '%1' отсутствует"),
-};
-
 constexpr int kStreamStock = 5;
 constexpr QChar kActive = QLatin1Char('A');
 
@@ -37,17 +29,11 @@ void scanRows(QSharedPointer<Table> const& t, Accept accept, Add add)
 // ---- RFSStreamsDirectory -----------------------------------------------------
 
 RFSStreamsDirectory::RFSStreamsDirectory(QObject* parent)
-    : Directory(parent, "RFSStreamsDirectory", QStringLiteral("k3.rfs.streams"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_streamId = column(QStringLiteral("stream_id"));
-    m_amount = column(QStringLiteral("amount"));
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_signs = column(QStringLiteral("signs"));
-    m_dir = column(QStringLiteral("dir"));
-    m_speedBumpType = column(QStringLiteral("speed_bump_type"));
-    m_durationType = column(QStringLiteral("duration_type"));
+    resolveColumns({{m_streamId, "stream_id"}, {m_amount, "amount"}, {m_stockId, "stock_id"}, {m_boardId, "board_id"},
+                    {m_secId, "sec_id"}, {m_signs, "signs"}, {m_dir, "dir"}, {m_speedBumpType, "speed_bump_type"},
+                    {m_durationType, "duration_type"}});
     // The streams already open are shown, and announced, at once.
     build();
 }
@@ -220,13 +206,10 @@ void RFSStreamsDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- RFSQuoteDirectory -------------------------------------------------------
 
 RFSQuoteDirectory::RFSQuoteDirectory(QObject* parent)
-    : Directory(parent, "RFSQuoteDirectory", QStringLiteral("k3.rfs.quotes"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_streamId = column(QStringLiteral("stream_id"));
-    m_quoteId = column(QStringLiteral("quote_id"));
-    m_dir = column(QStringLiteral("dir"));
-    m_price = column(QStringLiteral("price"));
-    m_moment = column(QStringLiteral("moment"));
+    resolveColumns({{m_streamId, "stream_id"}, {m_quoteId, "quote_id"}, {m_dir, "dir"}, {m_price, "price"},
+                    {m_moment, "moment"}});
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_streamId, m_dir}));
         t->setIndexName(QStringLiteral("stream_id,dir"), m_index);
@@ -295,18 +278,11 @@ void RFSQuoteDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- RFSOrdersDirectory ------------------------------------------------------
 
 RFSOrdersDirectory::RFSOrdersDirectory(QObject* parent)
-    : Directory(parent, "RFSOrdersDirectory", QStringLiteral("orders"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_sessId = column(QStringLiteral("sess_id"));
-    m_orderId = column(QStringLiteral("order_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_status = column(QStringLiteral("status"));
-    m_streamId = column(QStringLiteral("stream_id"));
-    m_account = column(QStringLiteral("account"));
-    m_price = column(QStringLiteral("price"));
-    m_buysell = column(QStringLiteral("buysell"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_boardId, "board_id"}, {m_sessId, "sess_id"}, {m_orderId, "order_id"},
+                    {m_secId, "sec_id"}, {m_status, "status"}, {m_streamId, "stream_id"}, {m_account, "account"},
+                    {m_price, "price"}, {m_buysell, "buysell"}});
     build();
 }
 
@@ -420,10 +396,9 @@ void RFSOrdersDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- LPUsersDirectory --------------------------------------------------------
 
 LPUsersDirectory::LPUsersDirectory(QObject* parent)
-    : Directory(parent, "LPUsersDirectory", QStringLiteral("k3.rfs.lp_users"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_lpCode = column(QStringLiteral("lp_code"));
-    m_clientCode = column(QStringLiteral("client_code"));
+    resolveColumns({{m_lpCode, "lp_code"}, {m_clientCode, "client_code"}});
     if (QSharedPointer<Table> t = table()) {
         m_clientCodeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_clientCodeIndex->build();
@@ -469,10 +444,9 @@ void LPUsersDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- RFSMinAmountDirectory ---------------------------------------------------
 
 RFSMinAmountDirectory::RFSMinAmountDirectory(QObject* parent)
-    : Directory(parent, "RFSMinAmountDirectory", QStringLiteral("k3.rfs.base_contract_min_amount"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_code = column(QStringLiteral("base_contract_code"));
-    m_minAmount = column(QStringLiteral("min_amount"));
+    resolveColumns({{m_code, "base_contract_code"}, {m_minAmount, "min_amount"}});
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code}));
         m_index->build();

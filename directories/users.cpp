@@ -11,20 +11,15 @@
 #include <mutex>
 
 namespace {
-[[maybe_unused]] char const* const kMissingTableText = QT_TRANSLATE_NOOP("K3UserDirectory", "Таблица '%1' отсутствует");
-
 constexpr int kSmaFlag = 4;
 constexpr quint32 kDayMSecs = 86400000u;
 } // namespace
 
 K3UserDirectory::K3UserDirectory(QObject* parent)
-    : Directory(parent, "K3UserDirectory", QStringLiteral("k3.user"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_login = column(QStringLiteral("login"));
-    m_clientCode = column(QStringLiteral("client_code"));
-    m_smaFlags = column(QStringLiteral("sma_flags"));
-    m_aspref = column(QStringLiteral("aspref"));
-    m_passwordExpiration = column(QStringLiteral("password_expiration_date"));
+    resolveColumns({{m_login, "login"}, {m_clientCode, "client_code"}, {m_smaFlags, "sma_flags"},
+                    {m_aspref, "aspref"}, {m_passwordExpiration, "password_expiration_date"}});
     // The first pass feeds add() with every row, so logins whose passwords
     // are about to expire are warned of while the directory is created.
     build();
