@@ -116,50 +116,44 @@ void K3InvestorDirectory::clear() { m_last.drop(); }
 void K3InvestorDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
 void K3InvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
-// ---- K3CoreDealerDirectory ---------------------------------------------------
+// ---- K3CoreDealerDirectory, K3CoreInvestorDirectory ---------------------------
+
+directory::detail::CoreAccountDirectory::CoreAccountDirectory(QObject* parent, QMetaObject const& cls, int keyLength)
+    : Directory(parent, cls), m_keyLength(keyLength)
+{
+    resolveColumns({{m_clientCode, "client_code"}});
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
+        m_codeIndex->build();
+    }
+}
+
+Record directory::detail::CoreAccountDirectory::byAccount(QString const& account) const
+{
+    if (!table() || !m_codeIndex || account.size() < m_keyLength) return Record();
+    return m_last.lookup(account.left(m_keyLength),
+                         [this](QString const& key) { return findByValues(m_codeIndex, key); });
+}
+
+void directory::detail::CoreAccountDirectory::clear() { m_last.drop(); }
+
+void directory::detail::CoreAccountDirectory::remove(Record const& record, int)
+{
+    if (!record.isEmpty()) m_last.drop(record);
+}
 
 K3CoreDealerDirectory::K3CoreDealerDirectory(QObject* parent)
-    : Directory(parent, staticMetaObject)
+    : CoreAccountDirectory(parent, staticMetaObject, K3FieldsTypes::bf_code)
 {
-    resolveColumns({{m_clientCode, "client_code"}});
-    if (QSharedPointer<Table> t = table()) {
-        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
-        m_codeIndex->build();
-    }
 }
 
-Record K3CoreDealerDirectory::getDealerByAccount(QString const& account) const
-{
-    if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::bf_code) return Record();
-    return m_last.lookup(account.left(K3FieldsTypes::bf_code),
-                         [this](QString const& key) { return findByValues(m_codeIndex, key); });
-}
-
-void K3CoreDealerDirectory::clear() { m_last.drop(); }
-void K3CoreDealerDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
 void K3CoreDealerDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
-// ---- K3CoreInvestorDirectory -------------------------------------------------
-
 K3CoreInvestorDirectory::K3CoreInvestorDirectory(QObject* parent)
-    : Directory(parent, staticMetaObject)
+    : CoreAccountDirectory(parent, staticMetaObject, K3FieldsTypes::client_code)
 {
-    resolveColumns({{m_clientCode, "client_code"}});
-    if (QSharedPointer<Table> t = table()) {
-        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
-        m_codeIndex->build();
-    }
 }
 
-Record K3CoreInvestorDirectory::getInvestorByAccount(QString const& account) const
-{
-    if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
-    return m_last.lookup(account.left(K3FieldsTypes::client_code),
-                         [this](QString const& key) { return findByValues(m_codeIndex, key); });
-}
-
-void K3CoreInvestorDirectory::clear() { m_last.drop(); }
-void K3CoreInvestorDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
 void K3CoreInvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
 // ---- K3RFDirectory -----------------------------------------------------------
