@@ -1,13 +1,13 @@
 #include "streams.h"
 
 #include "masterindex.h"
-#include "notification.h"
 #include "securities.h"
 
+#include <core/icore.h>
+#include <core/usernotification.h>
 #include <database/exception.h>
 
 #include <QCoreApplication>
-#include <QUrlQuery>
 #include <mutex>
 
 namespace {
@@ -121,17 +121,11 @@ void RFSStreamsDirectory::updateLastDealState(unsigned long long streamId, int s
 
 QUrl RFSStreamsDirectory::addOrderLink(int stockId, int boardId, long long secId, unsigned long long streamId)
 {
-    QUrl link;
-    link.setScheme(QStringLiteral("vtrm+stream"));
-    link.setHost(QStringLiteral("stream"));
-    link.setPath(QStringLiteral("/addorder"));
-    QUrlQuery query;
-    notification::addQueryItem(query, QStringLiteral("stock_id"), QString::number(stockId));
-    notification::addQueryItem(query, QStringLiteral("board_id"), QString::number(boardId));
-    notification::addQueryItem(query, QStringLiteral("sec_id"), QString::number(secId));
-    notification::addQueryItem(query, QStringLiteral("stream_id"), QString::number(streamId));
-    link.setQuery(query);
-    return link;
+    return UserNotification::linkTo(QStringLiteral("stream"), QStringLiteral("/addorder"),
+                                    {{QStringLiteral("stock_id"), QString::number(stockId)},
+                                     {QStringLiteral("board_id"), QString::number(boardId)},
+                                     {QStringLiteral("sec_id"), QString::number(secId)},
+                                     {QStringLiteral("stream_id"), QString::number(streamId)}});
 }
 
 QString RFSStreamsDirectory::displayText(Record const& record) const
@@ -185,18 +179,17 @@ void RFSStreamsDirectory::add(Record const& record)
 
     QUrl link = addOrderLink(record.data(m_stockId).toInteger(), record.data(m_boardId).toInteger(),
                              record.data(m_secId).toInteger64(), streamId);
-    // Messages are shown as markup (as the password warning is): outside
-    // text in them is escaped.
-    QString text = tr("Открыт поток ликвидности %1").arg(shown.toHtmlEscaped());
-    notification::send(QStringLiteral("1|") + text + QStringLiteral("|") + link.toString());
+    QString text = tr("Открыт поток ликвидности %1").arg(UserNotification::escaped(shown));
+    UserNotification(1, text, link.toString()).sendTo(ICore::instance());
 }
 
 void RFSStreamsDirectory::remove(Record const& record, int)
 {
     unsigned long long streamId = streamIdOf(record);
-    // A plain text: no kind, no link.
+    // A plain message: no kind, no link.
     if (shouldNotify(streamId))
-        notification::send(tr("Закрыт поток ликвидности %1").arg(m_streams.value(streamId).toHtmlEscaped()));
+        UserNotification(0, tr("Закрыт поток ликвидности %1").arg(UserNotification::escaped(m_streams.value(streamId))))
+            .sendTo(ICore::instance());
     m_streams.remove(streamId);
     m_lastDealStates.remove(streamId);
 }

@@ -5,9 +5,8 @@
 #include "masterindex.h"
 
 #include <core/icore.h>
+#include <core/usernotification.h>
 
-#include <QUrl>
-#include <QUrlQuery>
 #include <mutex>
 
 namespace {
@@ -140,20 +139,15 @@ void K3UserDirectory::warnOfPasswordExpiry(Record const& record, QString const& 
     // The link to the password dialog is composed but not attached: the
     // receiver of a notification with a link offers it to the user, and
     // this notification has always come without one.
-    QUrl link;
-    link.setScheme(QStringLiteral("vtrm+stream"));
-    link.setHost(QStringLiteral("password"), QUrl::DecodedMode);
-    link.setPath(QStringLiteral("/passwordExpirationDate"), QUrl::DecodedMode);
-    QUrlQuery query;
-    query.addQueryItem(QStringLiteral("login"), login);
-    link.setQuery(query);
+    QUrl const link = UserNotification::linkTo(QStringLiteral("password"), QStringLiteral("/passwordExpirationDate"),
+                                               {{QStringLiteral("login"), login}});
+    Q_UNUSED(link);
 
-    // The text is shown as markup: a login carrying markup must read as text.
-    QString shown = login.toHtmlEscaped();
+    QString shown = UserNotification::escaped(login);
     QString text = login == core->currentLogin()
         ? tr("<p>По данным на конец вчерашнего дня у логина <span style=\"color: blue;\"><b>%1</b></span> "
              "вашего участника торгов/клиринга приближается дата истечения пароля</p>").arg(shown)
         : tr("<p>По данным на конец вчерашнего дня у логина <b>%1</b> вашего участника торгов/клиринга "
              "приближается дата истечения пароля</p>").arg(shown);
-    core->notify(QStringLiteral("2|") + text + QStringLiteral("|"), 0, nullptr, nullptr);
+    UserNotification(2, text).sendTo(core);
 }
