@@ -72,14 +72,6 @@ QString expectedEnglishMissingText(DirectoryClass const& c)
     return QStringLiteral("Table '%1' is missing").arg(QLatin1String(c.table));
 }
 
-// The classes told only when a batch on their table ends; every other one
-// is maintained row by row as an index of its table.
-QStringList const kDependents{
-    "BuySellDirectory", "StatusDirectory", "SecTypeDirectory", "SecStateDirectory", "SessStateDirectory",
-    "BoardDirectory", "StockDirectory", "SessionDirectory", "CalendarDirectory", "StockTimeDirectory",
-    "VolatCoeffBlackDirectory", "VolatCoeffBachDirectory", "K3DealerDirectory", "K3RFDirectory",
-    "K3FutMarginTypeDirectory"};
-
 class Binding : public ::testing::TestWithParam<DirectoryClass>
 {
 protected:
@@ -133,11 +125,12 @@ TEST_P(Binding, AsksTheDatabaseBeforeTakingTheTable)
     EXPECT_GT(registrations(), before);
 }
 
-TEST_P(Binding, RegistersOnItsTableAsDependentOrAsIndex)
+// Told only when a batch ends, or maintained row by row, as its line says.
+TEST_P(Binding, RegistersOnItsTableAsItsLineSays)
 {
     auto* index = dynamic_cast<Index*>(GetParam().instance());
     ASSERT_NE(index, nullptr);
-    bool const dependent = kDependents.contains(QLatin1String(GetParam().name()));
+    bool const dependent = GetParam().registration == Directory::AsDependent;
     EXPECT_EQ(boundTable()->dependents().contains(index), dependent);
     EXPECT_EQ(boundTable()->indexes().contains(index), !dependent);
 }
