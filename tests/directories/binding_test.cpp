@@ -6,6 +6,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QMetaMethod>
 #include <QRegularExpression>
 #include <QTranslator>
 
@@ -149,6 +150,22 @@ TEST_P(Binding, MissingTableTextReadsInEnglish)
         EXPECT_EQ(e, expectedEnglishMissingText(GetParam()));
     }
     QCoreApplication::removeTranslator(&english);
+}
+
+// Each class announces a batch with the one signal it declares: dataChanged(),
+// but for the exceptions below.
+TEST_P(Binding, DeclaresItsSignalsAndNoOthers)
+{
+    QString const name = QLatin1String(GetParam().name());
+    QStringList expected{QStringLiteral("dataChanged()")};
+    if (name == "StockSecDirectory") expected = QStringList{QStringLiteral("dataChanged(int,qlonglong)")};
+    if (name == "RFSStreamsDirectory") expected << QStringLiteral("lastDealStateDataChanged()");
+    QMetaObject const* meta = GetParam().metaObject;
+    QStringList signalsDeclared;
+    for (int i = QObject::staticMetaObject.methodCount(); i < meta->methodCount(); ++i)
+        if (meta->method(i).methodType() == QMetaMethod::Signal)
+            signalsDeclared << QString::fromLatin1(meta->method(i).methodSignature());
+    EXPECT_EQ(signalsDeclared, expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryRegistration, Binding, ::testing::ValuesIn(directoryRegistry().begin(), directoryRegistry().end()),
