@@ -49,8 +49,7 @@ int main(int argc, char** argv)
     Database* db = ICore::instance()->database();
     try {
         db->loadSchema(QStringLiteral(SOURCE_DIR "/data/schema.json"));
-        apps::bindAccountDirectories(db);
-    apps::bindStreamDirectories(db);
+        apps::bindDirectories(db, DirectoryClass::AtStart);
     } catch (Exception const& e) {
         out << e.message() << "\n";
         return 1;

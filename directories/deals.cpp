@@ -1,35 +1,21 @@
 #include "deals.h"
 
-#include "notification.h"
 #include "securities.h"
 
 #include <core/icore.h>
+#include <core/usernotification.h>
 #include <database/decimal.h>
 
 #include <QCoreApplication>
-#include <QUrlQuery>
-
-namespace {
-[[maybe_unused]] char const* const kMissingTableText = QT_TRANSLATE_NOOP("DealsDirectory", "Таблица '%1' отсутствует");
-
-} // namespace
 
 DealsDirectory::DealsDirectory(QObject* parent)
-    : Directory(parent, "DealsDirectory", QStringLiteral("deals"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_price = column(QStringLiteral("price"));
-    m_quantity = column(QStringLiteral("quantity"));
-    m_buysell = column(QStringLiteral("buysell"));
-    m_account = column(QStringLiteral("account"));
-    m_login = column(QStringLiteral("login"));
-    m_dealId = column(QStringLiteral("deal_id"));
-    m_state = column(QStringLiteral("state"));
-    m_errorCode = column(QStringLiteral("error_code"));
-    m_talmeraErrorCode = column(QStringLiteral("talmera_error_code"));   // resolved, never read
-    m_signs = column(QStringLiteral("signs"));
+    // "talmera_error_code" is resolved and never read.
+    resolveColumns({{m_stockId, "stock_id"}, {m_boardId, "board_id"}, {m_secId, "sec_id"}, {m_price, "price"},
+                    {m_quantity, "quantity"}, {m_buysell, "buysell"}, {m_account, "account"}, {m_login, "login"},
+                    {m_dealId, "deal_id"}, {m_state, "state"}, {m_errorCode, "error_code"},
+                    {m_talmeraErrorCode, "talmera_error_code"}, {m_signs, "signs"}});
 }
 
 QString DealsDirectory::errorMessageFromCode(int code)
@@ -60,21 +46,12 @@ bool DealsDirectory::checkLoginPreference(Record const& deal) const
 QUrl DealsDirectory::confirmationLink(int stockId, int boardId, QString const& security, QString const& price,
                                       long long amount, QString const& dir, QString const& account, long long dealId)
 {
-    QUrl link;
-    link.setScheme(QStringLiteral("vtrm+stream"));
-    link.setHost(QStringLiteral("deal"));
-    link.setPath(QStringLiteral("/confirmdeal"));
-    QUrlQuery query;
-    notification::addQueryItem(query, QStringLiteral("stock_id"), QString::number(stockId));
-    notification::addQueryItem(query, QStringLiteral("board_id"), QString::number(boardId));
-    notification::addQueryItem(query, QStringLiteral("security"), security);
-    notification::addQueryItem(query, QStringLiteral("price"), price);
-    notification::addQueryItem(query, QStringLiteral("amount"), QString::number(amount));
-    notification::addQueryItem(query, QStringLiteral("dir"), dir);
-    notification::addQueryItem(query, QStringLiteral("account"), account);
-    notification::addQueryItem(query, QStringLiteral("deal_id"), QString::number(dealId));
-    link.setQuery(query);
-    return link;
+    return UserNotification::linkTo(
+        QStringLiteral("deal"), QStringLiteral("/confirmdeal"),
+        {{QStringLiteral("stock_id"), QString::number(stockId)}, {QStringLiteral("board_id"), QString::number(boardId)},
+         {QStringLiteral("security"), security}, {QStringLiteral("price"), price},
+         {QStringLiteral("amount"), QString::number(amount)}, {QStringLiteral("dir"), dir},
+         {QStringLiteral("account"), account}, {QStringLiteral("deal_id"), QString::number(dealId)}});
 }
 
 void DealsDirectory::update(Record const& record, int firstColumn, int lastColumn, int position)
@@ -99,7 +76,7 @@ void DealsDirectory::notifyOutcome(Record const& deal, long long dealId, long lo
         text = tr("Квазисделка %1 отклонена. Ошибка ОТС: %2")
                    .arg(QString::number(dealId), errorMessageFromCode(deal.data(m_errorCode).toInteger()));
     else return;   // no notification for other states
-    notification::send(text);
+    UserNotification(0, text).sendTo(ICore::instance());
     m_states.insert(dealId, state);
 }
 
@@ -123,11 +100,11 @@ void DealsDirectory::notifyConfirmationNeeded(Record const& deal, long long deal
 
     QUrl link = confirmationLink(stock, board, name, priceText, quantity, buysell, account, dealId);
     QString side = buysell.startsWith(QLatin1Char('B')) ? tr("покупку") : tr("продажу");
-    // One pass, so that a "%" in the name is never taken for a marker; the
-    // name is escaped as the message is shown as markup.
+    // One pass, so that a "%" in the name is never taken for a marker.
     QString text = tr("Квазисделка %1 на %2 %3 %4 по цене %5 требует подтверждения")
-                       .arg(QString::number(dealId), side, QString::number(quantity), name.toHtmlEscaped(), priceText);
-    notification::send(QStringLiteral("1|") + text + QStringLiteral("|") + link.toString());
+                       .arg(QString::number(dealId), side, QString::number(quantity), UserNotification::escaped(name),
+                            priceText);
+    UserNotification(1, text, link.toString()).sendTo(ICore::instance());
 }
 
 void DealsDirectory::endUpdate() { Q_EMIT dataChanged(); }

@@ -9,10 +9,9 @@ void appendStatus(QString& text, QString const& part)
 // ---- BuySellDirectory -----------------------------------------------------
 
 BuySellDirectory::BuySellDirectory(QObject* parent)
-    : Directory(parent, "BuySellDirectory", QStringLiteral("buysells"), AsDependent)
+    : Directory(parent, staticMetaObject)
 {
-    m_buysell = column(QStringLiteral("buysell"));
-    m_name = column(QStringLiteral("name"));
+    resolveColumns({{m_buysell, "buysell"}, {m_name, "name"}});
     m_byCode = DirectoryKey<QChar>(table(), nullptr, {m_buysell});
 }
 
@@ -40,12 +39,10 @@ void BuySellDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 
 // ---- code tables with texts -------------------------------------------------
 
-CodeTextDirectory::CodeTextDirectory(QObject* parent, char const* context, QString const& tableName, QString const& keyColumn)
-    : Directory(parent, context, tableName, AsDependent)
+CodeTextDirectory::CodeTextDirectory(QObject* parent, QMetaObject const& cls, QString const& keyColumn)
+    : Directory(parent, cls)
 {
-    m_key = column(keyColumn);
-    m_name = column(QStringLiteral("name"));
-    m_descr = column(QStringLiteral("descr"));
+    resolveColumns({{m_key, keyColumn}, {m_name, "name"}, {m_descr, "descr"}});
     m_byKey = DirectoryKey<Field>(table(), nullptr, {m_key});
 }
 
@@ -78,18 +75,18 @@ QList<FieldValue> CodeTextDirectory::keyList() const
 void CodeTextDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 
 StatusDirectory::StatusDirectory(QObject* parent)
-    : CodeTextDirectory(parent, "StatusDirectory", QStringLiteral("statuses"), QStringLiteral("status")) {}
+    : CodeTextDirectory(parent, staticMetaObject, QStringLiteral("status")) {}
 
 SecTypeDirectory::SecTypeDirectory(QObject* parent)
-    : CodeTextDirectory(parent, "SecTypeDirectory", QStringLiteral("sectypes"), QStringLiteral("sectype")) {}
+    : CodeTextDirectory(parent, staticMetaObject, QStringLiteral("sectype")) {}
 
 QString SecTypeDirectory::missingTableText(Field const& key) const { return tr("ID_%1").arg(key.toString()); }
 
 SecStateDirectory::SecStateDirectory(QObject* parent)
-    : CodeTextDirectory(parent, "SecStateDirectory", QStringLiteral("secstates"), QStringLiteral("secstate")) {}
+    : CodeTextDirectory(parent, staticMetaObject, QStringLiteral("secstate")) {}
 
 SessStateDirectory::SessStateDirectory(QObject* parent)
-    : CodeTextDirectory(parent, "SessStateDirectory", QStringLiteral("sessstates"), QStringLiteral("sessstate")) {}
+    : CodeTextDirectory(parent, staticMetaObject, QStringLiteral("sessstate")) {}
 
 // ---- fixed vocabularies -----------------------------------------------------
 

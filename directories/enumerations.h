@@ -45,7 +45,7 @@ Q_SIGNALS:
     void dataChanged();
 
 protected:
-    CodeTextDirectory(QObject* parent, char const* context, QString const& table, QString const& keyColumn);
+    CodeTextDirectory(QObject* parent, QMetaObject const& cls, QString const& keyColumn);
     QList<FieldValue> keyList() const;
     // What a lookup answers when the table is gone.
     virtual QString missingTableText(Field const& key) const;

@@ -5,37 +5,16 @@
 
 #include <database/exception.h>
 
-namespace {
-[[maybe_unused]] char const* const kMissingTableTexts[] = {
-    QT_TRANSLATE_NOOP("FutRateDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("OptRateDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("FeeDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("BrokerFeeDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("K3BrokerFeeParamDirectory", "Таблица k3.broker_fee_params отсутствует"),
-    QT_TRANSLATE_NOOP("BaseContractsParamsDirectory", "Таблица '%1' отсутствует"),
-};
-
-} // namespace
-
 // ---- FutRateDirectory --------------------------------------------------------
 
-FutRateDirectory::FutRateDirectory(QObject* parent)
-    : FutRateDirectory(parent, "FutRateDirectory", QStringLiteral("k3.futures_rate"))
-{
-}
+FutRateDirectory::FutRateDirectory(QObject* parent) : FutRateDirectory(parent, staticMetaObject) {}
 
-FutRateDirectory::FutRateDirectory(QObject* parent, char const* context, QString const& tableName)
-    : Directory(parent, context, tableName, AsIndex)
+FutRateDirectory::FutRateDirectory(QObject* parent, QMetaObject const& cls) : Directory(parent, cls)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_isinId = column(QStringLiteral("isin_id"));
-    m_sessId = column(QStringLiteral("sess_id"));
-    m_exchangeFeeNegdeal = column(QStringLiteral("exchange_fee_negdeal"));
-    m_exchangeFee = column(QStringLiteral("exchange_fee"));
-    m_clearingFeeNegdeal = column(QStringLiteral("clearing_fee_negdeal"));
-    m_clearingFee = column(QStringLiteral("clearing_fee"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_boardId, "board_id"}, {m_secId, "sec_id"}, {m_isinId, "isin_id"},
+                    {m_sessId, "sess_id"}, {m_exchangeFeeNegdeal, "exchange_fee_negdeal"},
+                    {m_exchangeFee, "exchange_fee"}, {m_clearingFeeNegdeal, "clearing_fee_negdeal"},
+                    {m_clearingFee, "clearing_fee"}});
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockId, m_boardId, m_secId, m_sessId}));
         m_index->build();
@@ -62,26 +41,19 @@ Record FutRateDirectory::recordByIsinId(int stockId, int boardId, int isinId, in
 
 void FutRateDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
-OptRateDirectory::OptRateDirectory(QObject* parent)
-    : FutRateDirectory(parent, "OptRateDirectory", QStringLiteral("k3.option_rate"))
-{
-}
+OptRateDirectory::OptRateDirectory(QObject* parent) : FutRateDirectory(parent, staticMetaObject) {}
 
 // ---- FeeDirectory, BrokerFeeDirectory ----------------------------------------
 
 FeeDirectory::FeeDirectory(QObject* parent)
-    : FeeDirectory(parent, "FeeDirectory", QStringLiteral("k3.adjusted_fee"), QStringLiteral("adjusted_fee_buy"),
-                   QStringLiteral("adjusted_fee_sell"))
+    : FeeDirectory(parent, staticMetaObject, QStringLiteral("adjusted_fee_buy"), QStringLiteral("adjusted_fee_sell"))
 {
 }
 
-FeeDirectory::FeeDirectory(QObject* parent, char const* context, QString const& tableName, QString const& buyColumn,
-                           QString const& sellColumn)
-    : Directory(parent, context, tableName, AsIndex)
+FeeDirectory::FeeDirectory(QObject* parent, QMetaObject const& cls, QString const& buyColumn, QString const& sellColumn)
+    : Directory(parent, cls)
 {
-    m_idDeal = column(QStringLiteral("id_deal"));
-    m_buy = column(buyColumn);
-    m_sell = column(sellColumn);
+    resolveColumns({{m_idDeal, "id_deal"}, {m_buy, buyColumn}, {m_sell, sellColumn}});
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_idDeal}));
         m_index->build();
@@ -97,23 +69,17 @@ Record FeeDirectory::recordByDealId(long long idDeal) const
 void FeeDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
 BrokerFeeDirectory::BrokerFeeDirectory(QObject* parent)
-    : FeeDirectory(parent, "BrokerFeeDirectory", QStringLiteral("k3.broker_fee"), QStringLiteral("broker_fee_buy"),
-                   QStringLiteral("broker_fee_sell"))
+    : FeeDirectory(parent, staticMetaObject, QStringLiteral("broker_fee_buy"), QStringLiteral("broker_fee_sell"))
 {
 }
 
 // ---- K3BrokerFeeParamDirectory -----------------------------------------------
 
 K3BrokerFeeParamDirectory::K3BrokerFeeParamDirectory(QObject* parent)
-    : Directory(parent, "K3BrokerFeeParamDirectory", QStringLiteral("k3.broker_fee_params"), AsIndex,
-                "Таблица k3.broker_fee_params отсутствует")
+    : Directory(parent, staticMetaObject)
 {
-    m_clientCode = column(QStringLiteral("client_code"));
-    m_sessId = column(QStringLiteral("sess_id"));
-    m_lowerFee = column(QStringLiteral("lower_fee"));
-    m_upperFee = column(QStringLiteral("upper_fee"));
-    m_multiplier = column(QStringLiteral("multiplier"));
-    m_additive = column(QStringLiteral("additive"));
+    resolveColumns({{m_clientCode, "client_code"}, {m_sessId, "sess_id"}, {m_lowerFee, "lower_fee"},
+                    {m_upperFee, "upper_fee"}, {m_multiplier, "multiplier"}, {m_additive, "additive"}});
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_index->build();
@@ -156,14 +122,10 @@ void K3BrokerFeeParamDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- BaseContractsParamsDirectory --------------------------------------------
 
 BaseContractsParamsDirectory::BaseContractsParamsDirectory(QObject* parent)
-    : Directory(parent, "BaseContractsParamsDirectory", QStringLiteral("k3.base_contracts_params"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_code = column(QStringLiteral("base_contract_code"));
-    m_mr1 = column(QStringLiteral("mr1"));
-    m_mr2 = column(QStringLiteral("mr2"));
-    m_mr3 = column(QStringLiteral("mr3"));
-    m_lk1 = column(QStringLiteral("lk1"));
-    m_lk2 = column(QStringLiteral("lk2"));
+    resolveColumns({{m_code, "base_contract_code"}, {m_mr1, "mr1"}, {m_mr2, "mr2"}, {m_mr3, "mr3"}, {m_lk1, "lk1"},
+                    {m_lk2, "lk2"}});
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code}));
         m_index->build();

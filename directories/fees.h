@@ -34,7 +34,8 @@ Q_SIGNALS:
     void dataChanged();
 
 protected:
-    FutRateDirectory(QObject* parent, char const* context, QString const& tableName);
+    // A subclass naming its own registry line: a table of the same shape.
+    FutRateDirectory(QObject* parent, QMetaObject const& cls);
 
 private:
     int m_stockId = -1, m_boardId = -1, m_secId = -1, m_isinId = -1, m_sessId = -1;
@@ -71,9 +72,9 @@ Q_SIGNALS:
     void dataChanged();
 
 protected:
-    // Another fee table of the same shape: a fee per deal, buy and sell.
-    FeeDirectory(QObject* parent, char const* context, QString const& tableName, QString const& buyColumn,
-                 QString const& sellColumn);
+    // Another fee table of the same shape, named by the subclass's registry
+    // line: a fee per deal, buy and sell.
+    FeeDirectory(QObject* parent, QMetaObject const& cls, QString const& buyColumn, QString const& sellColumn);
 
 private:
     int m_idDeal = -1, m_buy = -1, m_sell = -1;

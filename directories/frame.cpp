@@ -1,25 +1,24 @@
 #include "frame.h"
+#include "registry.h"
 
 #include <core/icore.h>
 #include <database/database.h>
 #include <database/fieldtype.h>
 
+#include <cstring>
 #include <vector>
 
 namespace {
-// The missing-table message is translated in each directory's own context;
-// listed here so that the translation tools find every one.
-[[maybe_unused]] char const* const kMissingTableTexts[] = {
-    QT_TRANSLATE_NOOP("BuySellDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("StatusDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("SecTypeDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("SecStateDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("SessStateDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("SecurityDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("BoardDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("StockDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("StockSecDirectory", "Таблица '%1' отсутствует"),
-};
+// The message of a missing table. It is translated in each class's own
+// context (the registry spells it there for the translation tools); a class
+// whose context has no translation of it yet reads the frame's.
+char const kMissingTable[] = QT_TRANSLATE_NOOP("Directory", "Таблица '%1' отсутствует");
+
+DirectoryClass const& registryLine(QMetaObject const& cls)
+{
+    if (DirectoryClass const* line = registeredClass(cls)) return *line;
+    throw QStringLiteral("%1 has no line in the directory registry").arg(QLatin1String(cls.className()));
+}
 } // namespace
 
 namespace {
@@ -73,6 +72,13 @@ QString reenteredText(char const* name)
 }
 } // namespace frame_detail
 
+Directory::Directory(QObject* parent, QMetaObject const& cls, QString const& tableName)
+    : Directory(parent, cls.className(),
+                tableName.isEmpty() ? QString::fromLatin1(registryLine(cls).table) : tableName,
+                registryLine(cls).registration, registryLine(cls).missingText)
+{
+}
+
 Directory::Directory(QObject* parent, char const* context, QString const& tableName, Registration registration,
                      char const* missingText)
     : QObject(parent), m_registration(registration)
@@ -80,8 +86,11 @@ Directory::Directory(QObject* parent, char const* context, QString const& tableN
     Database* db = ICore::instance()->database();
     auto missing = [&] {
         m_table.clear();
-        if (missingText) return QCoreApplication::translate(context, missingText);
-        return QCoreApplication::translate(context, "Таблица '%1' отсутствует").arg(tableName);
+        char const* source = missingText ? missingText : kMissingTable;
+        QString text = QCoreApplication::translate(context, source);
+        if (std::strcmp(source, kMissingTable) != 0) return text;   // a fixed text names its table itself
+        if (text == QString::fromUtf8(kMissingTable)) text = tr(kMissingTable);
+        return text.arg(tableName);
     };
     // The database is asked first: a database that does not hold the table
     // may still hand out a stale or placeholder one by name. The null check
@@ -125,6 +134,12 @@ int Directory::column(QString const& name) const
 {
     QSharedPointer<Table> t = m_table.toStrongRef();
     return t ? t->columnIndex(name) : -1;
+}
+
+void Directory::resolveColumns(std::initializer_list<ColumnSlot> columns) const
+{
+    QSharedPointer<Table> t = m_table.toStrongRef();
+    for (ColumnSlot const& c : columns) c.number = t ? t->columnIndex(c.name) : -1;
 }
 
 void Directory::adopt(Index* index)

@@ -19,6 +19,8 @@
 #include <algorithm>
 #include <type_traits>
 
+#include <initializer_list>
+
 namespace frame_detail {
 // Thrown by a directory constructor, run under qCallOnce, whose table is
 // locked by another thread (a batch): the construction steps back, so that
@@ -137,14 +139,27 @@ public:
     QSharedPointer<Table> table() const { return m_table.toStrongRef(); }
 
 protected:
-    // Steps of construction up to registration. `context` is the class name
-    // used as the translation context of the missing-table message;
-    // `missingText`, when given, replaces that message.
+    // Steps of construction up to registration, for a class of the directory
+    // registry (registry.cpp): its line gives the table, how it registers and
+    // the missing-table message, translated in the class's own context.
+    // `tableName` binds another table of the same shape instead.
+    explicit Directory(QObject* parent, QMetaObject const& cls, QString const& tableName = QString());
+    // The same for a directory class outside the registry (a program's or a
+    // test's own): `context` is its translation context; `missingText`, when
+    // given, replaces the message "Таблица '%1' отсутствует".
     Directory(QObject* parent, char const* context, QString const& tableName, Registration registration,
               char const* missingText = nullptr);
 
-    // Column number by name, -1 before resolution; a missing column stays
-    // negative and reads as empty.
+    // A member's column number and the column's name.
+    struct ColumnSlot
+    {
+        int& number;
+        QString name;
+    };
+    // Resolves a directory's columns by name, in the order given; a missing
+    // column stays negative and reads as empty.
+    void resolveColumns(std::initializer_list<ColumnSlot> columns) const;
+    // One column number by name, -1 when the table is gone or lacks it.
     int column(QString const& name) const;
     // Registers an index on the table and takes ownership of it.
     template <class I>

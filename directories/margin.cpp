@@ -11,13 +11,6 @@
 #include <vector>
 
 namespace {
-[[maybe_unused]] char const* const kMissingTableTexts[] = {
-    QT_TRANSLATE_NOOP("FutVMDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("OptVMDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("FutVMSADirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("OptVMSADirectory", "Таблица '%1' отсутствует"),
-};
-
 constexpr unsigned kZeroFormat = 6656;   // 0x1A00: extended decimal, scale 0
 
 // An exact sum of margins as xdecimal addition makes it, with the rows of
@@ -96,15 +89,17 @@ xdecimal zeroVM()
 
 // ---- FutVMDirectory ----------------------------------------------------------
 
-FutVMDirectory::FutVMDirectory(QObject* parent) : FutVMDirectory("fut_vm", parent, "FutVMDirectory") {}
+FutVMDirectory::FutVMDirectory(QObject* parent) : FutVMDirectory(parent, staticMetaObject) {}
 
-FutVMDirectory::FutVMDirectory(char const* table, QObject* parent) : FutVMDirectory(table, parent, "FutVMDirectory") {}
-
-FutVMDirectory::FutVMDirectory(char const* table, QObject* parent, char const* context)
-    : Directory(parent, context, QString::fromLatin1(table), AsIndex)
+FutVMDirectory::FutVMDirectory(char const* table, QObject* parent)
+    : FutVMDirectory(parent, staticMetaObject, QString::fromLatin1(table))
 {
-    m_account = column(QStringLiteral("account"));
-    m_vm = column(QStringLiteral("vm"));
+}
+
+FutVMDirectory::FutVMDirectory(QObject* parent, QMetaObject const& cls, QString const& table)
+    : Directory(parent, cls, table)
+{
+    resolveColumns({{m_account, "account"}, {m_vm, "vm"}});
 }
 
 xdecimal FutVMDirectory::getVMByAccount(QString const& account) const
@@ -163,23 +158,22 @@ void FutVMDirectory::endUpdate()
     Q_EMIT dataChanged();
 }
 
-OptVMDirectory::OptVMDirectory(QObject* parent) : FutVMDirectory("opt_vm", parent, "OptVMDirectory") {}
+OptVMDirectory::OptVMDirectory(QObject* parent) : FutVMDirectory(parent, staticMetaObject) {}
 
 // ---- FutVMSADirectory --------------------------------------------------------
 
-FutVMSADirectory::FutVMSADirectory(QObject* parent) : FutVMSADirectory("fut_vm_sa", parent, "FutVMSADirectory") {}
+FutVMSADirectory::FutVMSADirectory(QObject* parent) : FutVMSADirectory(parent, staticMetaObject) {}
 
 FutVMSADirectory::FutVMSADirectory(char const* table, QObject* parent)
-    : FutVMSADirectory(table, parent, "FutVMSADirectory")
+    : FutVMSADirectory(parent, staticMetaObject, QString::fromLatin1(table))
 {
 }
 
-FutVMSADirectory::FutVMSADirectory(char const* table, QObject* parent, char const* context)
-    : Directory(parent, context, QString::fromLatin1(table), AsIndex)
+FutVMSADirectory::FutVMSADirectory(QObject* parent, QMetaObject const& cls, QString const& table)
+    : Directory(parent, cls, table)
 {
-    m_columns.sessId = column(QStringLiteral("sess_id"));
-    m_columns.settlementAccount = column(QStringLiteral("settlement_account"));
-    m_columns.vm = column(QStringLiteral("vm"));
+    resolveColumns({{m_columns.sessId, "sess_id"}, {m_columns.settlementAccount, "settlement_account"},
+                    {m_columns.vm, "vm"}});
 }
 
 xdecimal FutVMSADirectory::getVMbySettlementAccount(QString const& sa) const
@@ -205,7 +199,7 @@ void FutVMSADirectory::endUpdate()
     Q_EMIT dataChanged();
 }
 
-OptVMSADirectory::OptVMSADirectory(QObject* parent) : FutVMSADirectory("opt_vm_sa", parent, "OptVMSADirectory") {}
+OptVMSADirectory::OptVMSADirectory(QObject* parent) : FutVMSADirectory(parent, staticMetaObject) {}
 
 // ---- calcVM ------------------------------------------------------------------
 

@@ -35,7 +35,9 @@ Q_SIGNALS:
     void dataChanged();
 
 protected:
-    FutVMDirectory(char const* table, QObject* parent, char const* context);
+    // A subclass naming its own registry line, or `table` for another table
+    // of the same shape.
+    FutVMDirectory(QObject* parent, QMetaObject const& cls, QString const& table = QString());
 
 private:
     int m_account = -1;
@@ -87,7 +89,8 @@ Q_SIGNALS:
     void dataChanged();
 
 protected:
-    FutVMSADirectory(char const* table, QObject* parent, char const* context);
+    // As FutVMDirectory's.
+    FutVMSADirectory(QObject* parent, QMetaObject const& cls, QString const& table = QString());
 
 private:
     void recompute(Table* table);

@@ -9,11 +9,9 @@
 // ---- StockDirectory ---------------------------------------------------------
 
 StockDirectory::StockDirectory(QObject* parent)
-    : Directory(parent, "StockDirectory", QStringLiteral("stocks"), AsDependent)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_stockCode = column(QStringLiteral("stock_code"));
-    m_name = column(QStringLiteral("name"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_stockCode, "stock_code"}, {m_name, "name"}});
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockCode}));
         m_codeIndex->build();
@@ -118,11 +116,9 @@ void StockDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 // ---- StockSecDirectory ------------------------------------------------------
 
 StockSecDirectory::StockSecDirectory(QObject* parent)
-    : Directory(parent, "StockSecDirectory", QStringLiteral("securities"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_decimals = column(QStringLiteral("decimals"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_secId, "sec_id"}, {m_decimals, "decimals"}});
     // Registered after the table was filled, so the rows so far come from here.
     build();
 }
@@ -260,16 +256,11 @@ bool StockSecDirectory::filter(Record const&) const { return true; }
 // ---- BoardDirectory ---------------------------------------------------------
 
 BoardDirectory::BoardDirectory(QObject* parent)
-    : Directory(parent, "BoardDirectory", QStringLiteral("boards"), AsDependent)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_boardCode = column(QStringLiteral("board_code"));
-    m_name = column(QStringLiteral("name"));
-    m_anonym = column(QStringLiteral("anonym"));
-    m_sectype = column(QStringLiteral("sectype"));
-    m_flags = column(QStringLiteral("flags"));
-    m_boardCodeIss = column(QStringLiteral("board_code_iss"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_boardId, "board_id"}, {m_boardCode, "board_code"}, {m_name, "name"},
+                    {m_anonym, "anonym"}, {m_sectype, "sectype"}, {m_flags, "flags"},
+                    {m_boardCodeIss, "board_code_iss"}});
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockId, m_boardCode}));
         m_codeIndex->build();

@@ -5,17 +5,7 @@
 #include "masterindex.h"
 
 namespace {
-// The missing-table messages of these directories, for the translation tools.
-[[maybe_unused]] char const* const kMissingTableTexts[] = {
-    QT_TRANSLATE_NOOP("K3DealerDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("K3InvestorDirectory", "Таблица k3.investor отсутствует"),
-    QT_TRANSLATE_NOOP("K3CoreDealerDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("K3CoreInvestorDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("K3RFDirectory", "Таблица '%1' отсутствует"),
-};
-
 using Korvo3::K3FieldsTypes;
-
 } // namespace
 
 void directory::detail::LastAccountCache::drop(Record const& row)
@@ -31,12 +21,9 @@ void directory::detail::LastAccountCache::drop(Record const& row)
 // ---- K3DealerDirectory -------------------------------------------------------
 
 K3DealerDirectory::K3DealerDirectory(QObject* parent)
-    : Directory(parent, "K3DealerDirectory", QStringLiteral("k3.dealer"), AsDependent)
+    : Directory(parent, staticMetaObject)
 {
-    m_clientCode = column(QStringLiteral("client_code"));
-    m_name = column(QStringLiteral("name"));
-    m_status = column(QStringLiteral("status"));
-    m_signs = column(QStringLiteral("signs"));
+    resolveColumns({{m_clientCode, "client_code"}, {m_name, "name"}, {m_status, "status"}, {m_signs, "signs"}});
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_codeIndex->build();
@@ -94,12 +81,9 @@ void K3DealerDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 // ---- K3InvestorDirectory -----------------------------------------------------
 
 K3InvestorDirectory::K3InvestorDirectory(QObject* parent)
-    : Directory(parent, "K3InvestorDirectory", QStringLiteral("k3.investor"), AsIndex,
-                "Таблица k3.investor отсутствует")
+    : Directory(parent, staticMetaObject)
 {
-    m_clientCode = column(QStringLiteral("client_code"));
-    m_name = column(QStringLiteral("name"));
-    m_status = column(QStringLiteral("status"));
+    resolveColumns({{m_clientCode, "client_code"}, {m_name, "name"}, {m_status, "status"}});
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_codeIndex->build();
@@ -134,62 +118,53 @@ void K3InvestorDirectory::clear() { m_last.drop(); }
 void K3InvestorDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
 void K3InvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
-// ---- K3CoreDealerDirectory ---------------------------------------------------
+// ---- K3CoreDealerDirectory, K3CoreInvestorDirectory ---------------------------
+
+directory::detail::CoreAccountDirectory::CoreAccountDirectory(QObject* parent, QMetaObject const& cls, int keyLength)
+    : Directory(parent, cls), m_keyLength(keyLength)
+{
+    resolveColumns({{m_clientCode, "client_code"}});
+    if (QSharedPointer<Table> t = table()) {
+        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
+        m_codeIndex->build();
+        m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_clientCode});
+    }
+}
+
+Record directory::detail::CoreAccountDirectory::byAccount(QString const& account) const
+{
+    if (!table() || !m_codeIndex || account.size() < m_keyLength) return Record();
+    return m_last.lookup(account.left(m_keyLength),
+                         [this](QString const& key) { return m_byCode.find(key); });
+}
+
+void directory::detail::CoreAccountDirectory::clear() { m_last.drop(); }
+
+void directory::detail::CoreAccountDirectory::remove(Record const& record, int)
+{
+    if (!record.isEmpty()) m_last.drop(record);
+}
 
 K3CoreDealerDirectory::K3CoreDealerDirectory(QObject* parent)
-    : Directory(parent, "K3CoreDealerDirectory", QStringLiteral("k3.core_dealer"), AsIndex)
+    : CoreAccountDirectory(parent, staticMetaObject, K3FieldsTypes::bf_code)
 {
-    m_clientCode = column(QStringLiteral("client_code"));
-    if (QSharedPointer<Table> t = table()) {
-        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
-        m_codeIndex->build();
-        m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_clientCode});
-    }
 }
 
-Record K3CoreDealerDirectory::getDealerByAccount(QString const& account) const
-{
-    if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::bf_code) return Record();
-    return m_last.lookup(account.left(K3FieldsTypes::bf_code),
-                         [this](QString const& key) { return m_byCode.find(key); });
-}
-
-void K3CoreDealerDirectory::clear() { m_last.drop(); }
-void K3CoreDealerDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
 void K3CoreDealerDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
-// ---- K3CoreInvestorDirectory -------------------------------------------------
-
 K3CoreInvestorDirectory::K3CoreInvestorDirectory(QObject* parent)
-    : Directory(parent, "K3CoreInvestorDirectory", QStringLiteral("k3.core_investor"), AsIndex)
+    : CoreAccountDirectory(parent, staticMetaObject, K3FieldsTypes::client_code)
 {
-    m_clientCode = column(QStringLiteral("client_code"));
-    if (QSharedPointer<Table> t = table()) {
-        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
-        m_codeIndex->build();
-        m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_clientCode});
-    }
 }
 
-Record K3CoreInvestorDirectory::getInvestorByAccount(QString const& account) const
-{
-    if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
-    return m_last.lookup(account.left(K3FieldsTypes::client_code),
-                         [this](QString const& key) { return m_byCode.find(key); });
-}
-
-void K3CoreInvestorDirectory::clear() { m_last.drop(); }
-void K3CoreInvestorDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
 void K3CoreInvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
 // ---- K3RFDirectory -----------------------------------------------------------
 
 K3RFDirectory::K3RFDirectory(QObject* parent)
-    : Directory(parent, "K3RFDirectory", QStringLiteral("k3.RF"), AsDependent)
+    : Directory(parent, staticMetaObject)
 {
-    m_code = column(QStringLiteral("code"));
-    m_opInput = column(QStringLiteral("op_input"));
-    m_rfInput = column(QStringLiteral("rf_input"));
+    resolveColumns({{m_code, "code"}, {m_opInput, "op_input"}, {m_rfInput, "rf_input"}});
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code}));
         m_codeIndex->build();

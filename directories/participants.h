@@ -65,6 +65,32 @@ private:
     unsigned m_drops = 0;   // removals seen, kept or not: a search spans them
 };
 
+// What the core lists of dealers and of investors share: a client-code index
+// and the cached lookup of an account by its first `keyLength` characters.
+// Each list stays a class of its own, with its name, signal and lookup.
+//
+// Threading: registered as an index; hooks on the updating thread. The
+// cached lookup may be called from any thread (its cache is guarded).
+class DIRECTORY_EXPORT CoreAccountDirectory : public Directory
+{
+    Q_OBJECT
+public:
+    void clear() override;
+    void remove(Record const& record, int position) override;
+
+protected:
+    CoreAccountDirectory(QObject* parent, QMetaObject const& cls, int keyLength);
+    // A miss answers the last hit.
+    Record byAccount(QString const& account) const;
+
+private:
+    int m_clientCode = -1;
+    int m_keyLength;
+    MasterIndex_Column* m_codeIndex = nullptr;
+    DirectoryKey<QString> m_byCode;
+    mutable LastAccountCache m_last;
+};
+
 } // namespace detail
 } // namespace directory
 
@@ -139,7 +165,7 @@ private:
 
 // The core list of dealers ("k3.core_dealer"), by BF code.
 // Threading: as K3InvestorDirectory.
-class DIRECTORY_EXPORT K3CoreDealerDirectory : public Directory
+class DIRECTORY_EXPORT K3CoreDealerDirectory : public directory::detail::CoreAccountDirectory
 {
     Q_OBJECT
     DIRECTORY_SINGLETON(K3CoreDealerDirectory)
@@ -147,24 +173,16 @@ public:
     explicit K3CoreDealerDirectory(QObject* parent);
 
     // By the account's first 4 characters; a miss answers the last hit.
-    Record getDealerByAccount(QString const& account) const;
+    Record getDealerByAccount(QString const& account) const { return byAccount(account); }
 
-    void clear() override;
-    void remove(Record const& record, int position) override;
     void endUpdate() override;
 Q_SIGNALS:
     void dataChanged();
-
-private:
-    int m_clientCode = -1;
-    MasterIndex_Column* m_codeIndex = nullptr;
-    DirectoryKey<QString> m_byCode;
-    mutable directory::detail::LastAccountCache m_last;
 };
 
 // The core list of investors ("k3.core_investor"), by client code.
 // Threading: as K3InvestorDirectory.
-class DIRECTORY_EXPORT K3CoreInvestorDirectory : public Directory
+class DIRECTORY_EXPORT K3CoreInvestorDirectory : public directory::detail::CoreAccountDirectory
 {
     Q_OBJECT
     DIRECTORY_SINGLETON(K3CoreInvestorDirectory)
@@ -172,19 +190,11 @@ public:
     explicit K3CoreInvestorDirectory(QObject* parent);
 
     // By the account's first 7 characters; a miss answers the last hit.
-    Record getInvestorByAccount(QString const& account) const;
+    Record getInvestorByAccount(QString const& account) const { return byAccount(account); }
 
-    void clear() override;
-    void remove(Record const& record, int position) override;
     void endUpdate() override;
 Q_SIGNALS:
     void dataChanged();
-
-private:
-    int m_clientCode = -1;
-    MasterIndex_Column* m_codeIndex = nullptr;
-    DirectoryKey<QString> m_byCode;
-    mutable directory::detail::LastAccountCache m_last;
 };
 
 // RF codes (trading-participant codes) with their blocking switches. Every

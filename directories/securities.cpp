@@ -21,48 +21,24 @@ QString const kMimePutCall = QStringLiteral("application/x-gui-putcall");
 } // namespace
 
 SecurityDirectory::SecurityDirectory(QObject* parent)
-    : Directory(parent, "SecurityDirectory", QStringLiteral("securities"), AsIndex),
+    : Directory(parent, staticMetaObject),
       m_volatCacheBlack(1024), m_volatCacheBach(1024)
 {
     m_calcVolatTimer = new QTimer(this);
     m_calcVolatTimer->start(1000);
 
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_isinId = column(QStringLiteral("isin_id"));
-    m_secCode = column(QStringLiteral("sec_code"));
-    m_secName = column(QStringLiteral("sec_name"));
-    m_baseCode = column(QStringLiteral("base_code"));
-    m_sessId = column(QStringLiteral("sess_id"));
-    m_decimals = column(QStringLiteral("decimals"));
-    m_lotsize = column(QStringLiteral("lotsize"));
-    m_sectype = column(QStringLiteral("sectype"));
-    m_priceLmtHigh = column(QStringLiteral("price_lmt_high"));
-    m_priceLmtLow = column(QStringLiteral("price_lmt_low"));
-    m_priceStep = column(QStringLiteral("price_step"));
-    m_priceDir = column(QStringLiteral("price_dir"));
-    m_ask = column(QStringLiteral("ask"));
-    m_bid = column(QStringLiteral("bid"));
-    m_prevBid = column(QStringLiteral("prev_bid"));
-    m_prevAsk = column(QStringLiteral("prev_ask"));
-    m_dateBid = column(QStringLiteral("date_bid"));
-    m_dateAsk = column(QStringLiteral("date_ask"));
-    m_settlementPriceOpen = column(QStringLiteral("settlement_price_open"));
-    m_pctyieldCoeff = column(QStringLiteral("pctyield_coeff"));
-    m_pctyieldTotal = column(QStringLiteral("pctyield_total"));
-    m_isPercent = column(QStringLiteral("is_percent"));
-    m_mainBoardId = column(QStringLiteral("main_board_id"));
-    m_futIsinId = column(QStringLiteral("fut_isin_id"));
-    m_optionSeriesId = column(QStringLiteral("option_series_id"));
-    m_marketPrice = column(QStringLiteral("market_price"));
-    m_strike = column(QStringLiteral("strike"));
-    m_optionType = column(QStringLiteral("option_type"));
-    m_expdate = column(QStringLiteral("expdate"));
-    m_volatMin = column(QStringLiteral("volat_min"));
-    m_volatMax = column(QStringLiteral("volat_max"));
-    m_signs = column(QStringLiteral("signs"));
-    m_stepPrice = column(QStringLiteral("step_price"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_boardId, "board_id"}, {m_secId, "sec_id"}, {m_isinId, "isin_id"},
+                    {m_secCode, "sec_code"}, {m_secName, "sec_name"}, {m_baseCode, "base_code"},
+                    {m_sessId, "sess_id"}, {m_decimals, "decimals"}, {m_lotsize, "lotsize"}, {m_sectype, "sectype"},
+                    {m_priceLmtHigh, "price_lmt_high"}, {m_priceLmtLow, "price_lmt_low"}, {m_priceStep, "price_step"},
+                    {m_priceDir, "price_dir"}, {m_ask, "ask"}, {m_bid, "bid"}, {m_prevBid, "prev_bid"},
+                    {m_prevAsk, "prev_ask"}, {m_dateBid, "date_bid"}, {m_dateAsk, "date_ask"},
+                    {m_settlementPriceOpen, "settlement_price_open"}, {m_pctyieldCoeff, "pctyield_coeff"},
+                    {m_pctyieldTotal, "pctyield_total"}, {m_isPercent, "is_percent"},
+                    {m_mainBoardId, "main_board_id"}, {m_futIsinId, "fut_isin_id"},
+                    {m_optionSeriesId, "option_series_id"}, {m_marketPrice, "market_price"}, {m_strike, "strike"},
+                    {m_optionType, "option_type"}, {m_expdate, "expdate"}, {m_volatMin, "volat_min"},
+                    {m_volatMax, "volat_max"}, {m_signs, "signs"}, {m_stepPrice, "step_price"}});
     // Columns up to the one before "sess_id" are the static ones; the split
     // rests on the delivered column order.
     m_lastStaticColumn = column(QStringLiteral("sess_id")) - 1;

@@ -3,23 +3,12 @@
 
 #include <algorithm>
 
-namespace {
-[[maybe_unused]] char const* const kMissingTableTexts[] = {
-    QT_TRANSLATE_NOOP("SessionDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("CalendarDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("StockTimeDirectory", "Таблица '%1' отсутствует"),
-};
-} // namespace
-
 // ---- SessionDirectory ---------------------------------------------------------
 
 SessionDirectory::SessionDirectory(QObject* parent)
-    : Directory(parent, "SessionDirectory", QStringLiteral("sessions"), AsDependent)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_sessId = column(QStringLiteral("sess_id"));
-    m_name = column(QStringLiteral("name"));
-    m_date = column(QStringLiteral("date"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_sessId, "sess_id"}, {m_name, "name"}, {m_date, "date"}});
     m_byId = DirectoryKey<int, int>(table(), nullptr, {m_stockId, m_sessId});
 }
 
@@ -66,10 +55,9 @@ void SessionDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 // ---- CalendarDirectory --------------------------------------------------------
 
 CalendarDirectory::CalendarDirectory(QObject* parent)
-    : Directory(parent, "CalendarDirectory", QStringLiteral("calendar"), AsDependent)
+    : Directory(parent, staticMetaObject)
 {
-    m_date = column(QStringLiteral("date"));
-    m_type = column(QStringLiteral("type"));
+    resolveColumns({{m_date, "date"}, {m_type, "type"}});
     m_byDate = DirectoryKey<datetime>(table(), nullptr, {m_date});
 }
 
@@ -118,11 +106,9 @@ void CalendarDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 // ---- StockTimeDirectory -------------------------------------------------------
 
 StockTimeDirectory::StockTimeDirectory(QObject* parent)
-    : Directory(parent, "StockTimeDirectory", QStringLiteral("stock_time"), AsDependent)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_diffVsCurTime = column(QStringLiteral("diff_vs_cur_time"));
-    m_serverTime = column(QStringLiteral("server_time"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_diffVsCurTime, "diff_vs_cur_time"}, {m_serverTime, "server_time"}});
     m_byId = DirectoryKey<int>(table(), nullptr, {m_stockId});
 }
 

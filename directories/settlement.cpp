@@ -2,28 +2,16 @@
 
 #include "cachedindex.h"
 #include "masterindex.h"
-#include "masterindex.h"
 #include "participants.h"
 
 #include <mutex>
 
-namespace {
-[[maybe_unused]] char const* const kMissingTableTexts[] = {
-    QT_TRANSLATE_NOOP("K3FutSettlementDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("K3FutMarginTypeDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("K3PartsBFDirectory", "Таблица '%1' отсутствует"),
-};
-
-} // namespace
-
 // ---- K3FutSettlementDirectory ------------------------------------------------
 
 K3FutSettlementDirectory::K3FutSettlementDirectory(QObject* parent)
-    : Directory(parent, "K3FutSettlementDirectory", QStringLiteral("k3.fut_settlement_account"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_code = column(QStringLiteral("code"));
-    m_type = column(QStringLiteral("type"));
-    m_settlementAccount = column(QStringLiteral("settlement_account"));
+    resolveColumns({{m_code, "code"}, {m_type, "type"}, {m_settlementAccount, "settlement_account"}});
     build();
     if (QSharedPointer<Table> t = table()) {
         m_codeTypeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code, m_type}));
@@ -75,14 +63,10 @@ void K3FutSettlementDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- K3FutMarginTypeDirectory ------------------------------------------------
 
 K3FutMarginTypeDirectory::K3FutMarginTypeDirectory(QObject* parent)
-    : Directory(parent, "K3FutMarginTypeDirectory", QStringLiteral("k3.fut_margin_type"), AsDependent)
+    : Directory(parent, staticMetaObject)
 {
-    m_type = column(QStringLiteral("type"));
-    m_code = column(QStringLiteral("code"));
-    m_marginType = column(QStringLiteral("margin_type"));
-    m_ucpType = column(QStringLiteral("UCP_type"));
-    m_settlementAccountType = column(QStringLiteral("settlement_account_type"));
-    m_operatorInput = column(QStringLiteral("operator_input"));
+    resolveColumns({{m_type, "type"}, {m_code, "code"}, {m_marginType, "margin_type"}, {m_ucpType, "UCP_type"},
+                    {m_settlementAccountType, "settlement_account_type"}, {m_operatorInput, "operator_input"}});
     if (QSharedPointer<Table> t = table()) {
         m_codeIndex = ownIndex(MasterIndex_Struct_Cached<ucharn<12>>::create(t.data(), QStringList{QStringLiteral("code")}));
         if (m_codeIndex) {
@@ -158,9 +142,9 @@ void K3FutMarginTypeDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged()
 // ---- K3PartsBFDirectory ------------------------------------------------------
 
 K3PartsBFDirectory::K3PartsBFDirectory(QObject* parent)
-    : Directory(parent, "K3PartsBFDirectory", QStringLiteral("k3part_bf"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_account = column(QStringLiteral("account"));
+    resolveColumns({{m_account, "account"}});
     m_byFirm = DirectoryKey<QString>(table(), nullptr, {m_account});
 }
 

@@ -1,24 +1,16 @@
 #include "streams.h"
 
 #include "masterindex.h"
-#include "notification.h"
 #include "securities.h"
 
+#include <core/icore.h>
+#include <core/usernotification.h>
 #include <database/exception.h>
 
 #include <QCoreApplication>
-#include <QUrlQuery>
 #include <mutex>
 
 namespace {
-[[maybe_unused]] char const* const kMissingTableTexts[] = {
-    QT_TRANSLATE_NOOP("RFSStreamsDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("RFSQuoteDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("RFSOrdersDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("LPUsersDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("RFSMinAmountDirectory", "Таблица '%1' отсутствует"),
-};
-
 constexpr int kStreamStock = 5;
 constexpr QChar kActive = QLatin1Char('A');
 
@@ -37,17 +29,11 @@ void scanRows(QSharedPointer<Table> const& t, Accept accept, Add add)
 // ---- RFSStreamsDirectory -----------------------------------------------------
 
 RFSStreamsDirectory::RFSStreamsDirectory(QObject* parent)
-    : Directory(parent, "RFSStreamsDirectory", QStringLiteral("k3.rfs.streams"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_streamId = column(QStringLiteral("stream_id"));
-    m_amount = column(QStringLiteral("amount"));
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_signs = column(QStringLiteral("signs"));
-    m_dir = column(QStringLiteral("dir"));
-    m_speedBumpType = column(QStringLiteral("speed_bump_type"));
-    m_durationType = column(QStringLiteral("duration_type"));
+    resolveColumns({{m_streamId, "stream_id"}, {m_amount, "amount"}, {m_stockId, "stock_id"}, {m_boardId, "board_id"},
+                    {m_secId, "sec_id"}, {m_signs, "signs"}, {m_dir, "dir"}, {m_speedBumpType, "speed_bump_type"},
+                    {m_durationType, "duration_type"}});
     // The streams already open are shown, and announced, at once.
     build();
 }
@@ -135,17 +121,11 @@ void RFSStreamsDirectory::updateLastDealState(unsigned long long streamId, int s
 
 QUrl RFSStreamsDirectory::addOrderLink(int stockId, int boardId, long long secId, unsigned long long streamId)
 {
-    QUrl link;
-    link.setScheme(QStringLiteral("vtrm+stream"));
-    link.setHost(QStringLiteral("stream"));
-    link.setPath(QStringLiteral("/addorder"));
-    QUrlQuery query;
-    notification::addQueryItem(query, QStringLiteral("stock_id"), QString::number(stockId));
-    notification::addQueryItem(query, QStringLiteral("board_id"), QString::number(boardId));
-    notification::addQueryItem(query, QStringLiteral("sec_id"), QString::number(secId));
-    notification::addQueryItem(query, QStringLiteral("stream_id"), QString::number(streamId));
-    link.setQuery(query);
-    return link;
+    return UserNotification::linkTo(QStringLiteral("stream"), QStringLiteral("/addorder"),
+                                    {{QStringLiteral("stock_id"), QString::number(stockId)},
+                                     {QStringLiteral("board_id"), QString::number(boardId)},
+                                     {QStringLiteral("sec_id"), QString::number(secId)},
+                                     {QStringLiteral("stream_id"), QString::number(streamId)}});
 }
 
 QString RFSStreamsDirectory::displayText(Record const& record) const
@@ -199,18 +179,17 @@ void RFSStreamsDirectory::add(Record const& record)
 
     QUrl link = addOrderLink(record.data(m_stockId).toInteger(), record.data(m_boardId).toInteger(),
                              record.data(m_secId).toInteger64(), streamId);
-    // Messages are shown as markup (as the password warning is): outside
-    // text in them is escaped.
-    QString text = tr("Открыт поток ликвидности %1").arg(shown.toHtmlEscaped());
-    notification::send(QStringLiteral("1|") + text + QStringLiteral("|") + link.toString());
+    QString text = tr("Открыт поток ликвидности %1").arg(UserNotification::escaped(shown));
+    UserNotification(1, text, link.toString()).sendTo(ICore::instance());
 }
 
 void RFSStreamsDirectory::remove(Record const& record, int)
 {
     unsigned long long streamId = streamIdOf(record);
-    // A plain text: no kind, no link.
+    // A plain message: no kind, no link.
     if (shouldNotify(streamId))
-        notification::send(tr("Закрыт поток ликвидности %1").arg(m_streams.value(streamId).toHtmlEscaped()));
+        UserNotification(0, tr("Закрыт поток ликвидности %1").arg(UserNotification::escaped(m_streams.value(streamId))))
+            .sendTo(ICore::instance());
     m_streams.remove(streamId);
     m_lastDealStates.remove(streamId);
 }
@@ -220,13 +199,10 @@ void RFSStreamsDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- RFSQuoteDirectory -------------------------------------------------------
 
 RFSQuoteDirectory::RFSQuoteDirectory(QObject* parent)
-    : Directory(parent, "RFSQuoteDirectory", QStringLiteral("k3.rfs.quotes"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_streamId = column(QStringLiteral("stream_id"));
-    m_quoteId = column(QStringLiteral("quote_id"));
-    m_dir = column(QStringLiteral("dir"));
-    m_price = column(QStringLiteral("price"));
-    m_moment = column(QStringLiteral("moment"));
+    resolveColumns({{m_streamId, "stream_id"}, {m_quoteId, "quote_id"}, {m_dir, "dir"}, {m_price, "price"},
+                    {m_moment, "moment"}});
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_streamId, m_dir}));
         t->setIndexName(QStringLiteral("stream_id,dir"), m_index);
@@ -291,18 +267,11 @@ void RFSQuoteDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- RFSOrdersDirectory ------------------------------------------------------
 
 RFSOrdersDirectory::RFSOrdersDirectory(QObject* parent)
-    : Directory(parent, "RFSOrdersDirectory", QStringLiteral("orders"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_sessId = column(QStringLiteral("sess_id"));
-    m_orderId = column(QStringLiteral("order_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_status = column(QStringLiteral("status"));
-    m_streamId = column(QStringLiteral("stream_id"));
-    m_account = column(QStringLiteral("account"));
-    m_price = column(QStringLiteral("price"));
-    m_buysell = column(QStringLiteral("buysell"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_boardId, "board_id"}, {m_sessId, "sess_id"}, {m_orderId, "order_id"},
+                    {m_secId, "sec_id"}, {m_status, "status"}, {m_streamId, "stream_id"}, {m_account, "account"},
+                    {m_price, "price"}, {m_buysell, "buysell"}});
     build();
 }
 
@@ -416,10 +385,9 @@ void RFSOrdersDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- LPUsersDirectory --------------------------------------------------------
 
 LPUsersDirectory::LPUsersDirectory(QObject* parent)
-    : Directory(parent, "LPUsersDirectory", QStringLiteral("k3.rfs.lp_users"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_lpCode = column(QStringLiteral("lp_code"));
-    m_clientCode = column(QStringLiteral("client_code"));
+    resolveColumns({{m_lpCode, "lp_code"}, {m_clientCode, "client_code"}});
     if (QSharedPointer<Table> t = table()) {
         m_clientCodeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
         m_clientCodeIndex->build();
@@ -465,10 +433,9 @@ void LPUsersDirectory::endUpdate() { Q_EMIT dataChanged(); }
 // ---- RFSMinAmountDirectory ---------------------------------------------------
 
 RFSMinAmountDirectory::RFSMinAmountDirectory(QObject* parent)
-    : Directory(parent, "RFSMinAmountDirectory", QStringLiteral("k3.rfs.base_contract_min_amount"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_code = column(QStringLiteral("base_contract_code"));
-    m_minAmount = column(QStringLiteral("min_amount"));
+    resolveColumns({{m_code, "base_contract_code"}, {m_minAmount, "min_amount"}});
     if (QSharedPointer<Table> t = table()) {
         m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_code}));
         m_index->build();

@@ -5,26 +5,20 @@
 #include "masterindex.h"
 
 #include <core/icore.h>
+#include <core/usernotification.h>
 
-#include <QUrl>
-#include <QUrlQuery>
 #include <mutex>
 
 namespace {
-[[maybe_unused]] char const* const kMissingTableText = QT_TRANSLATE_NOOP("K3UserDirectory", "Таблица '%1' отсутствует");
-
 constexpr int kSmaFlag = 4;
 constexpr quint32 kDayMSecs = 86400000u;
 } // namespace
 
 K3UserDirectory::K3UserDirectory(QObject* parent)
-    : Directory(parent, "K3UserDirectory", QStringLiteral("k3.user"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_login = column(QStringLiteral("login"));
-    m_clientCode = column(QStringLiteral("client_code"));
-    m_smaFlags = column(QStringLiteral("sma_flags"));
-    m_aspref = column(QStringLiteral("aspref"));
-    m_passwordExpiration = column(QStringLiteral("password_expiration_date"));
+    resolveColumns({{m_login, "login"}, {m_clientCode, "client_code"}, {m_smaFlags, "sma_flags"},
+                    {m_aspref, "aspref"}, {m_passwordExpiration, "password_expiration_date"}});
     // The first pass feeds add() with every row, so logins whose passwords
     // are about to expire are warned of while the directory is created.
     build();
@@ -146,20 +140,15 @@ void K3UserDirectory::warnOfPasswordExpiry(Record const& record, QString const& 
     // The link to the password dialog is composed but not attached: the
     // receiver of a notification with a link offers it to the user, and
     // this notification has always come without one.
-    QUrl link;
-    link.setScheme(QStringLiteral("vtrm+stream"));
-    link.setHost(QStringLiteral("password"), QUrl::DecodedMode);
-    link.setPath(QStringLiteral("/passwordExpirationDate"), QUrl::DecodedMode);
-    QUrlQuery query;
-    query.addQueryItem(QStringLiteral("login"), login);
-    link.setQuery(query);
+    QUrl const link = UserNotification::linkTo(QStringLiteral("password"), QStringLiteral("/passwordExpirationDate"),
+                                               {{QStringLiteral("login"), login}});
+    Q_UNUSED(link);
 
-    // The text is shown as markup: a login carrying markup must read as text.
-    QString shown = login.toHtmlEscaped();
+    QString shown = UserNotification::escaped(login);
     QString text = login == core->currentLogin()
         ? tr("<p>По данным на конец вчерашнего дня у логина <span style=\"color: blue;\"><b>%1</b></span> "
              "вашего участника торгов/клиринга приближается дата истечения пароля</p>").arg(shown)
         : tr("<p>По данным на конец вчерашнего дня у логина <b>%1</b> вашего участника торгов/клиринга "
              "приближается дата истечения пароля</p>").arg(shown);
-    core->notify(QStringLiteral("2|") + text + QStringLiteral("|"), 0, nullptr, nullptr);
+    UserNotification(2, text).sendTo(core);
 }

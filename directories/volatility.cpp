@@ -3,27 +3,16 @@
 #include "masterindex.h"
 
 namespace {
-[[maybe_unused]] char const* const kMissingTableTexts[] = {
-    QT_TRANSLATE_NOOP("VolatDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("VolatCoeffBlackDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("VolatCoeffBachDirectory", "Таблица '%1' отсутствует"),
-    QT_TRANSLATE_NOOP("OptionSeriesParamDirectory", "Таблица '%1' отсутствует"),
-};
 QString const kBachelierTable = QStringLiteral("k3.volat_coeff_bach");
 } // namespace
 
 // ---- VolatDirectory -----------------------------------------------------------
 
 VolatDirectory::VolatDirectory(QObject* parent)
-    : Directory(parent, "VolatDirectory", QStringLiteral("k3.volat"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_stockId = column(QStringLiteral("stock_id"));
-    m_boardId = column(QStringLiteral("board_id"));
-    m_secId = column(QStringLiteral("sec_id"));
-    m_isinId = column(QStringLiteral("isin_id"));
-    m_sessId = column(QStringLiteral("sess_id"));
-    m_upPrem = column(QStringLiteral("up_prem"));
-    m_downPrem = column(QStringLiteral("down_prem"));
+    resolveColumns({{m_stockId, "stock_id"}, {m_boardId, "board_id"}, {m_secId, "sec_id"}, {m_isinId, "isin_id"},
+                    {m_sessId, "sess_id"}, {m_upPrem, "up_prem"}, {m_downPrem, "down_prem"}});
     QSharedPointer<Table> t = table();
     m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_stockId, m_boardId, m_secId, m_sessId}));
     m_index->build();
@@ -40,16 +29,11 @@ void VolatDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
 // ---- VolatCoeffDirectory ------------------------------------------------------
 
-VolatCoeffDirectory::VolatCoeffDirectory(QObject* parent, char const* context, QString const& tableName)
-    : Directory(parent, context, tableName, AsDependent), m_tableName(tableName)
+VolatCoeffDirectory::VolatCoeffDirectory(QObject* parent, QMetaObject const& cls)
+    : Directory(parent, cls), m_tableName(table()->name())
 {
-    m_optionSeriesId = column(QStringLiteral("option_series_id"));
-    m_a = column(QStringLiteral("a"));
-    m_b = column(QStringLiteral("b"));
-    m_c = column(QStringLiteral("c"));
-    m_d = column(QStringLiteral("d"));
-    m_e = column(QStringLiteral("e"));
-    m_s = column(QStringLiteral("s"));
+    resolveColumns({{m_optionSeriesId, "option_series_id"}, {m_a, "a"}, {m_b, "b"}, {m_c, "c"}, {m_d, "d"},
+                    {m_e, "e"}, {m_s, "s"}});
     QSharedPointer<Table> t = table();
     m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_optionSeriesId}));
     m_index->build();
@@ -87,14 +71,14 @@ bool VolatCoeffDirectory::containsOptionSeriesId(int optionSeriesId) const
 void VolatCoeffDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 
 VolatCoeffBlackDirectory::VolatCoeffBlackDirectory(QObject* parent)
-    : VolatCoeffDirectory(parent, "VolatCoeffBlackDirectory", QStringLiteral("k3.volat_coeff_black"))
+    : VolatCoeffDirectory(parent, staticMetaObject)
 {
 }
 
 VolatCoeffBachDirectory::VolatCoeffBachDirectory(QObject* parent)
-    : VolatCoeffDirectory(parent, "VolatCoeffBachDirectory", kBachelierTable)
+    : VolatCoeffDirectory(parent, staticMetaObject)
 {
-    m_m = column(QStringLiteral("m"));
+    resolveColumns({{m_m, "m"}});
 }
 
 // ---- OptionSeriesParamDirectory -----------------------------------------------
@@ -107,13 +91,10 @@ uint qHash(SeriesParamData const& data, uint seed)
 }
 
 OptionSeriesParamDirectory::OptionSeriesParamDirectory(QObject* parent)
-    : Directory(parent, "OptionSeriesParamDirectory", QStringLiteral("k3.option_series_params"), AsIndex)
+    : Directory(parent, staticMetaObject)
 {
-    m_secName = column(QStringLiteral("sec_name"));
-    m_baseCode = column(QStringLiteral("base_code"));
-    m_underlyingId = column(QStringLiteral("underlying_id"));
-    m_optionSeriesId = column(QStringLiteral("option_series_id"));
-    m_expirationDate = column(QStringLiteral("expiration_date"));
+    resolveColumns({{m_secName, "sec_name"}, {m_baseCode, "base_code"}, {m_underlyingId, "underlying_id"},
+                    {m_optionSeriesId, "option_series_id"}, {m_expirationDate, "expiration_date"}});
     build();
 }
 

@@ -59,7 +59,8 @@ Q_SIGNALS:
     void dataChanged();
 
 protected:
-    VolatCoeffDirectory(QObject* parent, char const* context, QString const& tableName);
+    // The table and its registration come from the subclass's registry line.
+    VolatCoeffDirectory(QObject* parent, QMetaObject const& cls);
 
     int m_m = -1;   // bound by the Bachelier directory only
 

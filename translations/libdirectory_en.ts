@@ -287,6 +287,14 @@ p, li { white-space: pre-wrap; }
         </message>
     </context>
     <context>
+        <name>Directory</name>
+        <message>
+            <location filename="../directories/frame.cpp" />
+            <source>Таблица '%1' отсутствует</source>
+            <translation>Table '%1' is missing</translation>
+        </message>
+    </context>
+    <context>
         <name>FeeDirectory</name>
         <message>
             <location filename="../directories/fees.cpp" line="13" />

@@ -174,11 +174,10 @@ int main(int argc, char** argv)
         QElapsedTimer timer;
         timer.start();
         db->loadSchema(parser.value(schemaOpt));
-        // Logins and accounts are followed from the first batch, as a
-        // terminal binds them at start: they warn of expiring passwords.
-        QList<QObject*> boundAtStart = bindAccountDirectories(db);
-        // Streams and quasi-deals likewise: they notify the user.
-        boundAtStart << bindStreamDirectories(db);
+        // Logins, accounts, streams and quasi-deals are followed from the
+        // first batch, as a terminal binds them at start: they warn of
+        // expiring passwords and notify the user.
+        QList<QObject*> const boundAtStart = bindDirectories(db, DirectoryClass::AtStart);
         Progress loading("snapshot", !quiet);
         int batches = db->loadFileAtomically(snapshot, [&](int done, int total, QString const&) {
             deliverQueuedNotifications();
@@ -192,12 +191,7 @@ int main(int argc, char** argv)
 
         // The directories a view would use, bound after the snapshot so that
         // they build from the full tables.
-        QList<QObject*> watched{SecurityDirectory::i(), StockSecDirectory::i(), BoardDirectory::i(), StockDirectory::i()};
-        if (db->hasTable(QStringLiteral("buysells"))) watched << BuySellDirectory::i();
-        if (db->hasTable(QStringLiteral("statuses"))) watched << StatusDirectory::i();
-        if (db->hasTable(QStringLiteral("sectypes"))) watched << SecTypeDirectory::i();
-        if (db->hasTable(QStringLiteral("secstates"))) watched << SecStateDirectory::i();
-        if (db->hasTable(QStringLiteral("sessstates"))) watched << SessStateDirectory::i();
+        QList<QObject*> const watched = bindDirectories(db, DirectoryClass::AfterLoading);
         for (QObject* d : watched + boundAtStart) signalLog.watch(d);
         deliverQueuedNotifications();
 
@@ -236,21 +230,27 @@ int main(int argc, char** argv)
             out() << QStringLiteral("  %1 %2 rows\n").arg(name, -36).arg(db->table(name)->rowCount(), 8);
         out().flush();
     }
-    // Answered in the order given.
+    // A question whose directory has no table in this market is refused with
+    // the directory's own message.
     int status = Done;
-    QHash<QString, int> seen;
-    for (QString const& name : parser.optionNames())
-        for (LookupOption const& l : lookups) {
-            if (name != QLatin1String(l.name)) continue;
-            if (!l.answer(out(), parser.values(name).value(seen[name]++))) status = NotFound;
-            out().flush();
-        }
-    QString optionError;
-    if (!optionViews.answer(parser, out(), optionError)) return fail(optionError);
-    if (!orders.requested(parser) && !answerAccountOptions(parser, out())) return BadInput;
-    int const ordered = orders.run(parser, data.filePath(QStringLiteral("templates.json")), signalLog, out(), optionError);
-    if (ordered == BadInput) return fail(optionError);
-    if (ordered != Done) status = ordered;
+    try {
+        // Answered in the order given.
+        QHash<QString, int> seen;
+        for (QString const& name : parser.optionNames())
+            for (LookupOption const& l : lookups) {
+                if (name != QLatin1String(l.name)) continue;
+                if (!l.answer(out(), parser.values(name).value(seen[name]++))) status = NotFound;
+                out().flush();
+            }
+        QString optionError;
+        if (!optionViews.answer(parser, out(), optionError)) return fail(optionError);
+        if (!orders.requested(parser) && !answerAccountOptions(parser, out())) return BadInput;
+        int const ordered = orders.run(parser, data.filePath(QStringLiteral("templates.json")), signalLog, out(), optionError);
+        if (ordered == BadInput) return fail(optionError);
+        if (ordered != Done) status = ordered;
+    } catch (QString const& e) {
+        return fail(e);
+    }
     deliverQueuedNotifications();
     return status;
 }

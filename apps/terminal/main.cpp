@@ -101,8 +101,7 @@ int main(int argc, char** argv)
     Database* db = ICore::instance()->database();
     try {
         db->loadSchema(parser.value(schemaOpt));
-        bindAccountDirectories(db);
-        bindStreamDirectories(db);
+        bindDirectories(db, DirectoryClass::AtStart);
     } catch (Exception const& e) {
         return refuse(e.message());
     } catch (QString const& e) {

@@ -3,6 +3,7 @@
 #include <core/transactions.h>
 
 #include <QSignalSpy>
+#include <QUrlQuery>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -227,4 +228,72 @@ TEST(UserNotification, KindToTheFirstBarLinkAfterTheLast)
         EXPECT_EQ(n.message, c.message) << c.text.toStdString();
         EXPECT_EQ(n.link, c.link) << c.text.toStdString();
     }
+}
+
+// What a writer builds reads back as it went in, whatever its message holds.
+TEST(UserNotification, EveryRecordReadsBackAsBuilt)
+{
+    QString const link = UserNotification::linkTo(QStringLiteral("deal"), QStringLiteral("/confirmdeal"),
+                                                   {{QStringLiteral("security"), QStringLiteral("A|B")}})
+                             .toString();
+    EXPECT_FALSE(link.contains(QLatin1Char('|')));
+    struct Case { int kind; QString message; QString link; QString text; };
+    const Case cases[] = {
+        {2, QStringLiteral("<p>Пароль</p>"), QString(), QStringLiteral("2|<p>Пароль</p>|")},
+        {1, QStringLiteral("Поток 7 (A|B * 10)"), link, QStringLiteral("1|Поток 7 (A|B * 10)|") + link},
+        {3, QString(), QString(), QStringLiteral("3||")},
+        // Plain messages go alone, but one that would read as a record.
+        {0, QStringLiteral("Закрыт поток 7 (A|1|B * 10)"), QString(), QStringLiteral("Закрыт поток 7 (A|1|B * 10)")},
+        {0, QStringLiteral("5|x|y"), QString(), QStringLiteral("0|5|x|y|")},
+        {0, QStringLiteral("x"), link, QStringLiteral("0|x|") + link},
+    };
+    for (Case const& c : cases) {
+        UserNotification const built(c.kind, c.message, c.link);
+        EXPECT_EQ(built.text(), c.text);
+        UserNotification const read = UserNotification::parse(built.text());
+        EXPECT_EQ(read.kind, c.kind) << c.text.toStdString();
+        EXPECT_EQ(read.message, c.message) << c.text.toStdString();
+        EXPECT_EQ(read.link, c.link) << c.text.toStdString();
+    }
+}
+
+TEST(UserNotification, OutsideTextIsEscapedForMarkupAndAnAnswerLosesItsBars)
+{
+    QString const outside = QStringLiteral("<b>A&B</b> \"q\" | x%41");
+    EXPECT_EQ(UserNotification::escaped(outside), QStringLiteral("&lt;b&gt;A&amp;B&lt;/b&gt; &quot;q&quot; | x%41"));
+    EXPECT_EQ(UserNotification::escapedAnswer(outside),
+              QStringLiteral("&lt;b&gt;A&amp;B&lt;/b&gt; &quot;q&quot; &#124; x%41"));
+    // An answer as the whole message leaves the record three parts at every bar.
+    QString const text = UserNotification(3, UserNotification::escapedAnswer(outside)).text();
+    EXPECT_EQ(text.split(QLatin1Char('|')).size(), 3);
+}
+
+TEST(UserNotification, LinkValuesReadBackExactly)
+{
+    QList<QPair<QString, QString>> const items{
+        {QStringLiteral("stock_id"), QStringLiteral("-2147483648")},
+        {QStringLiteral("security"), QStringLiteral("Нефть | A&B #1 + 50% = x%41y")},
+        {QStringLiteral("login"), QStringLiteral("a+b c")},
+        {QStringLiteral("empty"), QString()}};
+    QUrl const link = UserNotification::linkTo(QStringLiteral("stream"), QStringLiteral("/addorder"), items);
+    QUrl const read(link.toString());
+    EXPECT_EQ(read.scheme(), "vtrm+stream");
+    EXPECT_EQ(read.host(), "stream");
+    EXPECT_EQ(read.path(), "/addorder");
+    EXPECT_EQ(QUrlQuery(read).queryItems(QUrl::FullyDecoded), items);
+    EXPECT_EQ(UserNotification::linkTo(QStringLiteral("stream"), QStringLiteral("/addorder"),
+                                       {{QStringLiteral("stock_id"), QStringLiteral("5")},
+                                        {QStringLiteral("sec_id"), QStringLiteral("77")}})
+                  .toString(),
+              "vtrm+stream://stream/addorder?stock_id=5&sec_id=77");
+}
+
+// The core is told the built text, once; without a core nothing happens.
+TEST(UserNotification, SendingHandsTheTextToTheCore)
+{
+    DefaultCore core;
+    UserNotification(1, QStringLiteral("m"), QStringLiteral("vtrm+stream://x")).sendTo(&core);
+    UserNotification(0, QStringLiteral("plain")).sendTo(&core);
+    UserNotification(2, QStringLiteral("lost")).sendTo(nullptr);
+    EXPECT_EQ(core.notifications(), (QStringList{QStringLiteral("1|m|vtrm+stream://x"), QStringLiteral("plain")}));
 }

@@ -153,15 +153,4 @@ TEST_F(Fees, DealFeesAndBaseContractParameters)
     EXPECT_TRUE(BaseContractsParamsDirectory::i()->recordByBaseContractCode("").isEmpty());
 }
 
-TEST_F(Fees, MissingFeeParameterTableHasItsOwnText)
-{
-    db()->dropTable("k3.broker_fee_params");
-    try {
-        K3BrokerFeeParamDirectory::i();
-        FAIL() << "no exception";
-    } catch (QString const& message) {
-        EXPECT_EQ(message, QStringLiteral("Таблица k3.broker_fee_params отсутствует"));
-    }
-}
-
 } // namespace

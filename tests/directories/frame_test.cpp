@@ -5,6 +5,7 @@
 #include "securities.h"
 
 #include <QSignalSpy>
+#include <QTranslator>
 #include <QSet>
 #include <random>
 #include <atomic>
@@ -148,6 +149,26 @@ TEST_F(Frame, MissingTableThrowsTheMessageAndRegistersNothing)
     createTables(R"({"tables":[{"name":"buysells","key":["buysell"],"columns":[
         {"name":"buysell","type":6,"length":2,"nullable":false},{"name":"name","type":8}]}]})");
     EXPECT_NE(BuySellDirectory::i(), nullptr);
+}
+
+// A class whose context has no English text of its own yet (a new one, or
+// one outside the registry) reads the frame's.
+TEST_F(Frame, MissingTableTextWithoutItsOwnTranslationReadsTheFrames)
+{
+    auto thrown = [] {
+        try {
+            ProbeDirectory::i();
+        } catch (QString const& e) {
+            return e;
+        }
+        return QString();
+    };
+    QTranslator english;
+    ASSERT_TRUE(english.load(QStringLiteral("libdirectory_en"), QStringLiteral(TRANSLATIONS_DIR)));
+    QCoreApplication::installTranslator(&english);
+    EXPECT_EQ(thrown(), QStringLiteral("Table 'probes' is missing"));
+    QCoreApplication::removeTranslator(&english);
+    EXPECT_EQ(thrown(), QStringLiteral("Таблица 'probes' отсутствует"));
 }
 
 TEST_F(Frame, DestructionUnregistersOnlyWhileTheTableLives)

@@ -167,22 +167,4 @@ TEST_F(Participants, RfStatusAndTheRfInputPairing)
     EXPECT_FALSE(rf->isOperatorInputOn("EFG"));
 }
 
-TEST_F(Participants, MissingTablesAreThrownWithTheirTexts)
-{
-    db()->dropTable("k3.investor");
-    db()->dropTable("k3.RF");
-    try {
-        K3InvestorDirectory::i();
-        FAIL() << "no exception";
-    } catch (QString const& message) {
-        EXPECT_EQ(message, QStringLiteral("Таблица k3.investor отсутствует"));
-    }
-    try {
-        K3RFDirectory::i();
-        FAIL() << "no exception";
-    } catch (QString const& message) {
-        EXPECT_EQ(message, QStringLiteral("Таблица 'k3.RF' отсутствует"));
-    }
-}
-
 } // namespace

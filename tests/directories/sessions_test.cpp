@@ -124,17 +124,6 @@ TEST_F(Time, ExchangeTimeTakesTheMarketsOffsetOrTheLargest)
     EXPECT_EQ(st->timeByStockId(2), datetime());
 }
 
-TEST_F(Time, MissingTablesThrowTheFramesMessage)
-{
-    db()->dropTable("sessions");
-    try {
-        SessionDirectory::i();
-        FAIL() << "no exception";
-    } catch (QString const& message) {
-        EXPECT_EQ(message, QStringLiteral("Таблица 'sessions' отсутствует"));
-    }
-}
-
 TEST_F(Time, EnglishTexts)
 {
     QTranslator english;

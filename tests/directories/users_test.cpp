@@ -220,17 +220,6 @@ TEST_F(Users, EveryAddOrUpdateInsideTheSpanWarnsAgainUnlessSwitchedOff)
     EXPECT_EQ(core()->notifications().size(), 3);
 }
 
-TEST_F(Users, MissingTableIsThrownByName)
-{
-    db()->dropTable("k3.user");
-    try {
-        K3UserDirectory::i();
-        FAIL() << "no exception";
-    } catch (QString const& message) {
-        EXPECT_EQ(message, QStringLiteral("Таблица 'k3.user' отсутствует"));
-    }
-}
-
 TEST_F(Users, GoneTableGivesEmptyAnswers)
 {
     insertUser("trader", "AB01001", 4, 1);

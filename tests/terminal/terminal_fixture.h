@@ -18,7 +18,7 @@
 QString const kMarket = QStringLiteral(MARKET_DIR);
 
 // The terminal as main() sets it up: the market's moment and user, the
-// schema, the account directories, the window, then the snapshot.
+// schema, the directories bound at start, the window, then the snapshot.
 inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/replication.jsonl")
 {
     apps::TerminalContext context;
@@ -32,8 +32,7 @@ inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket
     Database* db = ICore::instance()->database();
     db->loadSchema(QStringLiteral(SCHEMA_FILE));
     EXPECT_TRUE(DefaultCore::global()->transactions()->loadTemplates(kMarket + "/templates.json", error)) << error.toStdString();
-    apps::bindAccountDirectories(db);
-    apps::bindStreamDirectories(db);
+    apps::bindDirectories(db, DirectoryClass::AtStart);
     TerminalOptions options;
     options.snapshot = kMarket + "/snapshot.jsonl";
     options.log = log;

@@ -2,26 +2,6 @@
 #include <core/transactions.h>
 #include <database/database.h>
 
-
-UserNotification UserNotification::parse(QString const& text)
-{
-    // The kind runs to the first bar and the link starts after the last one:
-    // a link never holds a bar (it goes encoded), a message may.
-    UserNotification n;
-    int first = text.indexOf(QLatin1Char('|'));
-    int last = text.lastIndexOf(QLatin1Char('|'));
-    bool numeric = false;
-    int kind = first < 0 ? 0 : text.leftRef(first).toInt(&numeric);
-    if (last == first || !numeric) {
-        n.message = text;
-        return n;
-    }
-    n.kind = kind;
-    n.message = text.mid(first + 1, last - first - 1);
-    n.link = text.mid(last + 1);
-    return n;
-}
-
 DefaultCore::DefaultCore()
     : m_database(new Database)
     , m_transactions(new TransactionService)

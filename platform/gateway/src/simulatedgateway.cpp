@@ -2,6 +2,7 @@
 
 #include <core/clock.h>
 #include <core/icore.h>
+#include <core/usernotification.h>
 #include <database/batch.h>
 #include <database/database.h>
 #include <database/exception.h>
@@ -563,9 +564,6 @@ void SimulatedGateway::finish(RawTransaction const& tx, Outcome const& outcome)
                               : gatewayText(QT_TRANSLATE_NOOP("Gateway", "Транзакция отвергнута: %1")).arg(outcome.reason);
     int const code = outcome.accepted ? Accepted : Rejected;
     tx.answer.setAnswer(code, text);
-    // The terminal may show notifications as markup, and splits them at '|'.
-    QString safe = text.toHtmlEscaped();
-    safe.replace(QLatin1Char('|'), QStringLiteral("&#124;"));
-    m_core->notify(QStringLiteral("%1|%2|").arg(outcome.accepted ? AcceptedKind : RejectedKind).arg(safe), 0, nullptr, nullptr);
+    UserNotification(outcome.accepted ? AcceptedKind : RejectedKind, UserNotification::escapedAnswer(text)).sendTo(m_core);
     emit answered(tx, code, text, outcome.orderIds);
 }

@@ -1,6 +1,7 @@
 #pragma once
 #include "core_export.h"
 #include "icore.h"
+#include "usernotification.h"
 #include <mutex>
 #include <QObject>
 #include <QStringList>
@@ -8,20 +9,6 @@
 #include <memory>
 
 class TransactionService;
-
-// A notification text taken apart: "<kind>|<message>|<link>". The kind runs
-// to the first bar and the link starts after the last one, so the message
-// keeps any bar of its own (a security name may hold one; links carry bars
-// encoded). A text without a numeric kind and two bars is a plain message
-// of kind 0.
-struct CORE_EXPORT UserNotification
-{
-    int kind = 0;
-    QString message;
-    QString link;
-
-    static UserNotification parse(QString const& text);
-};
 
 // Signals of the default core. Kept apart from the core itself because a
 // QObject base ahead of ICore would shift the slot numbers.
