@@ -1085,9 +1085,19 @@ p, li { white-space: pre-wrap; }
             <source>Ошибка при отправке транзакции: нет соответствующего транспорта.</source>
             <translation>Error sending the transaction: no suitable transport.</translation>
         </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="27" />
+            <source>Ошибка при отправке транзакции: служба транзакций недоступна.</source>
+            <translation>Error sending the transaction: the transaction service is unavailable.</translation>
+        </message>
     </context>
     <context>
         <name>QueriesGen</name>
+        <message>
+            <location filename="../queries/queriesgen.cpp" line="25" />
+            <source>Служба транзакций ядра недоступна</source>
+            <translation>The core's transaction service is unavailable</translation>
+        </message>
         <message>
             <location filename="../queries/queriesgen.cpp" line="29" />
             <source>Подходящая транзакция не найдена</source>
@@ -1448,6 +1458,11 @@ p, li { white-space: pre-wrap; }
             <location filename="../apps/terminal/trading.cpp" line="114" />
             <source>Ошибка при отправке транзакции: нет соответствующего транспорта.</source>
             <translation>Error sending the transaction: no suitable transport.</translation>
+        </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="27" />
+            <source>Ошибка при отправке транзакции: служба транзакций недоступна.</source>
+            <translation>Error sending the transaction: the transaction service is unavailable.</translation>
         </message>
     </context>
     <context>

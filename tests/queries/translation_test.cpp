@@ -49,6 +49,14 @@ TEST_F(TradingTranslation, EnglishTextsReplaceTheSources)
     } catch (QString const& message) {
         EXPECT_EQ(message, "No suitable transaction found");
     }
+    ServiceSwitchCore withoutService;
+    InstalledCore installed(&withoutService);
+    try {
+        QueriesGen::i()->dropOrdersBySecurity(4, 1, 100, "ACC1", 'B');
+        ADD_FAILURE() << "built without the core's transaction service";
+    } catch (QString const& message) {
+        EXPECT_EQ(message, "The core's transaction service is unavailable");
+    }
 }
 
 } // namespace
