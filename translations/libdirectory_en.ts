@@ -381,9 +381,19 @@ p, li { white-space: pre-wrap; }
             <translation>order type '%1' is not supported</translation>
         </message>
         <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="404" />
+            <source>цена %1 должна быть больше нуля</source>
+            <translation>price %1 must be above zero</translation>
+        </message>
+        <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="389" />
             <source>цена %1 не кратна шагу цены %2</source>
             <translation>price %1 is not a multiple of the price step %2</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="411" />
+            <source>цена %1 вне лимитов цены %2 – %3</source>
+            <translation>price %1 is outside the price limits %2 to %3</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="410" />
