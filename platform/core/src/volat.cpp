@@ -142,7 +142,7 @@ Values displaced(double F, double K, double lnKF, double m, double sigma, double
         v.callDelta = 1.0;
         return v;
     }
-    double const sdN = sigma * sqrtT;   // the spread of X in units of X
+    double const sdN = sigma * sqrtT;   // v / m
     double const sd = sdN * m;
     // ln(X/K') = -ln(1 + m(K - F)/F), exact for small m where X and K' are huge.
     double const lnMoneyness = m == 1.0 ? -lnKF : -std::log1p(m * (K - F) / F);
