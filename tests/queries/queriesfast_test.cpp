@@ -4,6 +4,8 @@
 
 #include <database/exception.h>
 
+#include <vector>
+
 namespace {
 
 // The default core's service, seen through a core that remembers the timer
@@ -277,7 +279,7 @@ TEST_F(QueriesFastTest, WithoutTheCoresServiceNothingIsSent)
         switchable.hasService = true;
         answerer.inspect = [&](ConfirmationDialog*) { switchable.hasService = false; };
     };
-    auto const sends = std::initializer_list<std::function<void()>>{
+    std::vector<std::function<void()>> const sends{
         [&] { fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 1); },
         [&] { fast()->dropOrder(order("orders", 1), RawAnswer()); },
         [&] { fast()->dropOrders({order("orders", 1), order("orders", 3)}, RawAnswer()); }};
