@@ -534,10 +534,12 @@ double pointValue(decimal const& stepPrice, decimal const& priceStep)
 
 double SecurityDirectory::getSqrtTByExpDate(datetime const& expiry) const
 {
-    qint64 const now = exchangeTime(1).value();
-    qint64 const remaining = qint64(gc_iSecondsTo1900) * 1000 + expiry.value() - now;
+    // 128 bits: an expiry and a clock from outside may stand at opposite ends
+    // of the 64-bit range.
+    __int128 const now = exchangeTime(1).value();
+    __int128 const remaining = __int128(gc_iSecondsTo1900) * 1000 + expiry.value() - now;
     if (remaining <= 999) return volat::kSqrtTFloor;   // ten milliseconds, so the core never sees zero time
-    qint64 const seconds = remaining / 1000;
+    __int128 const seconds = remaining / 1000;
     return std::sqrt(double(seconds) / 31536000.0);
 }
 

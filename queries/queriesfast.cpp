@@ -22,8 +22,11 @@ bool isSwapBoard(int boardId) { return boardId == 10 || boardId == 11; }
 // switched off (then no dialog was read, or the user has just switched it off).
 int send(ConfirmationDialog const& dialog, RawTransaction& tx)
 {
+    // The core may have dropped its service while the user read the question.
+    ITransactionService* service = ICore::instance()->transactionService();
+    if (!service) throw QueriesFast::tr("Ошибка при отправке транзакции: служба транзакций недоступна.");
     if (dialog.shouldShowDialog()) tx.timer.restart();
-    return ICore::instance()->transactionService()->send(tx);
+    return service->send(tx);
 }
 
 QString orderLine(QueriesGen::OrderDescr const& d)

@@ -18,7 +18,13 @@ using Params = QMap<QString, QVariant>;
 
 constexpr long long kSignsBit47 = 0x800000000000LL;
 
-ITransactionService* service() { return ICore::instance()->transactionService(); }
+// A core without its service (not started, or shutting down) builds nothing.
+ITransactionService* service()
+{
+    ITransactionService* service = ICore::instance()->transactionService();
+    if (!service) throw QueriesGen::tr("Служба транзакций ядра недоступна");
+    return service;
+}
 
 // The first template of the code for the market; the caller gets nothing
 // built when there is none.

@@ -389,9 +389,19 @@ p, li { white-space: pre-wrap; }
             <translation>order type '%1' is not supported</translation>
         </message>
         <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="404" />
+            <source>цена %1 должна быть больше нуля</source>
+            <translation>price %1 must be above zero</translation>
+        </message>
+        <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="389" />
             <source>цена %1 не кратна шагу цены %2</source>
             <translation>price %1 is not a multiple of the price step %2</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/simulatedgateway.cpp" line="411" />
+            <source>цена %1 вне лимитов цены %2 – %3</source>
+            <translation>price %1 is outside the price limits %2 to %3</translation>
         </message>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="410" />
@@ -1093,9 +1103,19 @@ p, li { white-space: pre-wrap; }
             <source>Ошибка при отправке транзакции: нет соответствующего транспорта.</source>
             <translation>Error sending the transaction: no suitable transport.</translation>
         </message>
+        <message>
+            <location filename="../queries/queriesfast.cpp" line="27" />
+            <source>Ошибка при отправке транзакции: служба транзакций недоступна.</source>
+            <translation>Error sending the transaction: the transaction service is unavailable.</translation>
+        </message>
     </context>
     <context>
         <name>QueriesGen</name>
+        <message>
+            <location filename="../queries/queriesgen.cpp" line="25" />
+            <source>Служба транзакций ядра недоступна</source>
+            <translation>The core's transaction service is unavailable</translation>
+        </message>
         <message>
             <location filename="../queries/queriesgen.cpp" line="29" />
             <source>Подходящая транзакция не найдена</source>

@@ -135,6 +135,8 @@ int main(int argc, char** argv)
 
     QString const orderProblem = orders.check(parser);
     if (!orderProblem.isEmpty()) return fail(orderProblem);
+    QString const optionProblem = optionViews.check(parser);
+    if (!optionProblem.isEmpty()) return fail(optionProblem);
 
     QDir data(parser.value(dataOpt));
     QString snapshot = data.filePath(QStringLiteral("snapshot.jsonl"));

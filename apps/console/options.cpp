@@ -146,6 +146,13 @@ OptionViews::OptionViews(QCommandLineParser& parser)
     parser.addOptions({m_board, m_expiry, m_model, m_time});
 }
 
+QString OptionViews::check(QCommandLineParser const& parser) const
+{
+    // Alone it would filter nothing and be silently dropped.
+    if (parser.isSet(m_expiry) && !parser.isSet(m_board)) return QStringLiteral("--expiry goes with --option-board");
+    return QString();
+}
+
 bool OptionViews::answer(QCommandLineParser const& parser, QTextStream& out, QString& error) const
 {
     if (!parser.isSet(m_board) && !parser.isSet(m_time)) return true;

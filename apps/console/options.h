@@ -15,6 +15,10 @@ public:
     // Adds the options to the parser (before it processes the arguments).
     explicit OptionViews(QCommandLineParser& parser);
 
+    // The options that only go with another, checked before loading; an
+    // empty text when they agree.
+    QString check(QCommandLineParser const& parser) const;
+
     // Prints what was asked for, after loading. False, with `error` set,
     // when an argument cannot be read.
     bool answer(QCommandLineParser const& parser, QTextStream& out, QString& error) const;

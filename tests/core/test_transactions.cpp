@@ -189,6 +189,31 @@ TEST_F(TransactionsTest, AnswerReachesWhoeverCreatedIt)
     EXPECT_EQ(mine.text(), QStringLiteral("accepted by the exchange"));
 }
 
+// What is left behind by a move stays a usable handle on the same state, also
+// inside a moved-from transaction that is sent anyway.
+TEST_F(TransactionsTest, MovedFromAnswerStaysUsable)
+{
+    RawAnswer first;
+    RawAnswer moved(std::move(first));
+    EXPECT_FALSE(first.isAnswered());
+    EXPECT_EQ(first.code(), RawAnswer::NoAnswer);
+    EXPECT_TRUE(first.text().isEmpty());
+    first.setAnswer(3, QStringLiteral("through the old handle"));
+    EXPECT_EQ(first, moved);
+    EXPECT_EQ(moved.code(), 3);
+
+    RawAnswer assigned;
+    assigned = std::move(moved);
+    EXPECT_EQ(moved.text(), QStringLiteral("through the old handle"));
+    EXPECT_EQ(assigned, moved);
+
+    RawTransaction tx = service.build(meta(1025, 0, 0, QStringLiteral("a")), {});
+    RawTransaction taken(std::move(tx));
+    EXPECT_EQ(service.send(tx), 0);   // no transport: answered as such, through both
+    EXPECT_EQ(tx.answer.code(), RawAnswer::NoTransport);
+    EXPECT_EQ(taken.answer.code(), RawAnswer::NoTransport);
+}
+
 TEST(DefaultCoreTransactions, RegistryOfTheDefaultCoreIsItsService)
 {
     DefaultCore* core = DefaultCore::global();

@@ -218,7 +218,7 @@ TEST(VolatEngine, ModelsJoinContinuously)
         double const normal = run(flat(100.0, K, 0.5, 30.0, 0.0)).price;
         double const nearNormal = run(flat(100.0, K, 0.5, 30.0, 2 * volat::kNormalModelM)).price;
         double const belowThreshold = run(flat(100.0, K, 0.5, 30.0, 0.5 * volat::kNormalModelM)).price;
-        EXPECT_NEAR(nearNormal, normal, 1e-5);
+        EXPECT_NEAR(nearNormal, normal, 1e-6 * normal);
         EXPECT_EQ(belowThreshold, normal);
     }
 }

@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QThread>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -101,6 +102,21 @@ TEST_F(SecurityValues, TimeToExpiryHasATenMillisecondFloorAndExactYears)
     EXPECT_EQ(dir()->getSqrtTByExpDate(datetime(now + 1999)), std::sqrt(1.0 / 31536000.0));   // whole seconds
     EXPECT_EQ(dir()->getSqrtTByExpDate(datetime(now + kYear)), 1.0);
     EXPECT_EQ(dir()->getSqrtTByExpDate(datetime(now + 4 * kYear)), 2.0);
+}
+
+// Expiries and clocks from outside at the ends of the 64-bit range: the
+// distance between them does not fit in 64 bits, and is still measured.
+TEST_F(SecurityValues, TimeToExpiryAtTheEndsOfTheRange)
+{
+    qint64 const lowest = std::numeric_limits<qint64>::min(), highest = std::numeric_limits<qint64>::max();
+    EXPECT_EQ(dir()->getSqrtTByExpDate(datetime(lowest)), volat::kSqrtTFloor);
+
+    qint64 const offset = -4000000000000000000LL;   // a clock far before 1970
+    apply(QStringLiteral(R"({"table":"stock_time","ops":[{"update":{"stock_id":1,"diff_vs_cur_time":%1}}]})")
+              .arg(offset).toUtf8());
+    long double const seconds = ((long double)highest - (long double)(kNow + offset)) / 1000;
+    EXPECT_DOUBLE_EQ(dir()->getSqrtTByExpDate(datetime(highest)), std::sqrt(double(seconds) / 31536000.0));
+    EXPECT_EQ(dir()->getSqrtTByExpDate(datetime(lowest)), volat::kSqrtTFloor);
 }
 
 TEST_F(SecurityValues, PercentQuotedRatesAndCoefficients)

@@ -105,6 +105,24 @@ protected:
         return gateway.lastOrderId();
     }
 
+    // Securities of the tests' own, with the price limits written here
+    // whatever the bundled market's are; added once.
+    static void addOwnSecurities()
+    {
+        static bool added = false;
+        if (added) return;
+        added = true;
+        db()->apply(BatchDecoder(*db()).decode(
+            R"({"table":"securities","ops":[)"
+            R"({"insert":{"stock_id":1,"board_id":1,"sec_id":990001,"isin_id":990001,"sec_code":"LIM-F","price_step":"0.5","price_lmt_low":"90","price_lmt_high":"110"}},)"
+            R"({"insert":{"stock_id":1,"board_id":1,"sec_id":990002,"isin_id":990002,"sec_code":"FREE-F","price_step":"0.5"}},)"
+            R"({"insert":{"stock_id":1,"board_id":1,"sec_id":990003,"isin_id":990003,"sec_code":"HALF-F","price_step":"0.5","price_lmt_high":"110"}},)"
+            R"({"insert":{"stock_id":1,"board_id":1,"sec_id":990004,"isin_id":990004,"sec_code":"ODD-F","price_step":"0.5","price_lmt_low":"110","price_lmt_high":"90"}},)"
+            R"({"insert":{"stock_id":1,"board_id":10,"sec_id":990005,"isin_id":990005,"sec_code":"LIM-S","price_step":"0.01","price_lmt_low":"-1","price_lmt_high":"1"}},)"
+            R"({"insert":{"stock_id":1,"board_id":11,"sec_id":990006,"isin_id":990006,"sec_code":"FREE-S","price_step":"0.01"}}]})",
+            QStringLiteral("test:limits")));
+    }
+
     SimulatedGateway gateway{DefaultCore::global()};
     OrderWatch watch{db()->table(QStringLiteral("orders"))};
 };
@@ -197,6 +215,8 @@ TEST_F(GatewayTest, EveryRejectionIsExplainedAndChangesNoTable)
         {"price off the step", place(vlt, QStringLiteral("FB02001"), QStringLiteral("B"), QStringLiteral("337.955"), QStringLiteral("1")), "цена 337.955 не кратна шагу цены 0.01"},
         {"price text", place(vlt, QStringLiteral("FB02001"), QStringLiteral("B"), QStringLiteral("3e2"), QStringLiteral("1")), "цена «3e2» не является числом"},
         {"price with a comma", place(vlt, QStringLiteral("FB02001"), QStringLiteral("B"), QStringLiteral("337,95"), QStringLiteral("1")), "не является числом"},
+        {"zero price", place(vlt, QStringLiteral("FB02001"), QStringLiteral("B"), QStringLiteral("0"), QStringLiteral("1")), "цена 0 должна быть больше нуля"},
+        {"negative price", place(vlt, QStringLiteral("FB02001"), QStringLiteral("B"), QStringLiteral("-337.95"), QStringLiteral("1")), "цена -337.95 должна быть больше нуля"},
         {"zero quantity", place(vlt, QStringLiteral("FB02001"), QStringLiteral("B"), QStringLiteral("337.95"), QStringLiteral("0")), "а не «0»"},
         {"negative quantity", place(vlt, QStringLiteral("FB02001"), QStringLiteral("B"), QStringLiteral("337.95"), QStringLiteral("-2")), "а не «-2»"},
         {"fractional quantity", place(vlt, QStringLiteral("FB02001"), QStringLiteral("B"), QStringLiteral("337.95"), QStringLiteral("1.5")), "а не «1.5»"},
@@ -226,6 +246,54 @@ TEST_F(GatewayTest, EveryRejectionIsExplainedAndChangesNoTable)
     EXPECT_EQ(rowsOf(QStringLiteral("orders")), orders);
     EXPECT_EQ(watch.batches, batches);
     EXPECT_EQ(gateway.lastOrderId(), lastId);
+}
+
+// A price above zero, within the limits where both are published and make a
+// range; on the swap boards (10, 11) zero and below as well.
+TEST_F(GatewayTest, PricesArePositiveOffTheSwapBoardsAndWithinTheLimits)
+{
+    addOwnSecurities();
+    struct Case
+    {
+        char const* security;
+        int board;
+        char const* price;
+        char const* reason;   // null: accepted
+    };
+    Case const cases[] = {
+        {"LIM-F", 1, "90", nullptr},
+        {"LIM-F", 1, "110.0", nullptr},
+        {"LIM-F", 1, "89.5", "цена 89.5 вне лимитов цены 90 – 110"},
+        {"LIM-F", 1, "110.5", "цена 110.5 вне лимитов цены 90 – 110"},
+        {"LIM-F", 1, "0", "цена 0 должна быть больше нуля"},
+        {"FREE-F", 1, "100000.5", nullptr},
+        {"FREE-F", 1, "0.5", nullptr},
+        {"FREE-F", 1, "-0.5", "цена -0.5 должна быть больше нуля"},
+        {"FREE-F", 1, "0.0", "цена 0.0 должна быть больше нуля"},
+        {"HALF-F", 1, "500", nullptr},   // one limit alone bounds nothing
+        {"ODD-F", 1, "500", nullptr},    // nor a low one above the high one
+        {"LIM-S", 10, "0", nullptr},
+        {"LIM-S", 10, "-0.75", nullptr},
+        {"LIM-S", 10, "-1", nullptr},
+        {"LIM-S", 10, "-1.01", "цена -1.01 вне лимитов цены -1 – 1"},
+        {"LIM-S", 10, "1.01", "цена 1.01 вне лимитов цены -1 – 1"},
+        {"FREE-S", 11, "-250.5", nullptr},
+        {"FREE-S", 11, "0", nullptr},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.security << " at " << c.price);
+        qint64 const before = gateway.lastOrderId();
+        RawAnswer a = sendAndProcess(place(QLatin1String(c.security), QStringLiteral("FB02001"), QStringLiteral("S"),
+                                           QLatin1String(c.price), QStringLiteral("1"), 1, c.board));
+        if (c.reason) {
+            EXPECT_EQ(a.code(), SimulatedGateway::Rejected);
+            EXPECT_EQ(a.text(), QStringLiteral("Транзакция отвергнута: %1").arg(QString::fromUtf8(c.reason)));
+            EXPECT_EQ(gateway.lastOrderId(), before);
+        } else {
+            ASSERT_EQ(a.code(), SimulatedGateway::Accepted) << a.text().toStdString();
+            EXPECT_EQ(orderRow(gateway.lastOrderId()).data(QStringLiteral("price")).rawDecimal().compare(decimal(QLatin1String(c.price))), 0);
+        }
+    }
 }
 
 TEST_F(GatewayTest, NamesFromOutsideCannotInjectMarkupIntoNotifications)
@@ -314,10 +382,17 @@ TEST_F(GatewayTest, AnswersReadInTheTerminalsLanguage)
     qint64 const id = placeAccepted(QStringLiteral("FB02001"), QStringLiteral("B"));
     RawAnswer bad = sendAndProcess(place(QStringLiteral("VLT-1226"), QStringLiteral("FB02001"), QStringLiteral("B"),
                                          QStringLiteral("337.955"), QStringLiteral("1")));
+    addOwnSecurities();
+    RawAnswer low = sendAndProcess(place(QStringLiteral("LIM-F"), QStringLiteral("FB02001"), QStringLiteral("B"),
+                                         QStringLiteral("89.5"), QStringLiteral("1")));
+    RawAnswer zero = sendAndProcess(place(QStringLiteral("VLT-1226"), QStringLiteral("FB02001"), QStringLiteral("B"),
+                                          QStringLiteral("0"), QStringLiteral("1")));
     RawAnswer cancelled = sendAndProcess(cancel(orderRow(id)));
     QCoreApplication::removeTranslator(&english);
     EXPECT_EQ(DefaultCore::global()->notifications().value(0), QStringLiteral("1|Order %1 accepted|").arg(id));
     EXPECT_EQ(bad.text(), QStringLiteral("Transaction rejected: price 337.955 is not a multiple of the price step 0.01"));
+    EXPECT_EQ(low.text(), QStringLiteral("Transaction rejected: price 89.5 is outside the price limits 90 to 110"));
+    EXPECT_EQ(zero.text(), QStringLiteral("Transaction rejected: price 0 must be above zero"));
     EXPECT_EQ(cancelled.text(), QStringLiteral("Order %1 cancelled").arg(id));
 }
 

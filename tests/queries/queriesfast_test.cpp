@@ -4,6 +4,8 @@
 
 #include <database/exception.h>
 
+#include <vector>
+
 namespace {
 
 // The default core's service, seen through a core that remembers the timer
@@ -303,6 +305,47 @@ TEST_F(QueriesFastTest, ATransactionThatLostAParameterIsNeitherShownNorSent)
     QApplication::processEvents();
     EXPECT_FALSE(none.seen);
     EXPECT_TRUE(core.service.sent.isEmpty());
+    EXPECT_TRUE(transport.taken().isEmpty());
+}
+
+// A core without its service: nothing is asked or sent. One that loses it
+// while the user reads the question sends nothing either, and says why.
+TEST_F(QueriesFastTest, WithoutTheCoresServiceNothingIsSent)
+{
+    ServiceSwitchCore switchable;
+    InstalledCore installed(&switchable);
+    {
+        ModalAnswerer none(ModalAnswerer::PressYes);
+        try {
+            fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 1);
+            ADD_FAILURE() << "placed without the core's transaction service";
+        } catch (QString const& message) {
+            EXPECT_EQ(message, QStringLiteral("Служба транзакций ядра недоступна"));
+        }
+        EXPECT_THROW(fast()->dropOrder(order("orders", 1), RawAnswer()), QString);
+        QApplication::processEvents();
+        EXPECT_FALSE(none.seen);
+    }
+
+    auto loseServiceOnShow = [&](ModalAnswerer& answerer) {
+        switchable.hasService = true;
+        answerer.inspect = [&](ConfirmationDialog*) { switchable.hasService = false; };
+    };
+    std::vector<std::function<void()>> const sends{
+        [&] { fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 1); },
+        [&] { fast()->dropOrder(order("orders", 1), RawAnswer()); },
+        [&] { fast()->dropOrders({order("orders", 1), order("orders", 3)}, RawAnswer()); }};
+    for (auto const& send : sends) {
+        ModalAnswerer yes(ModalAnswerer::PressYes);
+        loseServiceOnShow(yes);
+        try {
+            send();
+            ADD_FAILURE() << "sent after the core lost its transaction service";
+        } catch (QString const& message) {
+            EXPECT_EQ(message, QStringLiteral("Ошибка при отправке транзакции: служба транзакций недоступна."));
+        }
+        EXPECT_TRUE(yes.seen);
+    }
     EXPECT_TRUE(transport.taken().isEmpty());
 }
 

@@ -133,6 +133,29 @@ TEST_F(QueriesGenTest, FailuresBuildNothing)
     EXPECT_TRUE(transport.taken().isEmpty());
 }
 
+TEST_F(QueriesGenTest, WithoutTheCoresServiceNothingIsBuilt)
+{
+    ServiceSwitchCore core;
+    InstalledCore installed(&core);
+    QueriesGen::OrderDescr descr;
+    QList<QueriesGen::OrderDescr> descrs;
+    for (auto call : std::initializer_list<std::function<void()>>{
+             [&] { gen()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 1, &descr); },
+             [&] { gen()->dropOrder(order("orders", 2), RawAnswer(), &descr); },
+             [&] { gen()->dropOrders({order("orders", 2), order("orders", 3)}, RawAnswer(), &descrs); },
+             [&] { gen()->dropOrdersBySecurity(4, 1, 100, "ACC1", 'S'); }}) {
+        try {
+            call();
+            ADD_FAILURE() << "built without the core's transaction service";
+        } catch (QString const& message) {
+            EXPECT_EQ(message, QStringLiteral("Служба транзакций ядра недоступна"));
+        }
+    }
+    EXPECT_TRUE(descr.security.isEmpty());
+    EXPECT_TRUE(descrs.isEmpty());
+    EXPECT_TRUE(transport.taken().isEmpty());
+}
+
 TEST_F(QueriesGenTest, TemplatesAreLookedUpForTheOrdersMarket)
 {
     transactions()->clearTemplates();

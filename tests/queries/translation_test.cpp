@@ -57,6 +57,14 @@ TEST_F(TradingTranslation, EnglishTextsReplaceTheSources)
         EXPECT_EQ(message, QStringLiteral("Price %1 has more decimal places than the instrument allows (2)")
                                .arg(decimal("1.005").toSystemString()));
     }
+    ServiceSwitchCore withoutService;
+    InstalledCore installed(&withoutService);
+    try {
+        QueriesGen::i()->dropOrdersBySecurity(4, 1, 100, "ACC1", 'B');
+        ADD_FAILURE() << "built without the core's transaction service";
+    } catch (QString const& message) {
+        EXPECT_EQ(message, "The core's transaction service is unavailable");
+    }
 }
 
 } // namespace

@@ -93,36 +93,74 @@ Values normal(double F, double K, double sigma, double sqrtT)
     return v;
 }
 
+// (N(d1) - N(d2)) / v for d1 = dbar + v/2, d2 = dbar - v/2, with its relative
+// precision kept however close the two are. Where the interval is short on
+// the scale of the density (v*max(1, |dbar|) <= 1) it is the density's mean
+// over it: n(dbar)*S, S = sum He_2j(dbar) (v/2)^2j / (2j+1)!, a series of
+// quickly falling terms. Elsewhere the two tails differ by a good fraction
+// of themselves and are subtracted as they are.
+double meanDensity(double dbar, double v)
+{
+    if (v * std::max(1.0, std::fabs(dbar)) <= 1.0) {
+        double const h = 0.5 * v, a = dbar * h, h2 = h * h;
+        // q_k = He_k(dbar)*h^k, by He_{k+1} = x*He_k - k*He_{k-1}.
+        double qPrev = 1.0, q = a;   // q_0, q_1
+        double sum = 1.0, factorial = 1.0;
+        for (int k = 1; k < 40; k += 2) {
+            double const qEven = a * q - k * h2 * qPrev;   // q_{k+1}
+            qPrev = qEven;
+            q = a * qEven - (k + 1) * h2 * q;               // q_{k+2}
+            factorial *= double(k + 1) * double(k + 2);      // (k+2)!
+            sum += qEven / factorial;
+            // Both of the pair that drives the rest: one of them alone may
+            // sit near a zero of its polynomial.
+            if (std::fabs(qEven) + std::fabs(q) <= 1e-17 * sum * factorial) break;
+        }
+        return pdf(dbar) * sum;
+    }
+    double const d1 = dbar + 0.5 * v, d2 = dbar - 0.5 * v;
+    Tails const n1 = tails(d1), n2 = tails(d2);
+    double const mass = d2 >= 0.0 ? n2.down - n1.down : (d1 <= 0.0 ? n1.up - n2.up : 1.0 - n1.down - n2.up);
+    return mass / v;
+}
+
 // Displaced diffusion: X = F + H with H = F(1 - m)/m is lognormal with
 // volatility sigma*m; m = 1 is Black-76 itself.
+//
+// The price is not taken as X*N(d1) - K'*N(d2): for small m, X and K' are
+// huge and nearly equal, and the difference loses digits as 1/m grows. As
+// X - K' = F - K, the call is (F - K)*N(d1) + K'*(N(d1) - N(d2)) and the put
+// (K - F)*N(-d1) + K'*(N(d1) - N(d2)), and K'*v = (m*K + (1 - m)*F)*sigma*sqrtT
+// stays of the forward's size: the formulas tend to the normal ones as m -> 0.
 Values displaced(double F, double K, double lnKF, double m, double sigma, double sqrtT)
 {
-    double const X = m == 1.0 ? F : F / m;
-    double const H = m == 1.0 ? 0.0 : X - F;
-    double const Kd = K + H;
-    if (!(Kd > 0.0)) {
+    double const shifted = m * K + (1.0 - m) * F;   // m*K', of K's sign
+    if (!(shifted > 0.0)) {
         // The shifted price never falls to the shifted strike.
         Values v;
         v.call = F - K;
         v.callDelta = 1.0;
         return v;
     }
-    double const sigmaLn = sigma * m;
-    double const sd = sigmaLn * sqrtT;
-    // ln(X/Kd) = -ln(1 + m(K - F)/F), exact for small m where X and Kd are huge.
+    double const sdN = sigma * sqrtT;   // v / m
+    double const sd = sdN * m;
+    // ln(X/K') = -ln(1 + m(K - F)/F), exact for small m where X and K' are huge.
     double const lnMoneyness = m == 1.0 ? -lnKF : -std::log1p(m * (K - F) / F);
-    double const d1 = lnMoneyness / sd + 0.5 * sd;
-    double const d2 = d1 - sd;
+    double const dbar = lnMoneyness / sd;
+    double const d1 = dbar + 0.5 * sd;
     double const nd1 = pdf(d1);
-    Tails const n1 = tails(d1), n2 = tails(d2);
+    Tails const n1 = tails(d1);
+    // K'*(N(d1) - N(d2)), with K'*v = m*K'*sigma*sqrtT.
+    double const timeValue = shifted * sdN * meanDensity(dbar, sd);
     Values v;
-    v.call = std::max(X * n1.up - Kd * n2.up, std::max(F - K, 0.0));
-    v.put = std::max(Kd * n2.down - X * n1.down, std::max(K - F, 0.0));
+    v.call = std::max((F - K) * n1.up + timeValue, std::max(F - K, 0.0));
+    v.put = std::max((K - F) * n1.down + timeValue, std::max(K - F, 0.0));
     v.callDelta = n1.up;
     v.putDelta = -n1.down;
-    v.gamma = nd1 / (X * sd);
-    v.vega = X * nd1 * sqrtT * m / 100.0;
-    v.theta = -X * nd1 * sigmaLn / (2.0 * sqrtT) / kDaysPerYear;
+    // X*sd = F*sigma*sqrtT: gamma, vega and theta need neither X nor K'.
+    v.gamma = nd1 / (F * sdN);
+    v.vega = F * nd1 * sqrtT / 100.0;
+    v.theta = -F * nd1 * sigma / (2.0 * sqrtT) / kDaysPerYear;
     return v;
 }
 

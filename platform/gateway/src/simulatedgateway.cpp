@@ -171,6 +171,23 @@ QString plain(decimal d)
     return d.toString();
 }
 
+// Boards where the price is a swap price, which may be zero or negative.
+bool isSwapBoard(int board) { return board == 10 || board == 11; }
+
+// The security's price limits, when it publishes both and they make a range.
+bool priceLimits(Table const& securities, Record const& security, decimal& low, decimal& high)
+{
+    auto read = [&](char const* name, decimal& out) {
+        int const c = column(securities, name);
+        if (c < 0) return false;
+        Field f = securities.dataPtr(security.row(), c);
+        if (f.type() != FieldType::Decimal || !f.hasValue()) return false;
+        out = f.rawDecimal();
+        return true;
+    };
+    return read("price_lmt_low", low) && read("price_lmt_high", high) && low < high;
+}
+
 int parseQuantity(QString const& text)
 {
     static QRegularExpression const digits(QStringLiteral("^[0-9]{1,10}$"));
@@ -384,10 +401,16 @@ SimulatedGateway::Outcome SimulatedGateway::placeOrder(RawTransaction const& tx)
     int const board = int(integer(*securities, security, column(*securities, "board_id")));
     qint64 const secId = integer(*securities, security, column(*securities, "sec_id"));
     checkAccount(db, account);
+    if (price.mantissa() <= 0 && !isSwapBoard(board))
+        reject(gatewayText(QT_TRANSLATE_NOOP("Gateway", "цена %1 должна быть больше нуля")).arg(price.toString()));
     Field stepField = securities->dataPtr(security.row(), column(*securities, "price_step"));
     decimal const step = stepField.type() == FieldType::Decimal ? stepField.rawDecimal() : decimal();
     if (stepField.hasValue() && step.mantissa() > 0 && !onStep(price, step))
         reject(gatewayText(QT_TRANSLATE_NOOP("Gateway", "цена %1 не кратна шагу цены %2")).arg(price.toString(), plain(step)));
+    decimal low, high;
+    if (priceLimits(*securities, security, low, high) && (price < low || high < price))
+        reject(gatewayText(QT_TRANSLATE_NOOP("Gateway", "цена %1 вне лимитов цены %2 – %3"))
+                   .arg(price.toString(), plain(low), plain(high)));
 
     Orders orders(db);
     decimal stored = price;

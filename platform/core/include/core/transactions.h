@@ -26,6 +26,11 @@ public:
     enum : int { NoAnswer = 0, Refused = -1, NoTransport = -2 };
 
     RawAnswer();   // a fresh, unanswered state
+    // No moves: a moved-from handle would hold no state at all. Moving
+    // copies the handle, so a moved-from answer still reads and answers the
+    // state it shares.
+    RawAnswer(RawAnswer const&) = default;
+    RawAnswer& operator=(RawAnswer const&) = default;
 
     bool isAnswered() const;
     int code() const;

@@ -57,9 +57,10 @@ CORE_EXPORT void calcVolatParamsEx(VolatOutputParamsEx& out, VolatInputParamsEx 
 
 namespace volat {
 
-// Below this m the displacement is so large that the model is taken as the
-// normal one, which it equals to well under a price step.
-constexpr double kNormalModelM = 1e-7;
+// Below this m the model is taken as the normal one, which it then equals to
+// far better than a millionth of the price (the displaced formulas would
+// divide by m).
+constexpr double kNormalModelM = 1e-12;
 // The smallest square root of time the engine uses: ten milliseconds.
 constexpr double kSqrtTFloor = 1.7807243465445342e-5;
 // The largest one: 10 000 years.
