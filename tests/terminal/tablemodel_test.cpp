@@ -1,5 +1,6 @@
-// The table model learns which rows a batch changed from its own index and
-// announces exactly those, never resetting except when the table is cleared.
+// The table model learns which rows a batch changed from the table's watcher
+// and announces exactly those, never resetting except when the table is
+// cleared.
 #include "tablemodel.h"
 
 #include <database/batch.h>
@@ -88,12 +89,13 @@ TEST(TerminalTableModel, InsertsAndRemovesRowsInPlace)
 TEST(TerminalTableModel, LeavesTheTableCleanWhenDestroyed)
 {
     Items items;
-    int const before = items.table->indexes().size();
+    int const indexes = items.table->indexes().size();
     {
         ItemsModel model(items.table);
-        EXPECT_EQ(items.table->indexes().size(), before + 1);
+        EXPECT_EQ(items.table->watcherCount(), 1);
+        EXPECT_EQ(items.table->indexes().size(), indexes);   // it keeps no index of its own
     }
-    EXPECT_EQ(items.table->indexes().size(), before);
-    items.apply(R"({"table":"items","ops":[{"insert":{"id":1,"price":"1.00"}}]})");   // no dangling index is called
+    EXPECT_EQ(items.table->watcherCount(), 0);
+    items.apply(R"({"table":"items","ops":[{"insert":{"id":1,"price":"1.00"}}]})");   // no dangling watcher is called
     EXPECT_EQ(items.table->rowCount(), 1);
 }
