@@ -80,6 +80,10 @@ TEST(RowWatcher, IsToldTheFoldedRowsOfABatchAfterEveryIndexAndDependentEnded)
     EXPECT_FALSE(told.columnChanged(t.items->columnIndex("qty")));
     EXPECT_FALSE(told.columnChanged(-1));
     EXPECT_FALSE(told.columnChanged(t.items->columnCount()));
+    EXPECT_TRUE(told.columnChanged(0, t.items->columnIndex("price")));
+    EXPECT_TRUE(told.columnChanged(0, t.items->columnIndex("name")));
+    EXPECT_FALSE(told.columnChanged(0, t.items->columnIndex("qty")));
+    EXPECT_FALSE(told.columnChanged(1, t.items->columnIndex("price")));   // there is no second updated row
 
     t.items->removeIndex(&index);
     t.items->removeDependentIndex(&dependent);

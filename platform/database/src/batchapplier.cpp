@@ -442,8 +442,16 @@ void BatchApplier::apply(Table* table, BatchPlan const& plan, QString const& ori
         changes.updated = updated;
         changes.deleted = deleted;
         changes.changedColumns.fill(false, table->columnCount());
-        for (auto const& u : plan.updates)
-            for (int k = 0; k < u.columnCount; ++k) changes.changedColumns[plan.updateColumns[std::size_t(u.firstColumn + k)]] = true;
+        changes.updatedColumnStart.reserve(int(plan.updates.size()) + 1);
+        for (auto const& u : plan.updates) {
+            changes.updatedColumnStart.append(changes.updatedColumns.size());
+            for (int k = 0; k < u.columnCount; ++k) {
+                int const column = plan.updateColumns[std::size_t(u.firstColumn + k)];
+                changes.updatedColumns.append(column);
+                changes.changedColumns[column] = true;
+            }
+        }
+        changes.updatedColumnStart.append(changes.updatedColumns.size());
         notifyWatchers(table, changes, hooks);
     }
     hooks.finish();

@@ -42,8 +42,19 @@ struct DATABASE_EXPORT RowChanges
     QList<Record> updated;      // rows changed in place, now holding the new values
     QList<Record> deleted;      // rows that left: still readable, inTable() false
     QVector<bool> changedColumns;   // by column number: some row of `updated` changed it
+    // The columns each row of `updated` changed: those of updated[k] are
+    // updatedColumns[updatedColumnStart[k]] up to updatedColumnStart[k + 1].
+    QVector<int> updatedColumns;
+    QVector<int> updatedColumnStart;
 
     bool columnChanged(int column) const { return column >= 0 && column < changedColumns.size() && changedColumns[column]; }
+    bool columnChanged(int updatedRow, int column) const
+    {
+        if (updatedRow < 0 || updatedRow + 1 >= updatedColumnStart.size()) return false;
+        for (int k = updatedColumnStart[updatedRow]; k < updatedColumnStart[updatedRow + 1]; ++k)
+            if (updatedColumns[k] == column) return true;
+        return false;
+    }
     bool isEmpty() const { return !cleared && inserted.isEmpty() && updated.isEmpty() && deleted.isEmpty(); }
 };
 
