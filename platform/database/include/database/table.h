@@ -55,7 +55,6 @@ struct DATABASE_EXPORT RowChanges
             if (updatedColumns[k] == column) return true;
         return false;
     }
-    bool isEmpty() const { return !cleared && inserted.isEmpty() && updated.isEmpty() && deleted.isEmpty(); }
 };
 
 // One replicated table: its column layout, its rows (held by its master
