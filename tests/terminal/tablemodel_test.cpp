@@ -99,3 +99,17 @@ TEST(TerminalTableModel, LeavesTheTableCleanWhenDestroyed)
     items.apply(R"({"table":"items","ops":[{"insert":{"id":1,"price":"1.00"}}]})");   // no dangling watcher is called
     EXPECT_EQ(items.table->rowCount(), 1);
 }
+
+TEST(TerminalTableModel, KeepsItsRowsWhenTheTableIsRebuiltAndEmptiesWhenItIsCleared)
+{
+    Items items;
+    items.apply(R"({"table":"items","ops":[{"insert":{"id":1,"price":"1.00"}},{"insert":{"id":2,"price":"2.00"}}]})");
+    ItemsModel model(items.table);
+    items.table->rebuild();   // re-sorts; no row changes
+    items.table->build();
+    EXPECT_EQ(items.shown(model), QStringList({"1=1.00", "2=2.00"}));
+    QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+    items.table->clear();
+    EXPECT_EQ(reset.size(), 1);
+    EXPECT_EQ(model.rowCount(), 0);
+}
