@@ -8,7 +8,10 @@
 #include <QComboBox>
 #include <QFormLayout>
 #include <QLabel>
+#include <algorithm>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 namespace {
 QString orDash(QString const& s) { return s.trimmed().isEmpty() ? QStringLiteral("—") : s.trimmed(); }
@@ -44,13 +47,11 @@ AccountPanel::AccountPanel(QWidget* parent) : QWidget(parent), m_account(new QCo
         form->addRow(tr(titles[k]), m_lines[k]);
     }
     m_refreshSoon = new Coalesced(this, [this] { refresh(); });
-    m_accountsSoon = new Coalesced(this, [this] { reloadAccounts(); });
     connect(m_account, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [this] {
         refresh();
         emit accountChosen(account());
     });
     auto soon = [this] { m_refreshSoon->request(); };
-    follow<K3InvestorDirectory>(this, [this] { m_accountsSoon->request(); });
     follow<K3InvestorDirectory>(this, soon);
     follow<K3DealerDirectory>(this, soon);
     follow<K3RFDirectory>(this, soon);
@@ -61,7 +62,17 @@ AccountPanel::AccountPanel(QWidget* parent) : QWidget(parent), m_account(new QCo
     follow<FutVMSADirectory>(this, soon);
     follow<OptVMSADirectory>(this, soon);
     follow<K3BrokerFeeParamDirectory>(this, soon);
-    reloadAccounts();
+    Database* db = ICore::instance()->database();
+    if (db->hasTable(QStringLiteral("k3.investor"))) {
+        QSharedPointer<Table> investors = db->table(QStringLiteral("k3.investor"));
+        // Listed and watched in one hold of the table's lock: no batch falls between.
+        TableLocker lock(investors.data());
+        reloadAccounts();
+        m_investors = TableWatch(investors, QStringLiteral("AccountPanel"),
+                                 [this](RowChanges const& changes) { investorsChanged(changes); });
+    } else {
+        reloadAccounts();
+    }
 }
 
 QString AccountPanel::account() const { return m_account->currentText(); }
@@ -85,11 +96,48 @@ void AccountPanel::reloadAccounts()
         QSignalBlocker block(m_account);
         m_account->clear();
         m_account->addItems(accounts);
-        int k = m_account->findText(keep);
-        m_account->setCurrentIndex(k >= 0 ? k : 0);
     }
+    bool const changed = keepChosen(keep);
     refresh();
-    if (account() != keep) emit accountChosen(account());
+    if (changed) emit accountChosen(account());
+}
+
+void AccountPanel::investorsChanged(RowChanges const& changes)
+{
+    if (changes.cleared) {
+        reloadAccounts();
+        return;
+    }
+    if (changes.inserted.isEmpty() && changes.deleted.isEmpty()) return;   // codes are keys: updates keep the list
+    QString const keep = account();
+    {
+        QSignalBlocker block(m_account);
+        for (Record const& r : changes.deleted) {
+            int k = m_account->findText(r.data("client_code").toString().trimmed());
+            if (k >= 0) m_account->removeItem(k);
+        }
+        // The list is in the table's order: each new account goes where its
+        // row now stands, the earlier ones first.
+        MasterIndex_Column_Pure const* master = changes.table->masterIndex();
+        std::vector<std::pair<int, QString>> added;
+        for (Record const& r : changes.inserted) added.emplace_back(master->indexOf(r), r.data("client_code").toString().trimmed());
+        std::sort(added.begin(), added.end());
+        for (auto const& a : added) m_account->insertItem(qBound(0, a.first, m_account->count()), a.second);
+    }
+    if (keepChosen(keep)) {
+        refresh();
+        emit accountChosen(account());
+    }
+}
+
+// Chooses `chosen` again after the list changed, or the first account when
+// it is gone. True when the choice changed.
+bool AccountPanel::keepChosen(QString const& chosen)
+{
+    QSignalBlocker block(m_account);
+    int k = m_account->findText(chosen);
+    m_account->setCurrentIndex(k >= 0 ? k : 0);
+    return account() != chosen;
 }
 
 void AccountPanel::refresh()

@@ -1,4 +1,6 @@
 #pragma once
+#include <database/table.h>
+
 #include <QWidget>
 
 class Coalesced;
@@ -8,7 +10,9 @@ class QLabel;
 
 // What the terminal knows of one account: its investor and firm with their
 // status texts, settlement accounts, margin type, variation margin and
-// broker fee parameters. Follows every directory it reads.
+// broker fee parameters. The list of accounts follows the investors' rows
+// as batches bring and take them; the lines follow every directory they
+// read (a fresh lookup of the one account shown).
 class AccountPanel : public QWidget
 {
     Q_OBJECT
@@ -27,10 +31,12 @@ signals:
 
 private:
     void reloadAccounts();
+    void investorsChanged(RowChanges const& changes);
+    bool keepChosen(QString const& chosen);
     void refresh();
 
     QComboBox* m_account;
     QLabel* m_lines[LineCount];
     Coalesced* m_refreshSoon;
-    Coalesced* m_accountsSoon;
+    TableWatch m_investors;
 };

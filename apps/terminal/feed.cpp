@@ -5,6 +5,7 @@
 #include <database/exception.h>
 
 #include <QPointer>
+#include <QSocketNotifier>
 
 FeedPlayer::FeedPlayer(Database* database, QObject* parent) : QObject(parent), m_database(database)
 {
@@ -18,15 +19,22 @@ bool FeedPlayer::start(QString const& path, QString& error)
 {
     stop();
     try {
-        // The reader's thread only decodes; this thread asks it for batches.
-        // It is asked again after a millisecond when it has nothing ready,
-        // rather than woken from its thread: a wake-up would go through Qt's
-        // event queue, whose locking the thread checker cannot see.
+        // The reader's thread only decodes and marks its descriptor ready;
+        // this thread takes the batches. The wake-up is the descriptor's, seen
+        // by this thread's event loop, not an event posted from the reader's
+        // thread: nothing of Qt's is shared between the two threads.
         m_reader.reset(new BatchReader(*m_database, path));
     } catch (Exception const& e) {
         error = e.message();
         return false;
     }
+    m_ready = new QSocketNotifier(m_reader->readyDescriptor(), QSocketNotifier::Read, this);
+    m_ready->setEnabled(false);
+    connect(m_ready, &QSocketNotifier::activated, this, [this] {
+        m_ready->setEnabled(false);
+        m_waiting = false;
+        step();
+    });
     m_path = path;
     m_applied = 0;
     m_waiting = false;
@@ -37,6 +45,13 @@ bool FeedPlayer::start(QString const& path, QString& error)
 void FeedPlayer::stop()
 {
     m_timer.stop();
+    if (m_ready) {
+        // Off before the descriptor it watches is closed; deleted later, as
+        // stop() may run inside its own signal.
+        m_ready->setEnabled(false);
+        m_ready->deleteLater();
+        m_ready = nullptr;
+    }
     m_reader.reset();   // joins the reading thread
     m_waiting = false;
 }
@@ -44,8 +59,12 @@ void FeedPlayer::stop()
 void FeedPlayer::setPaused(bool paused)
 {
     m_paused = paused;
-    if (paused) m_timer.stop();
-    else schedule();
+    if (paused) {
+        m_timer.stop();
+        if (m_ready) m_ready->setEnabled(false);
+    } else {
+        schedule();
+    }
 }
 
 void FeedPlayer::setPace(int msecs)
@@ -57,9 +76,10 @@ void FeedPlayer::setPace(int msecs)
 void FeedPlayer::schedule()
 {
     if (!m_reader || m_paused || m_timer.isActive()) return;
-    // The pace is kept between batches; a reader that was behind is asked
-    // again soon, without waiting a whole pace more.
-    m_timer.start(m_waiting ? 1 : m_applied == 0 ? 0 : m_pace);
+    // The pace is kept between batches; a reader that was behind wakes the
+    // player as soon as it has a batch, without a whole pace more.
+    if (m_waiting) m_ready->setEnabled(true);
+    else m_timer.start(m_applied == 0 ? 0 : m_pace);
 }
 
 void FeedPlayer::step()

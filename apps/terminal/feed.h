@@ -6,13 +6,15 @@
 
 class BatchReader;
 class Database;
+class QSocketNotifier;
 
 // Plays a JSON Lines file of batches (a snapshot or a replication log) into
 // the database without ever blocking the thread it lives on: the file is
 // read and decoded on the reader's thread, and each decoded batch is applied
 // here, one per turn of the event loop, so input and painting go on between
 // batches. The pace is the pause between two batches (0: as fast as they
-// come).
+// come). When the reader is behind, the player waits for the reader's ready
+// descriptor in the event loop and is woken as soon as a batch is decoded.
 //
 // A batch the database rejects (or a line that cannot be decoded) stops the
 // play, leaves every earlier batch applied and is reported by failed() with
@@ -51,10 +53,11 @@ private:
 
     Database* m_database;
     std::unique_ptr<BatchReader> m_reader;
+    QSocketNotifier* m_ready = nullptr;   // on the reader's descriptor, enabled while waiting
     QTimer m_timer;
     QString m_path;
     int m_pace = 0;
     int m_applied = 0;
     bool m_paused = false;
-    bool m_waiting = false;   // the reader had nothing yet: look again shortly
+    bool m_waiting = false;   // the reader had nothing yet: woken when it has
 };

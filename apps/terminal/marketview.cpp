@@ -135,9 +135,26 @@ MarketView::MarketView(QWidget* parent)
             emit securityChosen(r.data(m_model->stockColumn()).toInteger(), r.data(m_model->boardColumn()).toInteger(),
                                 r.data("sec_id").toInteger64());
     });
-    if (auto* stocks = directoryOrNull<StockDirectory>()) connect(stocks, &StockDirectory::dataChanged, this, &MarketView::rebuildTree);
-    if (auto* boards = directoryOrNull<BoardDirectory>()) connect(boards, &BoardDirectory::dataChanged, this, &MarketView::rebuildTree);
+    // The tree is read from the directories again only when a batch brought
+    // or took a market or board, or changed what the tree shows of one.
+    if (directoryOrNull<StockDirectory>()) watchTree("stocks", {QStringLiteral("stock_code"), QStringLiteral("name")});
+    if (directoryOrNull<BoardDirectory>()) watchTree("boards", {QStringLiteral("board_code"), QStringLiteral("name")});
     rebuildTree();
+}
+
+void MarketView::watchTree(char const* tableName, QStringList const& shownColumns)
+{
+    Database* db = ICore::instance()->database();
+    QString const name = QString::fromLatin1(tableName);
+    if (!db->hasTable(name)) return;
+    QSharedPointer<Table> table = db->table(name);
+    QList<int> shown;
+    for (QString const& column : shownColumns) shown << table->columnIndex(column);
+    m_treeWatches.emplace_back(table, QStringLiteral("MarketView"), [this, shown](RowChanges const& c) {
+        bool changed = c.cleared || !c.inserted.isEmpty() || !c.deleted.isEmpty();
+        for (int column : shown) changed = changed || (!c.updated.isEmpty() && c.columnChanged(column));
+        if (changed) rebuildTree();
+    });
 }
 
 void MarketView::rebuildTree()

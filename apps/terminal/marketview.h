@@ -3,6 +3,7 @@
 
 #include <QSortFilterProxyModel>
 #include <QWidget>
+#include <vector>
 
 class QLineEdit;
 class QTableView;
@@ -65,6 +66,9 @@ signals:
 private:
     void rebuildTree();
     void treeChosen(QTreeWidgetItem* item);
+    void watchTree(char const* table, QStringList const& shownColumns);
+
+    std::vector<TableWatch> m_treeWatches;
 
     SecuritiesModel* m_model;
     SecuritiesFilter* m_filter;

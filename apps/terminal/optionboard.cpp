@@ -1,6 +1,8 @@
 #include "optionboard.h"
 #include "coalesced.h"
 
+#include <core/icore.h>
+#include <database/database.h>
 #include <directories>
 
 #include <QComboBox>
@@ -50,6 +52,8 @@ void OptionBoardModel::reload()
     m_series = 0;
     m_seriesName.clear();
     m_atm = -1;
+    m_shownRows.clear();
+    m_shown.clear();
     SecurityDirectory* securities = directoryOrNull<SecurityDirectory>();
     OptionSeriesParamDirectory* series = directoryOrNull<OptionSeriesParamDirectory>();
     if (securities && series && !m_base.isEmpty()) {
@@ -69,6 +73,8 @@ void OptionBoardModel::reload()
                 row.strike = strike;
                 Side& side = r.data("option_type").toString().trimmed() == QLatin1String("P") ? row.put : row.call;
                 side.secId = r.data("sec_id").toInteger64();
+                m_shownRows << r;
+                m_shown.insert(r.row());
                 m_stock = r.data("stock_id").toInteger();
                 m_decimals = qBound(0, r.data("decimals").toInteger(), 9);
             }
@@ -88,12 +94,14 @@ void OptionBoardModel::refresh(bool fresh)
     }
     // The underlying moves without a directory signal: read it each time.
     m_underlying = 0;
+    m_underlyingRow = Record();
     for (Row const& row : m_rows) {
         long long id = row.call.secId ? row.call.secId : row.put.secId;
         Record option = securities->recordById(m_stock, 14, id);
         if (option.isEmpty()) continue;
         Record under = securities->recordByIsinId(option.data("stock_id").toInteger(), option.data("main_board_id").toInteger(),
                                                   option.data("fut_isin_id").toInteger());
+        m_underlyingRow = under;
         m_underlying = under.data("market_price").toDouble();
         if (m_underlying == 0.0) m_underlying = under.data("settlement_price_open").toDouble();
         break;
@@ -122,6 +130,45 @@ void OptionBoardModel::refresh(bool fresh)
     }
     emit dataChanged(index(0, 0), index(int(m_rows.size()) - 1, ColumnCount - 1));
     emit priced();
+}
+
+bool OptionBoardModel::isReloadedBy(RowChanges const& securities) const
+{
+    if (m_base.isEmpty()) return false;
+    if (securities.cleared) return true;
+    Table const* t = securities.table;
+    int const series = t->columnIndex(QStringLiteral("option_series_id"));
+    int const board = t->columnIndex(QStringLiteral("board_id"));
+    // Options of the series on the options board may join it.
+    auto joins = [&](Record const& r) {
+        return m_series != 0 && r.data(board).toInteger() == 14 && r.data(series).toInteger() == m_series;
+    };
+    for (Record const& r : securities.deleted)
+        if (m_shown.contains(r.row()) || r == m_underlyingRow) return true;
+    for (Record const& r : securities.inserted)
+        if (joins(r)) return true;
+    int const lastStatic = t->columnIndex(QStringLiteral("sess_id")) - 1;
+    auto staticChanged = [&](int updatedRow) {
+        for (int c = 0; c <= lastStatic; ++c)
+            if (securities.columnChanged(updatedRow, c)) return true;
+        return false;
+    };
+    for (int k = 0; k < securities.updated.size(); ++k) {
+        Record const& r = securities.updated[k];
+        if ((m_shown.contains(r.row()) || r == m_underlyingRow || joins(r)) && staticChanged(k)) return true;
+    }
+    return false;
+}
+
+bool OptionBoardModel::isRepricedBy(RowChanges const& coefficients) const
+{
+    if (m_rows.empty()) return false;
+    if (coefficients.cleared) return true;
+    int const series = coefficients.table->columnIndex(QStringLiteral("option_series_id"));
+    for (QList<Record> const* rows : {&coefficients.inserted, &coefficients.updated, &coefficients.deleted})
+        for (Record const& r : *rows)
+            if (r.data(series).toInteger() == m_series) return true;
+    return false;
 }
 
 int OptionBoardModel::rowCount(QModelIndex const& parent) const { return parent.isValid() ? 0 : int(m_rows.size()); }
@@ -257,24 +304,33 @@ OptionBoardView::OptionBoardView(QWidget* parent)
             }
     });
 
-    // The directories pace the board: the volatility timer refreshes it, a
-    // change of the smiles reprices it at once, a change of the securities
-    // or of the series lists reloads it (once per turn of the event loop).
-    // Reading a base's options scans the securities: a hidden board waits
-    // until it is shown.
+    // The board is paced by the volatility timer, which refreshes it; by the
+    // rows of each batch, which reload it when the batch changed its options
+    // or reprice it at once when the batch changed its series' smile; and by
+    // the series lists, read again whenever they change (every column of
+    // theirs is shown but one). Each at most once per turn of the event
+    // loop. Reading a base's options scans the securities: a hidden board
+    // waits until it is shown.
     auto* reloadSoon = new Coalesced(this, [this] { reloadWhenShown(); });
     auto* listSoon = new Coalesced(this, [this] { reloadSeriesList(); });
     auto* repriceSoon = new Coalesced(this, [this] { m_model->refresh(true); });
+    Database* db = ICore::instance()->database();
+    auto watch = [this, db](char const* table, std::function<void(RowChanges const&)> f) {
+        QString const name = QString::fromLatin1(table);
+        if (db->hasTable(name)) m_watches.emplace_back(db->table(name), QStringLiteral("OptionBoardView"), std::move(f));
+    };
     if (auto* securities = directoryOrNull<SecurityDirectory>()) {
         connect(securities->getCalcVolatTimer(), &QTimer::timeout, m_model, [this] { m_model->refresh(false); });
-        connect(securities, &SecurityDirectory::dataChanged, reloadSoon, &Coalesced::request);
+        watch("securities", [this, reloadSoon](RowChanges const& c) {
+            if (m_model->isReloadedBy(c)) reloadSoon->request();
+        });
     }
     if (auto* series = directoryOrNull<OptionSeriesParamDirectory>())
         connect(series, &OptionSeriesParamDirectory::dataChanged, listSoon, &Coalesced::request);
-    if (auto* black = directoryOrNull<VolatCoeffBlackDirectory>())
-        connect(black, &VolatCoeffBlackDirectory::dataChanged, repriceSoon, &Coalesced::request);
-    if (auto* bach = directoryOrNull<VolatCoeffBachDirectory>())
-        connect(bach, &VolatCoeffBachDirectory::dataChanged, repriceSoon, &Coalesced::request);
+    for (char const* smiles : {"k3.volat_coeff_black", "k3.volat_coeff_bach"})
+        watch(smiles, [this, repriceSoon](RowChanges const& c) {
+            if (m_model->isRepricedBy(c)) repriceSoon->request();
+        });
     reloadSeriesList();
 }
 

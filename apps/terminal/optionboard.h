@@ -1,6 +1,9 @@
 #pragma once
+#include <database/table.h>
+
 #include <QAbstractTableModel>
 #include <QDate>
+#include <QSet>
 #include <QVector>
 #include <vector>
 #include <QWidget>
@@ -47,6 +50,14 @@ public:
 
     // Reads the options again (rows come and go with the securities).
     void reload();
+    // Whether a batch of the securities table may change what the board
+    // lists: it brought or took one of the board's options or one that
+    // would join its series, or changed a static column (those before
+    // "sess_id": strike, type, series, decimals...) of such an option or of
+    // the underlying. Prices alone are left to the volatility timer.
+    bool isReloadedBy(RowChanges const& securities) const;
+    // Whether a batch of a smile's coefficients touched the board's series.
+    bool isRepricedBy(RowChanges const& coefficients) const;
     // Prices every option: cached results (at most a second old), or fresh
     // ones when the smile coefficients have just changed.
     void refresh(bool fresh = false);
@@ -77,6 +88,11 @@ private:
     int m_decimals = 2;
     double m_underlying = 0;
     int m_atm = -1;
+    // The board's options and its underlying as rows of the securities
+    // table (kept alive, so that an address is never another row's).
+    QVector<Record> m_shownRows;
+    QSet<unsigned char const*> m_shown;
+    Record m_underlyingRow;
 };
 
 // The option board: base and expiry choosers, the model switch, the board,
@@ -111,6 +127,7 @@ protected:
 
 private:
     bool m_stale = false;   // the securities changed while the board was hidden
+    std::vector<TableWatch> m_watches;
 
     OptionBoardModel* m_model;
     QComboBox* m_base;

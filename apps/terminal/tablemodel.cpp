@@ -4,56 +4,24 @@
 
 #include <algorithm>
 
-class TableRowsModel::Watch final : public Index
-{
-public:
-    explicit Watch(TableRowsModel* model) : m_model(model) {}
-
-    void clear() override
-    {
-        m_model->m_cleared = true;
-        m_model->m_added.clear();
-        m_model->m_removed.clear();
-        m_model->m_updated.clear();
-    }
-    // The master index holds the rows; a build only re-sorts it.
-    void build() override {}
-    void add(Record const& record) override { m_model->m_added.append(record); }
-    void remove(Record const& record, int) override
-    {
-        m_model->m_removed.insert(record.row());
-        m_model->m_updated.remove(record.row());
-    }
-    void update(Record const& record, int, int, int) override { m_model->m_updated.insert(record.row()); }
-    bool filter(Record const&) const override { return true; }
-    bool contains(Record const& record) const override { return m_model->m_position.contains(record.row()); }
-    void endUpdate() override { m_model->batchEnded(); }
-    QString getClassName() const override { return QStringLiteral("TableRowsModel"); }
-
-private:
-    TableRowsModel* m_model;
-};
-
 TableRowsModel::TableRowsModel(QSharedPointer<Table> const& table, QObject* parent)
-    : QAbstractTableModel(parent), m_table(table), m_watch(new Watch(this))
+    : QAbstractTableModel(parent), m_table(table)
 {
     if (!table) return;
-    // Registered and filled under the table's lock, so that no batch falls
-    // between the rows read here and the first change reported.
+    // Watched from the same hold of the table's lock as the rows read here,
+    // so that the first batch told is the first after them.
     TableLocker lock(table.data());
-    table->addIndex(m_watch.get());
     MasterIndex_Column_Pure* master = table->masterIndex();
     m_rows.reserve(master->count());
     for (auto it = master->begin(); it != master->end(); ++it) {
         m_position.insert(it->row(), m_rows.size());
         m_rows.append(*it);
     }
+    m_watch = TableWatch(table, QStringLiteral("TableRowsModel"),
+                         [this](RowChanges const& changes) { batchApplied(changes); });
 }
 
-TableRowsModel::~TableRowsModel()
-{
-    if (QSharedPointer<Table> table = m_table.toStrongRef()) table->removeIndex(m_watch.get());
-}
+TableRowsModel::~TableRowsModel() = default;
 
 void TableRowsModel::setColumns(QVector<Column> const& columns)
 {
@@ -99,25 +67,21 @@ void TableRowsModel::reindexFrom(int row)
     for (int k = row; k < m_rows.size(); ++k) m_position[m_rows[k].row()] = k;
 }
 
-void TableRowsModel::batchEnded()
+void TableRowsModel::batchApplied(RowChanges const& changes)
 {
-    if (m_cleared) {
+    if (changes.cleared) {
         beginResetModel();
-        m_rows = m_added;
+        m_rows = changes.inserted.toVector();
         m_position.clear();
         reindexFrom(0);
         endResetModel();
-        m_cleared = false;
-        m_added.clear();
-        m_removed.clear();
-        m_updated.clear();
         return;
     }
-    if (!m_removed.isEmpty()) {
+    if (!changes.deleted.isEmpty()) {
         std::vector<int> gone;
-        gone.reserve(std::size_t(m_removed.size()));
-        for (unsigned char const* row : qAsConst(m_removed)) {
-            int at = m_position.value(row, -1);
+        gone.reserve(std::size_t(changes.deleted.size()));
+        for (Record const& row : changes.deleted) {
+            int at = m_position.value(row.row(), -1);
             if (at >= 0) gone.push_back(at);
         }
         std::sort(gone.begin(), gone.end());
@@ -133,23 +97,21 @@ void TableRowsModel::batchEnded()
             end = begin;
         }
         if (!gone.empty()) reindexFrom(gone.front());
-        m_removed.clear();
     }
-    if (!m_added.isEmpty()) {
+    if (!changes.inserted.isEmpty()) {
         int first = m_rows.size();
-        beginInsertRows(QModelIndex(), first, first + m_added.size() - 1);
-        for (Record const& r : qAsConst(m_added)) {
+        beginInsertRows(QModelIndex(), first, first + changes.inserted.size() - 1);
+        for (Record const& r : changes.inserted) {
             m_position.insert(r.row(), m_rows.size());
             m_rows.append(r);
         }
         endInsertRows();
-        m_added.clear();
     }
-    if (!m_updated.isEmpty()) {
+    if (!changes.updated.isEmpty()) {
         std::vector<int> changed;
-        changed.reserve(std::size_t(m_updated.size()));
-        for (unsigned char const* row : qAsConst(m_updated)) {
-            int at = m_position.value(row, -1);
+        changed.reserve(std::size_t(changes.updated.size()));
+        for (Record const& row : changes.updated) {
+            int at = m_position.value(row.row(), -1);
             if (at >= 0) changed.push_back(at);
         }
         std::sort(changed.begin(), changed.end());
@@ -161,6 +123,5 @@ void TableRowsModel::batchEnded()
             begin = end;
         }
         m_announcedRows += qint64(changed.size());
-        m_updated.clear();
     }
 }

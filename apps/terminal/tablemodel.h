@@ -1,26 +1,22 @@
 #pragma once
-#include <database/index.h>
 #include <database/table.h>
 
 #include <QAbstractTableModel>
 #include <QHash>
-#include <QSet>
 #include <QSharedPointer>
 #include <QVector>
 #include <QWeakPointer>
-#include <memory>
 
 // A table model over every row of one replicated table, in arrival order.
 //
 // Directories announce a batch without saying which rows it touched (and
 // the securities directory stays silent on price changes), so the model
-// keeps an index of its own on the table: the database tells it row by row
-// what a batch inserts, updates and deletes, and at the batch's end the
-// model announces exactly those rows. It resets only when the table itself
-// is cleared.
+// watches the table: after each batch the database tells it which rows the
+// batch inserted, updated and deleted, and the model announces exactly
+// those rows. It resets only when the table itself is cleared.
 //
-// Threading: the index runs on the database's updating thread, which must be
-// the thread the model lives on (the GUI thread of the terminal).
+// Threading: the watcher runs on the database's updating thread, which must
+// be the thread the model lives on (the GUI thread of the terminal).
 class TableRowsModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -53,20 +49,13 @@ protected:
     virtual QVariant cell(Record const& record, int column, int role) const;
 
 private:
-    class Watch;
-    void batchEnded();
+    void batchApplied(RowChanges const& changes);
     void reindexFrom(int row);
 
     QWeakPointer<Table> m_table;
-    std::unique_ptr<Watch> m_watch;
     QVector<Column> m_columns;
     QVector<Record> m_rows;
     QHash<unsigned char const*, int> m_position;
-
-    // What the running batch did, applied to the model at its end.
-    QVector<Record> m_added;
-    QSet<unsigned char const*> m_removed;
-    QSet<unsigned char const*> m_updated;
-    bool m_cleared = false;
     qint64 m_announcedRows = 0;
+    TableWatch m_watch;   // last: removed before the rows it updates go
 };

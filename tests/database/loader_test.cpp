@@ -8,6 +8,7 @@
 #include <QSet>
 #include <QTemporaryDir>
 #include <QThread>
+#include <poll.h>
 
 namespace {
 QString writeFile(QTemporaryDir const& dir, QString const& name, QByteArray const& text)
@@ -53,6 +54,38 @@ TEST(LoaderThreads, AppliesOnTheCallingThreadAndReportsProgress)
     EXPECT_EQ(applied, 50);
     EXPECT_EQ(t.items->rowCount(), 50);
     EXPECT_EQ(rec.threads, QSet<QThread*>({QThread::currentThread()}));
+}
+
+// A consumer that must not block waits for the reader's descriptor: it turns
+// readable for every batch and for the end, and only then (a wake-up always
+// finds a batch to take or the end). Here the consumer is slower than the
+// reader for the first half and faster for the second.
+TEST(LoaderThreads, TheReadersDescriptorWakesTheConsumerForEveryBatchAndTheEnd)
+{
+    TestDb t;
+    QTemporaryDir dir;
+    QByteArray text;
+    for (int i = 0; i < 40; ++i) text += QStringLiteral(R"({"table":"items","ops":[{"insert":{"grp":1,"id":%1}}]})").arg(i).toUtf8() + "\n";
+    BatchReader reader(t.db, writeFile(dir, "log.jsonl", text));
+    int taken = 0;
+    while (true) {
+        pollfd ready{reader.readyDescriptor(), POLLIN, 0};
+        ASSERT_EQ(::poll(&ready, 1, 10000), 1) << "no wake-up after " << taken << " batches";
+        BatchReader::Item item;
+        if (!reader.tryNext(item)) {
+            ASSERT_TRUE(reader.atEnd()) << "woken with nothing to take after " << taken << " batches";
+            break;
+        }
+        ASSERT_TRUE(item.error.isEmpty()) << item.error.toStdString();
+        t.db.apply(item.batch);
+        ++taken;
+        if (taken < 20) QThread::msleep(1);
+    }
+    EXPECT_EQ(taken, 40);
+    EXPECT_EQ(t.items->rowCount(), 40);
+    // At the end it stays readable, and tryNext keeps answering none.
+    pollfd ready{reader.readyDescriptor(), POLLIN, 0};
+    EXPECT_EQ(::poll(&ready, 1, 0), 1);
 }
 
 TEST(LoaderThreads, StopsAtTheFirstBadBatchNamingFileAndLine)

@@ -1,5 +1,6 @@
-// The table model learns which rows a batch changed from its own index and
-// announces exactly those, never resetting except when the table is cleared.
+// The table model learns which rows a batch changed from the table's watcher
+// and announces exactly those, never resetting except when the table is
+// cleared.
 #include "tablemodel.h"
 
 #include <database/batch.h>
@@ -88,12 +89,27 @@ TEST(TerminalTableModel, InsertsAndRemovesRowsInPlace)
 TEST(TerminalTableModel, LeavesTheTableCleanWhenDestroyed)
 {
     Items items;
-    int const before = items.table->indexes().size();
+    int const indexes = items.table->indexes().size();
     {
         ItemsModel model(items.table);
-        EXPECT_EQ(items.table->indexes().size(), before + 1);
+        EXPECT_EQ(items.table->watcherCount(), 1);
+        EXPECT_EQ(items.table->indexes().size(), indexes);   // it keeps no index of its own
     }
-    EXPECT_EQ(items.table->indexes().size(), before);
-    items.apply(R"({"table":"items","ops":[{"insert":{"id":1,"price":"1.00"}}]})");   // no dangling index is called
+    EXPECT_EQ(items.table->watcherCount(), 0);
+    items.apply(R"({"table":"items","ops":[{"insert":{"id":1,"price":"1.00"}}]})");   // no dangling watcher is called
     EXPECT_EQ(items.table->rowCount(), 1);
+}
+
+TEST(TerminalTableModel, KeepsItsRowsWhenTheTableIsRebuiltAndEmptiesWhenItIsCleared)
+{
+    Items items;
+    items.apply(R"({"table":"items","ops":[{"insert":{"id":1,"price":"1.00"}},{"insert":{"id":2,"price":"2.00"}}]})");
+    ItemsModel model(items.table);
+    items.table->rebuild();   // re-sorts; no row changes
+    items.table->build();
+    EXPECT_EQ(items.shown(model), QStringList({"1=1.00", "2=2.00"}));
+    QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+    items.table->clear();
+    EXPECT_EQ(reset.size(), 1);
+    EXPECT_EQ(model.rowCount(), 0);
 }

@@ -1,6 +1,7 @@
 // The views' own behaviour on the bundled market: the replay's controls, the
 // securities' filter and sort, the smile's redraw, the English texts.
 #include "terminal_fixture.h"
+#include "accounts.h"
 #include "binding.h"
 #include "context.h"
 #include "feed.h"
@@ -15,16 +16,27 @@
 #include <database/database.h>
 #include <directories>
 
+#include <QComboBox>
 #include <QCoreApplication>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTabWidget>
 #include <QTableView>
 #include <QTest>
 #include <QTranslator>
+#include <QTreeWidget>
 #include <QtCharts/QLineSeries>
 #include <gtest/gtest.h>
 #include <memory>
+
+namespace {
+void apply(QByteArray const& line)
+{
+    Database* db = ICore::instance()->database();
+    db->apply(BatchDecoder(*db).decode(line, QStringLiteral("inline:1")));
+}
+} // namespace
 
 TEST(TerminalViewsThreads, ReplayPausesResumesAndReportsProgress)
 {
@@ -111,4 +123,97 @@ TEST(TerminalViewsThreads, EnglishTextsReplaceTheRussianSources)
     EXPECT_EQ(window->optionBoard()->model()->headerData(OptionBoardModel::StrikeColumn, Qt::Horizontal).toString(), "Strike");
     EXPECT_EQ(window->replay()->startButton()->text(), "Start");
     QCoreApplication::removeTranslator(&english);
+}
+
+// The board reads its base's options again only for a batch that touches
+// them (a scan of the securities); prices alone wait for the volatility
+// timer, as before.
+TEST(TerminalViewsThreads, OptionBoardIsReloadedOnlyByBatchesThatChangeItsOptions)
+{
+    auto window = openTerminal();
+    OptionBoardView* board = window->optionBoard();
+    window->tabs()->setCurrentWidget(board);
+    ASSERT_TRUE(board->choose("VLT", QDate(2026, 12, 17)));
+    ASSERT_EQ(board->model()->seriesId(), 503);
+    QSignalSpy reloaded(board->model(), &QAbstractItemModel::modelReset);
+
+    // A static column of another series' option and of another base's
+    // future; a price of one of its own options.
+    apply(R"({"table":"securities","ops":[{"update":{"stock_id":1,"board_id":14,"sec_id":4300000231,"lotsize":20}},
+              {"update":{"stock_id":1,"board_id":1,"sec_id":100013,"lotsize":2}},
+              {"update":{"stock_id":1,"board_id":14,"sec_id":4300000045,"bid":"40.10"}}]})");
+    QTest::qWait(50);
+    EXPECT_EQ(reloaded.size(), 0);
+
+    // A static column of one of its options.
+    apply(R"({"table":"securities","ops":[{"update":{"stock_id":1,"board_id":14,"sec_id":4300000045,"lotsize":20}}]})");
+    QTRY_COMPARE_WITH_TIMEOUT(reloaded.size(), 1, 2000);
+    // A new strike of its series comes, then goes.
+    apply(R"({"table":"securities","ops":[{"insert":{"stock_id":1,"board_id":14,"sec_id":4300009001,"isin_id":29001,
+              "sec_code":"VLTC38824L3","base_code":"VLT","sectype":"O","decimals":2,"lotsize":10,"expdate":"2026-12-17 18:50:00",
+              "strike":"388.24","option_type":"C","option_series_id":503,"fut_isin_id":20001,"main_board_id":1}}]})");
+    QTRY_COMPARE_WITH_TIMEOUT(reloaded.size(), 2, 2000);
+    EXPECT_EQ(board->model()->rows().size(), 12u);
+    apply(R"({"table":"securities","ops":[{"delete":{"stock_id":1,"board_id":14,"sec_id":4300009001}}]})");
+    QTRY_COMPARE_WITH_TIMEOUT(reloaded.size(), 3, 2000);
+    EXPECT_EQ(board->model()->rows().size(), 11u);
+}
+
+// The tree of markets and boards is read again only when a batch brings or
+// takes one, or changes what the tree shows of it.
+TEST(TerminalViewsThreads, MarketTreeIsReadAgainOnlyWhenWhatItShowsChanges)
+{
+    auto window = openTerminal();
+    QTreeWidget* tree = window->market()->tree();
+    auto firstBoard = [tree] { return tree->topLevelItem(0)->child(0)->child(0); };
+    int const mark = Qt::UserRole + 10;
+    firstBoard()->setData(0, mark, true);   // gone if the tree is built again
+    int const boardsOfMarket4 = tree->topLevelItem(0)->child(1)->childCount();
+
+    apply(R"({"table":"boards","ops":[{"update":{"stock_id":1,"board_id":1,"flags":7,"anonym":"N"}}]})");
+    EXPECT_TRUE(firstBoard()->data(0, mark).toBool());
+
+    apply(R"({"table":"boards","ops":[{"update":{"stock_id":1,"board_id":1,"name":"Renamed"}}]})");
+    EXPECT_TRUE(firstBoard()->text(0).startsWith("Renamed (")) << firstBoard()->text(0).toStdString();
+    apply(R"({"table":"boards","ops":[{"insert":{"stock_id":4,"board_id":99,"board_code":"NEW","name":"New board"}}]})");
+    EXPECT_EQ(tree->topLevelItem(0)->child(1)->childCount(), boardsOfMarket4 + 1);
+}
+
+// The accounts come and go with the investors' rows, in the table's order;
+// the chosen one stays chosen while it is there.
+TEST(TerminalViewsThreads, AccountListFollowsInvestorsComingAndGoing)
+{
+    auto window = openTerminal();
+    AccountPanel* panel = window->accounts();
+    panel->chooseAccount("FB02001");
+    QSignalSpy chosen(panel, &AccountPanel::accountChosen);
+    auto listed = [panel] {
+        QStringList accounts;
+        for (int k = 0; k < panel->accountBox()->count(); ++k) accounts << panel->accountBox()->itemText(k);
+        return accounts;
+    };
+    auto inTable = [] {
+        QStringList accounts;
+        QSharedPointer<Table> t = ICore::instance()->database()->table("k3.investor");
+        for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it)
+            accounts << it->data("client_code").toString().trimmed();
+        return accounts;
+    };
+    apply(R"({"table":"k3.investor","ops":[{"insert":{"client_code":"FA01005","name":"Новиков"}},{"delete":{"client_code":"FA02001"}},
+              {"insert":{"client_code":"AA00001","name":"Первый"}},{"insert":{"client_code":"ZZ99001","name":"Последний"}},
+              {"update":{"client_code":"FB02002","name":"Другое имя"}}]})");
+    QTRY_COMPARE_WITH_TIMEOUT(listed(), inTable(), 2000);
+    EXPECT_TRUE(listed().contains("FA01005"));
+    EXPECT_FALSE(listed().contains("FA02001"));
+    EXPECT_EQ(listed().first(), "AA00001");
+    EXPECT_EQ(listed().last(), "ZZ99001");
+    EXPECT_EQ(panel->account(), "FB02001");
+    EXPECT_EQ(chosen.size(), 0);
+
+    // The chosen account leaves: the first is chosen, and the panel says so.
+    apply(R"({"table":"k3.investor","ops":[{"delete":{"client_code":"FB02001"}}]})");
+    QTRY_COMPARE_WITH_TIMEOUT(chosen.size(), 1, 2000);
+    EXPECT_EQ(panel->account(), "AA00001");
+    EXPECT_EQ(chosen.first().first().toString(), "AA00001");
+    EXPECT_EQ(listed(), inTable());
 }

@@ -277,17 +277,21 @@ public:
     template <class Call>
     void run(Index* index, char const* what, Call&& call)
     {
+        QString message;
+        if (attempt(call, message)) return;
+        QString name;
         try {
-            call();
-        } catch (Exception const& e) {
-            note(index, what, e.message());
-        } catch (QString const& message) {
-            note(index, what, message);
-        } catch (std::exception const& e) {
-            note(index, what, QString::fromLocal8Bit(e.what()));
+            name = index->getClassName();
         } catch (...) {
-            note(index, what, QStringLiteral("unknown exception"));
         }
+        if (name.isEmpty()) name = QStringLiteral("an index");
+        m_failures << QStringLiteral("%1 failed in %2: %3").arg(name, QLatin1String(what), message);
+    }
+    template <class Call>
+    void runWatcher(QString const& name, Call&& call)
+    {
+        QString message;
+        if (!attempt(call, message)) m_failures << QStringLiteral("watcher '%1' failed: %2").arg(name, message);
     }
     void finish() const
     {
@@ -298,15 +302,22 @@ public:
     }
 
 private:
-    void note(Index* index, char const* what, QString const& message)
+    template <class Call>
+    static bool attempt(Call& call, QString& message)
     {
-        QString name;
         try {
-            name = index->getClassName();
+            call();
+            return true;
+        } catch (Exception const& e) {
+            message = e.message();
+        } catch (QString const& text) {
+            message = text;
+        } catch (std::exception const& e) {
+            message = QString::fromLocal8Bit(e.what());
         } catch (...) {
+            message = QStringLiteral("unknown exception");
         }
-        if (name.isEmpty()) name = QStringLiteral("an index");
-        m_failures << QStringLiteral("%1 failed in %2: %3").arg(name, QLatin1String(what), message);
+        return false;
     }
 
     Table* m_table;
@@ -320,10 +331,36 @@ struct TableLock
     ~TableLock() { table->unlock(); }
     Table* table;
 };
+
+// Watchers running on this thread: a batch applied from one would reach
+// the other watchers before the batch they are being told of.
+thread_local int t_watching = 0;
+
+void refuseInsideWatcher(Table const* table, QString const& origin)
+{
+    if (t_watching > 0)
+        throw Exception(QStringLiteral("%1: not applied to table '%2': a batch cannot be applied while a watcher runs")
+                            .arg(origin.isEmpty() ? QStringLiteral("batch") : origin, table->name()));
+}
+
+void notifyWatchers(Table* table, RowChanges const& changes, HookRunner& hooks)
+{
+    // Called under the table's lock. A copy of the list: a watcher may add
+    // or remove watchers; the removed ones are skipped, the added ones wait
+    // for the next batch.
+    auto const watchers = BatchApplier::watchersOf(table);
+    for (auto const& w : watchers) {
+        if (!w->active) continue;
+        ++t_watching;
+        hooks.runWatcher(w->name, [&] { w->call(changes); });
+        --t_watching;
+    }
+}
 } // namespace
 
-void BatchApplier::restructure(Table* table, QString const& origin, std::function<void(Index*)> const& change)
+void BatchApplier::restructure(Table* table, QString const& origin, std::function<void(Index*)> const& change, bool clearsRows)
 {
+    refuseInsideWatcher(table, origin);
     TableLock lock(table);
     HookRunner hooks(table, origin);
     QList<Index*> const indexes = table->indexes();
@@ -333,11 +370,19 @@ void BatchApplier::restructure(Table* table, QString const& origin, std::functio
     for (Index* i : indexes) hooks.run(i, "the change", [&] { change(i); });
     for (Index* i : indexes) hooks.run(i, "endUpdate", [&] { i->endUpdate(); });
     for (Index* d : dependents) hooks.run(d, "dependentEndUpdate", [&] { d->dependentEndUpdate(table); });
+    if (clearsRows && !table->m_watchers.empty()) {
+        RowChanges changes;
+        changes.table = table;
+        changes.origin = origin;
+        changes.cleared = true;
+        notifyWatchers(table, changes, hooks);
+    }
     hooks.finish();
 }
 
 void BatchApplier::apply(Table* table, BatchPlan const& plan, QString const& origin)
 {
+    refuseInsideWatcher(table, origin);
     TableLock lock(table);
     HookRunner hooks(table, origin);
     QList<Index*> const indexes = table->indexes();
@@ -387,5 +432,27 @@ void BatchApplier::apply(Table* table, BatchPlan const& plan, QString const& ori
 
     for (Index* i : indexes) hooks.run(i, "endUpdate", [&] { i->endUpdate(); });
     for (Index* d : dependents) hooks.run(d, "dependentEndUpdate", [&] { d->dependentEndUpdate(table); });
+
+    if (!table->m_watchers.empty() && (plan.clearAll || !inserted.isEmpty() || !updated.isEmpty() || !deleted.isEmpty())) {
+        RowChanges changes;
+        changes.table = table;
+        changes.origin = origin;
+        changes.cleared = plan.clearAll;
+        changes.inserted = inserted;
+        changes.updated = updated;
+        changes.deleted = deleted;
+        changes.changedColumns.fill(false, table->columnCount());
+        changes.updatedColumnStart.reserve(int(plan.updates.size()) + 1);
+        for (auto const& u : plan.updates) {
+            changes.updatedColumnStart.append(changes.updatedColumns.size());
+            for (int k = 0; k < u.columnCount; ++k) {
+                int const column = plan.updateColumns[std::size_t(u.firstColumn + k)];
+                changes.updatedColumns.append(column);
+                changes.changedColumns[column] = true;
+            }
+        }
+        changes.updatedColumnStart.append(changes.updatedColumns.size());
+        notifyWatchers(table, changes, hooks);
+    }
     hooks.finish();
 }

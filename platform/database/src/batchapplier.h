@@ -4,6 +4,7 @@
 #include <QHash>
 #include <QStringList>
 #include <functional>
+#include <memory>
 #include <vector>
 
 // Key existence carried from one planned batch to the next without touching
@@ -45,7 +46,12 @@ public:
     static void apply(Table* table, BatchPlan const& plan, QString const& origin = QString());
     // A change of the whole table (clear, build, rebuild): `change` runs on
     // every index inside one begin/end pair, as for a batch.
-    static void restructure(Table* table, QString const& origin, std::function<void(Index*)> const& change);
+    // Clearing tells the table's watchers too (`clearsRows`).
+    static void restructure(Table* table, QString const& origin, std::function<void(Index*)> const& change,
+                            bool clearsRows = false);
+
+    // The table's watchers as they stand (called under the table's lock).
+    static std::vector<std::shared_ptr<Table::WatcherEntry>> watchersOf(Table const* table) { return table->m_watchers; }
 
     static QByteArray keyBytes(Table const* table, unsigned char const* row);
     // A new row with the image's values, its strings copied rather than shared.

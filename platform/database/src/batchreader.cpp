@@ -4,9 +4,14 @@
 #include <QFile>
 #include <QFileInfo>
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 BatchReader::BatchReader(Database const& db, QString const& path, qint64 maxLineBytes)
     : m_decoder(db), m_path(path), m_maxLineBytes(std::min(maxLineBytes, kMaxLineBytes))
@@ -14,6 +19,11 @@ BatchReader::BatchReader(Database const& db, QString const& path, qint64 maxLine
     m_file = std::fopen(QFile::encodeName(path).constData(), "rb");
     if (!m_file) throw Exception(QStringLiteral("%1: cannot open").arg(path));
     m_total = QFileInfo(path).size();
+    m_readyFd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (m_readyFd < 0) {
+        std::fclose(m_file);
+        throw Exception(QStringLiteral("%1: cannot create the reader's ready descriptor").arg(path));
+    }
     m_thread = std::thread([this] { run(); });
 }
 
@@ -26,6 +36,20 @@ BatchReader::~BatchReader()
     m_cv.notify_all();
     if (m_thread.joinable()) m_thread.join();
     std::fclose(m_file);
+    ::close(m_readyFd);
+}
+
+void BatchReader::updateReady()
+{
+    bool const ready = !m_queue.empty() || m_done;
+    if (ready == m_readySignalled) return;
+    std::uint64_t value = 1;
+    ssize_t n;
+    // The descriptor is a counter: a write makes it readable, a read empties it.
+    do {
+        n = ready ? ::write(m_readyFd, &value, sizeof value) : ::read(m_readyFd, &value, sizeof value);
+    } while (n < 0 && errno == EINTR);
+    m_readySignalled = ready;
 }
 
 bool BatchReader::next(Item& item)
@@ -35,6 +59,7 @@ bool BatchReader::next(Item& item)
     if (m_queue.empty()) return false;
     item = std::move(m_queue.front());
     m_queue.pop_front();
+    updateReady();
     m_cv.notify_all();
     return true;
 }
@@ -45,6 +70,7 @@ bool BatchReader::tryNext(Item& item)
     if (m_queue.empty()) return false;
     item = std::move(m_queue.front());
     m_queue.pop_front();
+    updateReady();
     m_cv.notify_all();
     return true;
 }
@@ -62,6 +88,7 @@ void BatchReader::push(Item&& item)
         m_cv.wait(lock, [this] { return m_queue.size() < kQueueDepth || m_stop; });
         if (m_stop) return;
         m_queue.push_back(std::move(item));
+        updateReady();
         m_cv.notify_all();
     }
 }
@@ -173,5 +200,6 @@ void BatchReader::run()
     }
     std::lock_guard<std::mutex> lock(m_mutex);
     m_done = true;
+    updateReady();
     m_cv.notify_all();
 }

@@ -115,6 +115,10 @@ void Table::release(Table* table)
     table->m_master = nullptr;
     table->m_indexes.clear();
     table->m_dependents.clear();
+    table->lock();
+    for (auto const& w : table->m_watchers) w->active = false;
+    table->m_watchers.clear();
+    table->unlock();
     delete master;
     if (table->m_liveRows.fetch_sub(1, std::memory_order_acq_rel) == 1) delete table;
 }
@@ -298,6 +302,63 @@ Index* Table::indexByName(QString const& name) const
     return m_named.value(name, nullptr);
 }
 
+Table::WatcherId Table::addWatcher(QString const& name, Watcher watcher)
+{
+    TableLocker locker(this);
+    if (!watcher) return 0;
+    auto entry = std::make_shared<WatcherEntry>();
+    entry->id = m_nextWatcher++;
+    entry->name = name;
+    entry->call = std::move(watcher);
+    m_watchers.push_back(entry);
+    return entry->id;
+}
+
+void Table::removeWatcher(WatcherId id)
+{
+    TableLocker locker(this);
+    for (auto it = m_watchers.begin(); it != m_watchers.end(); ++it) {
+        if ((*it)->id != id) continue;
+        (*it)->active = false;
+        m_watchers.erase(it);
+        return;
+    }
+}
+
+int Table::watcherCount() const
+{
+    TableLocker locker(this);
+    return int(m_watchers.size());
+}
+
+TableWatch::TableWatch(QSharedPointer<Table> const& table, QString const& name, Table::Watcher watcher)
+    : m_table(table), m_id(table ? table->addWatcher(name, std::move(watcher)) : 0)
+{
+}
+
+TableWatch::~TableWatch() { reset(); }
+
+TableWatch::TableWatch(TableWatch&& other) noexcept : m_table(std::move(other.m_table)), m_id(other.m_id) { other.m_id = 0; }
+
+TableWatch& TableWatch::operator=(TableWatch&& other) noexcept
+{
+    if (this != &other) {
+        reset();
+        m_table = std::move(other.m_table);
+        m_id = other.m_id;
+        other.m_id = 0;
+    }
+    return *this;
+}
+
+void TableWatch::reset()
+{
+    if (m_id != 0)
+        if (QSharedPointer<Table> table = m_table.toStrongRef()) table->removeWatcher(m_id);
+    m_id = 0;
+    m_table.clear();
+}
+
 void Table::clear()
 {
     BatchApplier::restructure(this, QStringLiteral("clear of table '%1'").arg(m_name), [this](Index* i) {
@@ -307,7 +368,7 @@ void Table::clear()
                 reinterpret_cast<RowHeader*>(it->row())->flags &= ~std::uint32_t(RowInTable);
         }
         i->clear();
-    });
+    }, true);
 }
 
 void Table::build()

@@ -16,8 +16,10 @@ class Database;
 // thread. A bounded queue keeps memory flat however slow the consumer is.
 //
 // The consumer either waits (next) or, on a thread that must not block (a
-// GUI thread between events), asks without waiting (tryNext) and asks again
-// later when nothing was ready.
+// GUI thread between events), asks without waiting (tryNext) and, when
+// nothing was ready, waits in its event loop for readyDescriptor() to turn
+// readable (a socket notifier): the reading thread only writes to that
+// descriptor, so no event queue is shared between the two threads.
 class DATABASE_EXPORT BatchReader
 {
 public:
@@ -47,11 +49,16 @@ public:
     // the file is done: atEnd() tells which.
     bool tryNext(Item& item);
     bool atEnd() const;
+    // Readable exactly while an item is waiting or the file is done (tryNext
+    // would take an item, or atEnd() is true); for select, poll or a socket
+    // notifier. Owned by the reader: never read or closed by the consumer.
+    int readyDescriptor() const { return m_readyFd; }
 
 private:
     static constexpr std::size_t kQueueDepth = 4;
     void push(Item&& item);
     void run();
+    void updateReady();   // under m_mutex
 
     BatchDecoder m_decoder;
     QString m_path;
@@ -64,4 +71,6 @@ private:
     std::deque<Item> m_queue;
     bool m_stop = false;
     bool m_done = false;
+    int m_readyFd = -1;
+    bool m_readySignalled = false;   // under m_mutex: the descriptor is readable
 };

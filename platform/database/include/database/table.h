@@ -4,11 +4,15 @@
 #include "record.h"
 #include <QHash>
 #include <QList>
+#include <QSharedPointer>
 #include <QThread>
 #include <QString>
 #include <QStringList>
+#include <QVector>
+#include <QWeakPointer>
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -22,6 +26,35 @@ struct DATABASE_EXPORT TableSchema
     QString name;
     QList<ColumnDef> columns;   // name, type, length, scale, nullable
     QStringList key;            // master-index key columns
+};
+
+// What one applied batch did to a table, as the table's watchers are told
+// (see docs/change-path.md). The lists are the batch's own, folded: a row
+// appears in at most one of them.
+struct DATABASE_EXPORT RowChanges
+{
+    Table* table = nullptr;
+    QString origin;             // the batch's "file:line", or "clear of table '...'"
+    // The table was emptied first. The rows it held then are not listed
+    // one by one; `inserted` is then everything the table holds.
+    bool cleared = false;
+    QList<Record> inserted;     // rows new to the table, in the batch's order
+    QList<Record> updated;      // rows changed in place, now holding the new values
+    QList<Record> deleted;      // rows that left: still readable, inTable() false
+    QVector<bool> changedColumns;   // by column number: some row of `updated` changed it
+    // The columns each row of `updated` changed: those of updated[k] are
+    // updatedColumns[updatedColumnStart[k]] up to updatedColumnStart[k + 1].
+    QVector<int> updatedColumns;
+    QVector<int> updatedColumnStart;
+
+    bool columnChanged(int column) const { return column >= 0 && column < changedColumns.size() && changedColumns[column]; }
+    bool columnChanged(int updatedRow, int column) const
+    {
+        if (updatedRow < 0 || updatedRow + 1 >= updatedColumnStart.size()) return false;
+        for (int k = updatedColumnStart[updatedRow]; k < updatedColumnStart[updatedRow + 1]; ++k)
+            if (updatedColumns[k] == column) return true;
+        return false;
+    }
 };
 
 // One replicated table: its column layout, its rows (held by its master
@@ -97,6 +130,25 @@ public:
     QList<Index*> const& indexes() const { return m_indexes; }
     QList<Index*> const& dependents() const { return m_dependents; }
 
+    // Watchers: the one way for a program to learn which rows a batch
+    // inserted, updated and deleted. A watcher is called on the updating
+    // thread once per batch that changed rows (and per clear), after every
+    // index's endUpdate and every dependent's dependentEndUpdate, still
+    // under the table's lock; a rejected batch calls none. One that throws
+    // is reported with the batch (HookFailure) and stops no other. It may
+    // read any table and add or remove watchers; it applies no batch (such
+    // a batch is rejected). Added and removed from any thread under the
+    // table's lock: a watcher added together with a read of the rows (in
+    // one hold of the lock) hears of every batch after that read and of
+    // none before; once removeWatcher returns it is not running and is
+    // never called again (one added or removed by a watcher takes effect
+    // from the next batch and at once). `name` names it in failures.
+    using Watcher = std::function<void(RowChanges const&)>;
+    using WatcherId = quint64;
+    WatcherId addWatcher(QString const& name, Watcher watcher);
+    void removeWatcher(WatcherId id);
+    int watcherCount() const;
+
     // Every registered index, master first, inside one begin/end pair of
     // the indexes and of the dependents, as for a batch (see
     // docs/change-path.md). A failing index is reported after every index
@@ -131,6 +183,18 @@ private:
     QList<Index*> m_indexes;             // master index first
     QList<Index*> m_dependents;
     QHash<QString, Index*> m_named;
+    struct WatcherEntry
+    {
+        WatcherId id;
+        QString name;
+        Watcher call;
+        bool active = true;   // under the table's lock
+    };
+    // Shared with a running batch's copy of the list, so that a watcher
+    // removed while the batch calls the others is skipped, and one that
+    // removes itself finishes its call.
+    std::vector<std::shared_ptr<WatcherEntry>> m_watchers;
+    WatcherId m_nextWatcher = 1;
     mutable std::recursive_mutex m_mutex;   // pthread-based: visible to the thread checker
     mutable std::atomic<Qt::HANDLE> m_lockOwner{nullptr};
     mutable int m_lockDepth = 0;                   // written by the owner only
@@ -146,4 +210,26 @@ private:
     mutable unsigned char* m_freeRows = nullptr;   // linked through their first bytes
     mutable std::vector<unsigned char*> m_blocks;
     mutable int m_nextBlockRows = 4;               // doubles up to a limit
+};
+
+// Holds one watcher of a table for its own lifetime: removes it when
+// destroyed or reset, unless the table is gone already. For the thread and
+// lifetime rules, see Table::addWatcher.
+class DATABASE_EXPORT TableWatch
+{
+public:
+    TableWatch() = default;
+    TableWatch(QSharedPointer<Table> const& table, QString const& name, Table::Watcher watcher);
+    ~TableWatch();
+    TableWatch(TableWatch&& other) noexcept;
+    TableWatch& operator=(TableWatch&& other) noexcept;
+    TableWatch(TableWatch const&) = delete;
+    TableWatch& operator=(TableWatch const&) = delete;
+
+    bool isActive() const { return m_id != 0 && !m_table.isNull(); }
+    void reset();
+
+private:
+    QWeakPointer<Table> m_table;
+    Table::WatcherId m_id = 0;
 };
