@@ -192,11 +192,12 @@ private:
 // ---------------------------------------------------------------------------
 // Texts of fields.
 
-// The text a field holds, seen in place where it can be: a fixed-width text
-// up to its first NUL or its width, a variable one as stored, any other
-// column through its text; a null field is the empty text. Every comparison
-// of a field's text, with a text or another field's, is this one: code unit
-// by code unit, as QString orders.
+// The text a text column's field holds, seen in place: a fixed-width text
+// up to its first NUL or its width, a variable one as stored; a null field,
+// and a column of another type, is the empty text. A view: it lives as long
+// as the row is unchanged, and copies nothing, so hot loops may make one a
+// row. Every comparison of a field's text, with a text or another field's,
+// is this one: code unit by code unit, as QString orders.
 class FieldText
 {
 public:
@@ -205,39 +206,71 @@ public:
         if (!field.hasValue()) return;
         if (field.type() == FieldType::Char) {
             m_units = reinterpret_cast<char16_t const*>(field.data());
-            int const width = field.length() / 2;
-            while (m_size < width && m_units[m_size]) ++m_size;
+            m_limit = field.length() / 2;
+            m_endsAtNul = true;
             return;
         }
-        m_copy = field.asStaticString();
-        m_units = reinterpret_cast<char16_t const*>(m_copy.utf16());
-        m_size = m_copy.size();
+        if (field.type() == FieldType::VarChar) {
+            // The row keeps its string; the view points into it, as into a
+            // fixed-width text, and lives as long as the row is unchanged.
+            QString const stored = field.asStaticString();
+            m_units = reinterpret_cast<char16_t const*>(stored.constData());
+            m_limit = stored.size();
+        }
     }
 
-    int size() const { return m_size; }
-    bool isEmpty() const { return m_size == 0; }
-    QString toString() const { return QString(reinterpret_cast<QChar const*>(m_units), m_size); }
+    int size() const
+    {
+        int n = 0;
+        while (!endsAt(n)) ++n;
+        return n;
+    }
+    bool isEmpty() const { return endsAt(0); }
+    QString toString() const { return QString(reinterpret_cast<QChar const*>(m_units), size()); }
 
-    // Sign of (this text) - the other.
-    int compare(QString const& text) const { return compareUnits(reinterpret_cast<char16_t const*>(text.utf16()), text.size()); }
-    int compare(FieldText const& other) const { return compareUnits(other.m_units, other.m_size); }
+    // Sign of (this text) - the other, read up to where each ends.
+    int compare(QString const& text) const
+    {
+        auto const* t = reinterpret_cast<char16_t const*>(text.constData());
+        return m_endsAtNul ? compareUnits<true, false>(t, text.size()) : compareUnits<false, false>(t, text.size());
+    }
+    int compare(FieldText const& other) const
+    {
+        if (m_endsAtNul) {
+            return other.m_endsAtNul ? compareUnits<true, true>(other.m_units, other.m_limit)
+                                     : compareUnits<true, false>(other.m_units, other.m_limit);
+        }
+        return other.m_endsAtNul ? compareUnits<false, true>(other.m_units, other.m_limit)
+                                 : compareUnits<false, false>(other.m_units, other.m_limit);
+    }
     bool startsWith(QString const& text) const
     {
-        return text.size() <= m_size && std::equal(m_units, m_units + text.size(), reinterpret_cast<char16_t const*>(text.utf16()));
+        int const n = text.size();
+        if (n > m_limit) return false;
+        auto const* t = reinterpret_cast<char16_t const*>(text.constData());
+        for (int i = 0; i < n; ++i)
+            if (m_units[i] != t[i] || (m_endsAtNul && !m_units[i])) return false;
+        return true;
     }
 
 private:
-    int compareUnits(char16_t const* units, int size) const
+    // A fixed-width text ends at its first NUL or its width; any other at
+    // its length.
+    bool endsAt(int i) const { return i >= m_limit || (m_endsAtNul && !m_units[i]); }
+    template <bool ThisEndsAtNul, bool OtherEndsAtNul>
+    int compareUnits(char16_t const* units, int limit) const
     {
-        int const common = std::min(m_size, size);
-        for (int i = 0; i < common; ++i)
+        for (int i = 0;; ++i) {
+            bool const endA = i >= m_limit || (ThisEndsAtNul && !m_units[i]);
+            bool const endB = i >= limit || (OtherEndsAtNul && !units[i]);
+            if (endA || endB) return endA == endB ? 0 : (endA ? -1 : 1);
             if (m_units[i] != units[i]) return m_units[i] < units[i] ? -1 : 1;
-        return m_size == size ? 0 : (m_size < size ? -1 : 1);
+        }
     }
 
     char16_t const* m_units = nullptr;
-    int m_size = 0;
-    QString m_copy;   // keeps a variable or converted text alive
+    int m_limit = 0;
+    bool m_endsAtNul = false;
 };
 
 // ---------------------------------------------------------------------------
@@ -360,11 +393,11 @@ private:
         QSharedPointer<Table> t = m_table.toStrongRef();
         if (!t || !fits(*t, values...)) return Record();
         if constexpr (frame_detail::kHasStructKey<V...>) {
-            using Key = MasterKey_Struct<frame_detail::StructKeyType<V>...>;
-            Key const key(static_cast<frame_detail::StructKeyType<V>>(values)...);
-            if (m_cached && !wantPosition) return m_cached->findKey(key, -1);
-            auto const* typed = m_cached ? m_cached : m_struct;
-            if (typed) {
+            if (m_cached || m_struct) {
+                using Key = MasterKey_Struct<frame_detail::StructKeyType<V>...>;
+                Key const key(static_cast<frame_detail::StructKeyType<V>>(values)...);
+                if (m_cached && !wantPosition) return m_cached->findKey(key, -1);
+                auto const* typed = m_cached ? m_cached : m_struct;
                 if (wantPosition) {
                     position = typed->searchKey(key, -1);
                     return Record();
