@@ -73,9 +73,13 @@ QString reenteredText(char const* name)
 } // namespace frame_detail
 
 Directory::Directory(QObject* parent, QMetaObject const& cls, QString const& tableName)
-    : Directory(parent, cls.className(),
-                tableName.isEmpty() ? QString::fromLatin1(registryLine(cls).table) : tableName,
-                registryLine(cls).registration, registryLine(cls).missingText)
+    : Directory(parent, registryLine(cls), tableName)
+{
+}
+
+Directory::Directory(QObject* parent, DirectoryClass const& line, QString const& tableName)
+    : Directory(parent, line.name(), tableName.isEmpty() ? QString::fromLatin1(line.table) : tableName,
+                line.registration, line.missingText)
 {
 }
 

@@ -21,6 +21,8 @@
 
 #include <initializer_list>
 
+struct DirectoryClass;
+
 namespace frame_detail {
 // Thrown by a directory constructor, run under qCallOnce, whose table is
 // locked by another thread (a batch): the construction steps back, so that
@@ -185,6 +187,9 @@ protected:
     QWeakPointer<Table> m_table;
 
 private:
+    // The registry's line found once, for the constructor above.
+    Directory(QObject* parent, DirectoryClass const& line, QString const& tableName);
+
     Registration m_registration;
     QList<Index*> m_ownedIndexes;
 };
@@ -370,18 +375,24 @@ public:
     Record keyRecord(V const&... values) const
     {
         QSharedPointer<Table> t = m_table.toStrongRef();
-        if (!t || !fits(*t, values...)) return Record();
+        return t && fits(*t, values...) ? writtenKey(*t, values...) : Record();
+    }
+
+private:
+    // The key row of values that fit their columns; empty when one cannot
+    // be written.
+    Record writtenKey(Table const& t, V const&... values) const
+    {
         try {
-            Record key(t.data());
+            Record key(&t);
             int n = 0;
-            (frame_detail::writeKeyValue(t->dataPtr(key.row(), m_columns[n++]), values), ...);
+            (frame_detail::writeKeyValue(t.dataPtr(key.row(), m_columns[n++]), values), ...);
             return key;
         } catch (Exception const&) {
             return Record();
         }
     }
 
-private:
     bool fits(Table const& t, V const&... values) const
     {
         int n = 0;
@@ -416,7 +427,7 @@ private:
                 }
             }
         }
-        Record key = keyRecord(values...);
+        Record key = writtenKey(*t, values...);   // the table is held and the values fit
         if (key.isEmpty()) return Record();
         if (wantPosition) {
             position = m_index->search(key, -1);
