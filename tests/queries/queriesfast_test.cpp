@@ -189,12 +189,8 @@ TEST_F(QueriesFastTest, SingleCancelWithoutATransportThrowsAfterConsent)
     transactions()->clearTransports();
     {
         ModalAnswerer answerer(ModalAnswerer::PressYes);
-        try {
-            fast()->dropOrder(order("orders", 1), RawAnswer());
-            ADD_FAILURE() << "no transport went unnoticed";
-        } catch (QString const& message) {
-            EXPECT_EQ(message, QStringLiteral("Ошибка при отправке транзакции: нет соответствующего транспорта."));
-        }
+        EXPECT_EQ(refusal([&] { fast()->dropOrder(order("orders", 1), RawAnswer()); }),
+                  QStringLiteral("Ошибка при отправке транзакции: нет соответствующего транспорта."));
         EXPECT_TRUE(answerer.seen);
     }
     ModalAnswerer again(ModalAnswerer::PressYes);
@@ -263,13 +259,8 @@ TEST_F(QueriesFastTest, WhatIsConfirmedIsWhatIsSent)
 {
     {
         ModalAnswerer none(ModalAnswerer::PressYes);
-        try {
-            fast()->addOrder(4, 1, 100, "ACC1", decimal("337.945"), 'B', 3);
-            ADD_FAILURE() << "a price rounded for the question went through";
-        } catch (QString const& message) {
-            EXPECT_EQ(message, QStringLiteral("Цена %1 содержит больше знаков после запятой, чем допускает инструмент (2)")
-                                   .arg(price("337.945")));
-        }
+        EXPECT_EQ(refusal([&] { fast()->addOrder(4, 1, 100, "ACC1", decimal("337.945"), 'B', 3); }),
+                  QStringLiteral("Цена %1 содержит больше знаков после запятой, чем допускает инструмент (2)").arg(price("337.945")));
         QApplication::processEvents();
         EXPECT_FALSE(none.seen);
         EXPECT_TRUE(core.service.built.isEmpty());
@@ -296,12 +287,8 @@ TEST_F(QueriesFastTest, ATransactionThatLostAParameterIsNeitherShownNorSent)
     noPrice.parameters = QStringList{"Security", "Account", "BuySell", "Quantity", "Type"};
     transactions()->registerTemplate(noPrice);
     ModalAnswerer none(ModalAnswerer::PressYes);
-    try {
-        fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 3);
-        ADD_FAILURE() << "a transaction without its price went through";
-    } catch (QString const& message) {
-        EXPECT_EQ(message, QStringLiteral("Транзакция 1025 собрана без параметра Price"));
-    }
+    EXPECT_EQ(refusal([&] { fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 3); }),
+              QStringLiteral("Транзакция 1025 собрана без параметра Price"));
     QApplication::processEvents();
     EXPECT_FALSE(none.seen);
     EXPECT_TRUE(core.service.sent.isEmpty());
@@ -316,12 +303,8 @@ TEST_F(QueriesFastTest, WithoutTheCoresServiceNothingIsSent)
     InstalledCore installed(&switchable);
     {
         ModalAnswerer none(ModalAnswerer::PressYes);
-        try {
-            fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 1);
-            ADD_FAILURE() << "placed without the core's transaction service";
-        } catch (QString const& message) {
-            EXPECT_EQ(message, QStringLiteral("Служба транзакций ядра недоступна"));
-        }
+        EXPECT_EQ(refusal([&] { fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 1); }),
+                  QStringLiteral("Служба транзакций ядра недоступна"));
         EXPECT_THROW(fast()->dropOrder(order("orders", 1), RawAnswer()), QString);
         QApplication::processEvents();
         EXPECT_FALSE(none.seen);
@@ -338,12 +321,8 @@ TEST_F(QueriesFastTest, WithoutTheCoresServiceNothingIsSent)
     for (auto const& send : sends) {
         ModalAnswerer yes(ModalAnswerer::PressYes);
         loseServiceOnShow(yes);
-        try {
-            send();
-            ADD_FAILURE() << "sent after the core lost its transaction service";
-        } catch (QString const& message) {
-            EXPECT_EQ(message, QStringLiteral("Ошибка при отправке транзакции: служба транзакций недоступна."));
-        }
+        EXPECT_EQ(refusal([&] { send(); }),
+                  QStringLiteral("Ошибка при отправке транзакции: служба транзакций недоступна."));
         EXPECT_TRUE(yes.seen);
     }
     EXPECT_TRUE(transport.taken().isEmpty());

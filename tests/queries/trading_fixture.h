@@ -31,6 +31,17 @@ inline void PrintTo(QVariant const& v, std::ostream* os)
     *os << v.typeName() << '(' << v.toString().toStdString() << ')';
 }
 
+// The text a call is refused with, or "<not refused>" when it goes through.
+inline QString refusal(std::function<void()> const& call)
+{
+    try {
+        call();
+    } catch (QString const& message) {
+        return message;
+    }
+    return QStringLiteral("<not refused>");
+}
+
 inline TransactionMeta freeFormTemplate(int code)
 {
     TransactionMeta meta;

@@ -43,28 +43,15 @@ TEST_F(TradingTranslation, EnglishTextsReplaceTheSources)
                                      .arg(decimal("1.0000").toSystemString()));
     }
     transactions()->clearTemplates();
-    try {
-        QueriesGen::i()->dropOrdersBySecurity(4, 1, 100, "ACC1", 'B');
-        ADD_FAILURE() << "built without a template";
-    } catch (QString const& message) {
-        EXPECT_EQ(message, "No suitable transaction found");
-    }
+    EXPECT_EQ(refusal([&] { QueriesGen::i()->dropOrdersBySecurity(4, 1, 100, "ACC1", 'B'); }),
+              "No suitable transaction found");
     transactions()->registerTemplate(freeFormTemplate(1025));
-    try {
-        QueriesGen::i()->addOrder(4, 1, 100, "ACC1", decimal("1.005"), 'B', 1, nullptr);
-        ADD_FAILURE() << "a price with too many places was built";
-    } catch (QString const& message) {
-        EXPECT_EQ(message, QStringLiteral("Price %1 has more decimal places than the instrument allows (2)")
-                               .arg(decimal("1.005").toSystemString()));
-    }
+    EXPECT_EQ(refusal([&] { QueriesGen::i()->addOrder(4, 1, 100, "ACC1", decimal("1.005"), 'B', 1, nullptr); }),
+              QStringLiteral("Price %1 has more decimal places than the instrument allows (2)").arg(decimal("1.005").toSystemString()));
     ServiceSwitchCore withoutService;
     InstalledCore installed(&withoutService);
-    try {
-        QueriesGen::i()->dropOrdersBySecurity(4, 1, 100, "ACC1", 'B');
-        ADD_FAILURE() << "built without the core's transaction service";
-    } catch (QString const& message) {
-        EXPECT_EQ(message, "The core's transaction service is unavailable");
-    }
+    EXPECT_EQ(refusal([&] { QueriesGen::i()->dropOrdersBySecurity(4, 1, 100, "ACC1", 'B'); }),
+              "The core's transaction service is unavailable");
 }
 
 } // namespace
