@@ -58,7 +58,7 @@ int main(int argc, char** argv)
     options.snapshot = dir.filePath("snapshot.jsonl");
     options.log = dir.filePath("replication.jsonl");
     options.pace = pace;
-    TerminalWindow window(options);
+    TerminalWindow window(options, *DefaultCore::global());
     window.show();
     window.tabs()->setCurrentWidget(window.market());   // the 100k-row table, the heaviest view
 

@@ -1,21 +1,72 @@
 #pragma once
+#include "context.h"
+
+#include <QCommandLineOption>
+#include <QList>
 #include <QString>
+#include <QTranslator>
 
-class QTranslator;
+class DefaultCore;
+class QCommandLineParser;
 
-// What every program of the project does at start: find its data beside
-// itself, and choose the language of the library's texts.
+// What every program of the project does at start: read the options they
+// share, find the market and its data beside the program, choose the
+// language of the library's texts, and set up the core's clock and user.
 namespace apps {
+
+// What a program returns. The meanings are fixed: scripts rely on them.
+enum ExitStatus { Done = 0, BadInput = 1, NotFound = 2, Rejected = 3 };
+
+// "Exit status:" and one line per status, for a program's --help.
+QString exitStatusHelp(QList<ExitStatus> const& statuses);
 
 // The installed layout (share/libdirectory beside bin/), mirrored in the
 // build tree; `fromBinary` is the relative path from the program's folder.
 QString dataRoot(char const* fromBinary);
 
-// The language asked for, else ru in a Russian locale and en otherwise.
-QString chosenLanguage(QString const& asked);
+// The options both programs take: --data, --schema, --replay, --log, --pace,
+// --now, --as and --lang. The object lives as long as the program: it holds
+// the installed translation.
+class CommonOptions
+{
+public:
+    // What the market folder's replication log is for.
+    enum class Replay {
+        AfterSnapshot,   // replayed right after the snapshot, only when asked
+        OnDemand,        // offered for replay, started at once with --replay
+    };
 
-// Installs the translation of `lang` from `dataRoot`/translations; Russian
-// texts are the sources and need none. Gives why not, or an empty string.
-QString installTranslation(QTranslator& translator, QString const& lang, QString const& dataRoot);
+    // Adds the options to the parser (before it processes the arguments);
+    // the defaults are the bundled market and schema under `dataRoot`.
+    CommonOptions(QCommandLineParser& parser, QString const& dataRoot, Replay replay);
+
+    // After the parser processed the arguments: checks every option, reads
+    // the market's terminal.json (the command line overrides it) and
+    // installs the translation. Gives what is wrong, or an empty string.
+    QString check();
+
+    QString schema() const;
+    QString snapshot() const;
+    QString log() const;                    // empty: nothing to replay
+    QString dataFile(QString const& name) const;   // a file of the market folder
+    bool replay() const;
+    int pace() const { return m_paceMs; }
+    QString const& language() const { return m_language; }
+    TerminalContext const& context() const { return m_context; }
+
+    // Runs the terminal's clock from the context's moment, if any, and makes
+    // its login the current one. Gives the core the program goes on with.
+    DefaultCore& startCore() const;
+
+private:
+    QCommandLineParser& m_parser;
+    QString m_root;
+    Replay m_use;
+    QCommandLineOption m_data, m_schema, m_replay, m_log, m_pace, m_now, m_as, m_lang;
+    QTranslator m_translator;
+    TerminalContext m_context;
+    QString m_language;
+    int m_paceMs = 0;
+};
 
 } // namespace apps

@@ -1,11 +1,14 @@
 #include "accounts.h"
+#include "orders.h"
+#include "startup.h"
 
 #include <core/defaultcore.h>
 #include <core/icore.h>
 #include <database/database.h>
 #include <directories>
 
-#include <QCoreApplication>
+#include <QCommandLineParser>
+#include <QTextStream>
 #include <QDateTime>
 #include <QStringList>
 #include <algorithm>
@@ -15,20 +18,6 @@
 
 namespace console {
 namespace {
-
-QCommandLineOption const& loginOption()
-{
-    static QCommandLineOption o(QStringLiteral("login"),
-        QStringLiteral("Report a login: client code, aspref, SMA, whether its password warning is due."), QStringLiteral("login"));
-    return o;
-}
-
-QCommandLineOption const& accountOption()
-{
-    static QCommandLineOption o(QStringLiteral("account"),
-        QStringLiteral("Report everything known of an account: investor and firm, settlement, margin, fees."), QStringLiteral("code"));
-    return o;
-}
 
 // A directory's instance, or null with the reason printed when its table is missing.
 template <class D>
@@ -61,7 +50,7 @@ QString feeRow(Record const& r)
              r.data("additive").toString());
 }
 
-void reportLogin(QTextStream& out, QString const& login)
+void reportLogin(QTextStream& out, DefaultCore const& core, QString const& login)
 {
     out << "login " << login << "\n";
     K3UserDirectory* users = directory<K3UserDirectory>(out);
@@ -71,25 +60,21 @@ void reportLogin(QTextStream& out, QString const& login)
         << "  client code:  " << orDash(users->clientCodeByUser(login)) << "\n"
         << "  aspref:       " << users->asprefByLogin(login) << "\n"
         << "  SMA login:    " << yesNo(users->isSMALogin(login)) << "\n";
-    Database* db = ICore::instance()->database();
-    QSharedPointer<Table> t = db->table(QStringLiteral("k3.user"));
+    QSharedPointer<Table> t = core.database()->table(QStringLiteral("k3.user"));
     Record row = t ? Record(t.data(), login) : Record();
     if (row.isEmpty()) return;
     qint64 expiry = row.data("password_expiration_date").toDatetime().toMSecs();
-    ICore* core = ICore::instance();
-    int days = core->passwordWarningDays();
+    int days = core.passwordWarningDays();
     qint64 now = datetime::now().toMSecs();
     qint64 span = K3UserDirectory::warningSpanMSecs(days);
-    bool due = core->passwordWarningEnabled() && expiry < now + span && expiry >= now;
+    bool due = core.passwordWarningEnabled() && expiry < now + span && expiry >= now;
     out << "  password expires: " << orDash(datetime(expiry).toString()) << "\n"
         << "  warning due:  " << yesNo(due) << " (horizon " << days << " days = " << span << " ms, warnings "
-        << (core->passwordWarningEnabled() ? "on" : "off") << ", now " << datetime(now).toString() << ")\n";
-    // The warnings handed to the core so far (the default core keeps them).
-    if (auto* recorded = dynamic_cast<DefaultCore*>(core)) {
-        QString marked = QStringLiteral("<b>%1</b>").arg(login.trimmed().toHtmlEscaped());
-        for (QString const& text : recorded->notifications())
-            if (text.startsWith(QLatin1String("2|")) && text.contains(marked)) out << "  notified:     " << text << "\n";
-    }
+        << (core.passwordWarningEnabled() ? "on" : "off") << ", now " << datetime(now).toString() << ")\n";
+    // The warnings handed to the core so far.
+    QString marked = QStringLiteral("<b>%1</b>").arg(login.trimmed().toHtmlEscaped());
+    for (QString const& text : core.notifications())
+        if (text.startsWith(QLatin1String("2|")) && text.contains(marked)) out << "  notified:     " << text << "\n";
 }
 
 void reportDeals(QTextStream& out, QString const& account)
@@ -192,25 +177,42 @@ void reportAccount(QTextStream& out, QString const& account)
     reportDeals(out, account);
 }
 
+class AccountCommand : public ConsoleCommand
+{
+public:
+    explicit AccountCommand(OrderCommand const& orders) : m_orders(orders) {}
+
+    void addOptions(QCommandLineParser& parser) override { parser.addOptions({m_login, m_account}); }
+
+    QString check(QCommandLineParser const& parser) const override
+    {
+        if (m_orders.requested(parser)) return QString();   // the order command reads it
+        for (QString const& account : parser.values(m_account))
+            if (account.size() < Korvo3::K3FieldsTypes::bf_code)
+                return QStringLiteral("--account '%1': shorter than a firm code (4 characters)").arg(account);
+        return QString();
+    }
+
+    int run(RunContext& c) override
+    {
+        // With an order command, --account names the order's account instead.
+        if (m_orders.requested(c.parser)) return apps::Done;
+        for (QString const& login : c.parser.values(m_login)) reportLogin(c.out, c.core, login);
+        for (QString const& account : c.parser.values(m_account)) reportAccount(c.out, account);
+        c.out.flush();
+        return apps::Done;
+    }
+
+private:
+    OrderCommand const& m_orders;
+    QCommandLineOption m_login{QStringLiteral("login"),
+        QStringLiteral("Report a login: client code, aspref, SMA, whether its password warning is due."), QStringLiteral("login")};
+    QCommandLineOption m_account{QStringLiteral("account"),
+        QStringLiteral("Report everything known of an account: investor and firm, settlement, margin, fees."), QStringLiteral("code")};
+};
+
 } // namespace
 
-void addAccountOptions(QCommandLineParser& parser)
-{
-    parser.addOption(loginOption());
-    parser.addOption(accountOption());
-}
-
-bool answerAccountOptions(QCommandLineParser const& parser, QTextStream& out)
-{
-    for (QString const& login : parser.values(loginOption())) reportLogin(out, login);
-    for (QString const& account : parser.values(accountOption())) {
-        if (account.size() < Korvo3::K3FieldsTypes::bf_code) {
-            out << "--account: '" << account << "' is shorter than a firm code (4 characters)\n";
-            return false;
-        }
-        reportAccount(out, account);
-    }
-    return true;
-}
+std::unique_ptr<ConsoleCommand> accountCommand(OrderCommand const& orders) { return std::make_unique<AccountCommand>(orders); }
 
 } // namespace console

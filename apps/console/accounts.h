@@ -1,11 +1,9 @@
 #pragma once
-#include <QCommandLineParser>
-#include <QTextStream>
+#include "commands.h"
 
-// The console's account options: --login LOGIN and --account CODE.
 namespace console {
-// Adds the options to the parser.
-void addAccountOptions(QCommandLineParser& parser);
-// Answers the options given; false (after printing why) for a bad argument.
-bool answerAccountOptions(QCommandLineParser const& parser, QTextStream& out);
+class OrderCommand;
+// --login LOGIN and --account CODE: everything known of them. With an order
+// command, --account names the order's account and nothing is reported.
+std::unique_ptr<ConsoleCommand> accountCommand(OrderCommand const& orders);
 }

@@ -1,9 +1,12 @@
 #include "lookups.h"
 #include "output.h"
+#include "startup.h"
 
 #include <directories>
 
-#include <QCoreApplication>
+#include <QCommandLineParser>
+#include <QTextStream>
+#include <QHash>
 #include <QStringList>
 #include <limits>
 
@@ -208,19 +211,65 @@ bool lookupMarket(QTextStream& out, QString const& value)
     return true;
 }
 
+// A lookup: `--name value`, repeatable. `check` reads the value alone and
+// says why it is malformed; `answer` prints what it found as "key: value"
+// lines, or "<what> <value>: not found" and returns false.
+struct LookupOption
+{
+    char const* name;
+    char const* valueName;
+    char const* description;
+    QString (*check)(QString const& value);
+    bool (*answer)(QTextStream& out, QString const& value);
+};
+
+LookupOption const lookups[] = {
+    {"security", "stock,board,id", "Look up a security by text id, e.g. 1,14,4300000001.", checkSecurity, lookupSecurity},
+    {"sec-code", "code", "Look up a security by code, optionally on a market and board: CODE[@STOCK[,BOARD]].",
+     checkSecurityByCode, lookupSecurityByCode},
+    {"isin", "stock,board,isin", "Look up a security by its series: STOCK,BOARD,ISIN.", checkIsin, lookupIsin},
+    {"board", "stock,board", "Look up a board: STOCK,BOARD.", checkBoard, lookupBoard},
+    {"board-code", "codes", "Look up a board by codes: STOCKCODE,BOARDCODE.", checkBoardByCode, lookupBoardByCode},
+    {"market", "id|code", "Look up a market by number or code.", checkMarket, lookupMarket},
+};
+
+class LookupCommand : public ConsoleCommand
+{
+public:
+    void addOptions(QCommandLineParser& parser) override
+    {
+        for (LookupOption const& l : lookups)
+            parser.addOption(QCommandLineOption(QLatin1String(l.name), QLatin1String(l.description), QLatin1String(l.valueName)));
+    }
+
+    QString check(QCommandLineParser const& parser) const override
+    {
+        for (LookupOption const& l : lookups)
+            for (QString const& value : parser.values(QLatin1String(l.name))) {
+                QString const why = l.check(value);
+                if (!why.isEmpty()) return QStringLiteral("--%1 %2: %3").arg(QLatin1String(l.name), value, why);
+            }
+        return QString();
+    }
+
+    // Answered in the order given; a question whose directory has no table
+    // in this market is refused with the directory's own message.
+    int run(RunContext& c) override
+    {
+        int status = apps::Done;
+        QHash<QString, int> seen;
+        for (QString const& name : c.parser.optionNames())
+            for (LookupOption const& l : lookups) {
+                if (name != QLatin1String(l.name)) continue;
+                if (!l.answer(c.out, c.parser.values(name).value(seen[name]++))) status = apps::NotFound;
+                c.out.flush();
+            }
+        return status;
+    }
+};
+
 } // namespace
 
-QList<LookupOption> marketLookups()
-{
-    return {
-        {"security", "stock,board,id", "Look up a security by text id, e.g. 1,14,4300000001.", checkSecurity, lookupSecurity},
-        {"sec-code", "code", "Look up a security by code, optionally on a market and board: CODE[@STOCK[,BOARD]].",
-         checkSecurityByCode, lookupSecurityByCode},
-        {"isin", "stock,board,isin", "Look up a security by its series: STOCK,BOARD,ISIN.", checkIsin, lookupIsin},
-        {"board", "stock,board", "Look up a board: STOCK,BOARD.", checkBoard, lookupBoard},
-        {"board-code", "codes", "Look up a board by codes: STOCKCODE,BOARDCODE.", checkBoardByCode, lookupBoardByCode},
-        {"market", "id|code", "Look up a market by number or code.", checkMarket, lookupMarket},
-    };
-}
+std::unique_ptr<ConsoleCommand> lookupCommand() { return std::make_unique<LookupCommand>(); }
 
 } // namespace console

@@ -1,24 +1,8 @@
 #pragma once
-#include <QList>
-#include <QString>
-#include <QTextStream>
+#include "commands.h"
 
 namespace console {
-
-// A lookup the console answers after loading: `--name value`, repeatable.
-// `check` reads the value alone (before anything loads) and says why it is
-// malformed, or returns an empty string. `answer` prints what it found as
-// "key: value" lines, or "<what> <value>: not found" and returns false.
-struct LookupOption
-{
-    char const* name;
-    char const* valueName;
-    char const* description;
-    QString (*check)(QString const& value);
-    bool (*answer)(QTextStream& out, QString const& value);
-};
-
-// Markets, boards and securities (lookups.cpp).
-QList<LookupOption> marketLookups();
-
-} // namespace console
+// Markets, boards and securities: --security, --sec-code, --isin, --board,
+// --board-code and --market, each repeatable, answered in the order given.
+std::unique_ptr<ConsoleCommand> lookupCommand();
+}

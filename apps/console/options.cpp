@@ -1,8 +1,11 @@
 #include "options.h"
+#include "startup.h"
 
 #include <directories>
 #include <core/clock.h>
 
+#include <QCommandLineParser>
+#include <QTextStream>
 #include <QDateTime>
 #include <QMap>
 #include <algorithm>
@@ -135,48 +138,46 @@ void printTime(QTextStream& out)
     out << "next trading days after " << today.toString(Qt::ISODate) << ": " << (next.isEmpty() ? QStringLiteral("none in the calendar") : next.join(QStringLiteral(", "))) << "\n";
 }
 
+class OptionViewCommand : public ConsoleCommand
+{
+public:
+    void addOptions(QCommandLineParser& parser) override { parser.addOptions({m_board, m_expiry, m_model, m_time}); }
+
+    QString check(QCommandLineParser const& parser) const override
+    {
+        // Alone they would narrow nothing and be silently dropped.
+        for (QCommandLineOption const* o : {&m_expiry, &m_model})
+            if (parser.isSet(*o) && !parser.isSet(m_board)) return QStringLiteral("--%1 goes with --option-board").arg(o->names().first());
+        QString const model = parser.value(m_model).toLower();
+        if (model != QLatin1String("black") && model != QLatin1String("bachelier"))
+            return QStringLiteral("--model: '%1' is neither black nor bachelier").arg(parser.value(m_model));
+        if (parser.isSet(m_expiry) && !QDate::fromString(parser.value(m_expiry), Qt::ISODate).isValid())
+            return QStringLiteral("--expiry: cannot read '%1' (yyyy-MM-dd)").arg(parser.value(m_expiry));
+        return QString();
+    }
+
+    int run(RunContext& c) override
+    {
+        if (c.parser.isSet(m_time)) printTime(c.out);
+        QDate const expiry = QDate::fromString(c.parser.value(m_expiry), Qt::ISODate);   // invalid: every expiry
+        int const type = c.parser.value(m_model).toLower() == QLatin1String("bachelier") ? 1 : 0;
+        for (QString const& base : c.parser.values(m_board)) printBoard(c.out, base, expiry, type);
+        return apps::Done;
+    }
+
+private:
+    QCommandLineOption m_board{QStringLiteral("option-board"),
+        QStringLiteral("Show the option series of a base, by expiry: volatility, price and sensitivities per strike."), QStringLiteral("base")};
+    QCommandLineOption m_expiry{QStringLiteral("expiry"), QStringLiteral("With --option-board: only the series expiring that day (yyyy-MM-dd)."),
+        QStringLiteral("date")};
+    QCommandLineOption m_model{QStringLiteral("model"), QStringLiteral("With --option-board: the smile to price on, black (default) or bachelier."),
+        QStringLiteral("black|bachelier"), QStringLiteral("black")};
+    QCommandLineOption m_time{QStringLiteral("time"),
+        QStringLiteral("Show the exchange time and current session of each market, and the next trading days.")};
+};
+
 } // namespace
 
-OptionViews::OptionViews(QCommandLineParser& parser)
-    : m_board(QStringLiteral("option-board"), QStringLiteral("Show the option series of a base, by expiry: volatility, price and sensitivities per strike."), QStringLiteral("base")),
-      m_expiry(QStringLiteral("expiry"), QStringLiteral("With --option-board: only the series expiring that day (yyyy-MM-dd)."), QStringLiteral("date")),
-      m_model(QStringLiteral("model"), QStringLiteral("With --option-board: the smile to price on, black (default) or bachelier."), QStringLiteral("black|bachelier"), QStringLiteral("black")),
-      m_time(QStringLiteral("time"), QStringLiteral("Show the exchange time and current session of each market, and the next trading days."))
-{
-    parser.addOptions({m_board, m_expiry, m_model, m_time});
-}
-
-QString OptionViews::check(QCommandLineParser const& parser) const
-{
-    // Alone it would filter nothing and be silently dropped.
-    if (parser.isSet(m_expiry) && !parser.isSet(m_board)) return QStringLiteral("--expiry goes with --option-board");
-    return QString();
-}
-
-bool OptionViews::answer(QCommandLineParser const& parser, QTextStream& out, QString& error) const
-{
-    if (!parser.isSet(m_board) && !parser.isSet(m_time)) return true;
-    QString const model = parser.value(m_model).toLower();
-    if (model != QLatin1String("black") && model != QLatin1String("bachelier")) {
-        error = QStringLiteral("--model: '%1' is neither black nor bachelier").arg(parser.value(m_model));
-        return false;
-    }
-    QDate expiry;
-    if (parser.isSet(m_expiry)) {
-        expiry = QDate::fromString(parser.value(m_expiry), Qt::ISODate);
-        if (!expiry.isValid()) {
-            error = QStringLiteral("--expiry: cannot read '%1' (yyyy-MM-dd)").arg(parser.value(m_expiry));
-            return false;
-        }
-    }
-    try {
-        if (parser.isSet(m_time)) printTime(out);
-        for (QString const& base : parser.values(m_board)) printBoard(out, base, expiry, model == QLatin1String("bachelier") ? 1 : 0);
-    } catch (QString const& message) {
-        error = message;
-        return false;
-    }
-    return true;
-}
+std::unique_ptr<ConsoleCommand> optionViewCommand() { return std::make_unique<OptionViewCommand>(); }
 
 } // namespace console

@@ -1,6 +1,7 @@
 #include "orders.h"
 #include "output.h"
 #include "signallog.h"
+#include "startup.h"
 
 #include <core/defaultcore.h>
 #include <core/transactions.h>
@@ -147,122 +148,79 @@ void printTransaction(QTextStream& out, RawTransaction const& tx, QueriesGen::Or
 
 } // namespace
 
-OrderCommands::OrderCommands(QCommandLineParser& parser)
-    : m_order(QStringLiteral("order"),
-              QStringLiteral("Build the transaction placing an order in this security (with --account, --side, --price, "
-                             "--quantity) and print it. With an order command --account names the order's account."),
-              QStringLiteral("stock,board,id")),
-      m_cancel(QStringLiteral("cancel"), QStringLiteral("Build the transaction cancelling this order of the orders table and print it."),
-               QStringLiteral("order id")),
-      m_cancelAll(QStringLiteral("cancel-all"),
-                  QStringLiteral("Build the transaction cancelling every order in this security of --account on --side and print it."),
-                  QStringLiteral("stock,board,id")),
-      m_side(QStringLiteral("side"), QStringLiteral("With --order or --cancel-all: B to buy, S to sell."), QStringLiteral("B|S")),
-      m_price(QStringLiteral("price"), QStringLiteral("With --order: the price, digits with an optional '.' fraction."), QStringLiteral("price")),
-      m_quantity(QStringLiteral("quantity"), QStringLiteral("With --order: the number of lots."), QStringLiteral("lots")),
-      m_send(QStringLiteral("send"),
-             QStringLiteral("Send the built transaction to the simulated exchange and print its answer and the batches that came "
-                            "back (the console asks nothing: this is the confirmation). Exit status 3 when it was rejected."))
-{
-    parser.addOptions({m_order, m_cancel, m_cancelAll, m_side, m_price, m_quantity, m_send});
-}
-
-bool OrderCommands::requested(QCommandLineParser const& parser) const
+bool OrderCommand::requested(QCommandLineParser const& parser) const
 {
     return parser.isSet(m_order) || parser.isSet(m_cancel) || parser.isSet(m_cancelAll);
 }
 
-QString OrderCommands::check(QCommandLineParser const& parser) const
+QString OrderCommand::check(QCommandLineParser const& parser) const
 {
     Request r;
     return readRequest(parser, m_order, m_cancel, m_cancelAll, m_side, m_price, m_quantity, m_send, r);
 }
 
-int OrderCommands::run(QCommandLineParser const& parser, QString const& templatesFile, SignalLog& signalLog, QTextStream& out,
-                       QString& error) const
+int OrderCommand::run(RunContext& c)
 {
     Request r;
-    error = readRequest(parser, m_order, m_cancel, m_cancelAll, m_side, m_price, m_quantity, m_send, r);
-    if (!error.isEmpty()) return 1;
-    if (r.command == Command::None) return 0;
-    DefaultCore* core = DefaultCore::global();
-    if (!core->transactions()->loadTemplates(templatesFile, error)) return 1;
+    readRequest(c.parser, m_order, m_cancel, m_cancelAll, m_side, m_price, m_quantity, m_send, r);   // checked before loading
+    if (r.command == Command::None) return apps::Done;
+    QString error;
+    if (!c.core.transactions()->loadTemplates(c.templatesFile, error)) throw error;
 
     RawTransaction tx;
     QueriesGen::OrderDescr descr;
     bool described = true;
-    try {
-        if (r.command == Command::Cancel) {
-            Record order = findOrder(r.orderId);
-            if (order.isEmpty()) {
-                error = QStringLiteral("--cancel %1: no such order in the orders table").arg(r.orderId);
-                return 1;
-            }
-            out << orderLine(order) << "\n";
-            tx = QueriesGen::i()->dropOrder(order, RawAnswer(), &descr);
+    // A refusal of the generator (an Exception) ends the program like any other.
+    if (r.command == Command::Cancel) {
+        Record order = findOrder(r.orderId);
+        if (order.isEmpty()) throw QStringLiteral("--cancel %1: no such order in the orders table").arg(r.orderId);
+        c.out << orderLine(order) << "\n";
+        tx = QueriesGen::i()->dropOrder(order, RawAnswer(), &descr);
+    } else {
+        if (!SecurityDirectory::i()->recordExists(r.stock, r.board, r.secId))
+            throw QStringLiteral("%1 %2: no such security").arg(QLatin1String(r.command == Command::Place ? "--order" : "--cancel-all"), r.security);
+        if (r.command == Command::Place) {
+            tx = QueriesGen::i()->addOrder(r.stock, r.board, r.secId, r.account, r.price, r.side, r.quantity, &descr);
         } else {
-            if (!SecurityDirectory::i()->recordExists(r.stock, r.board, r.secId)) {
-                error = QStringLiteral("%1 %2: no such security").arg(QLatin1String(r.command == Command::Place ? "--order" : "--cancel-all"), r.security);
-                return 1;
-            }
-            if (r.command == Command::Place) {
-                tx = QueriesGen::i()->addOrder(r.stock, r.board, r.secId, r.account, r.price, r.side, r.quantity, &descr);
-            } else {
-                tx = QueriesGen::i()->dropOrdersBySecurity(r.stock, r.board, r.secId, r.account, r.side);
-                described = false;
-            }
+            tx = QueriesGen::i()->dropOrdersBySecurity(r.stock, r.board, r.secId, r.account, r.side);
+            described = false;
         }
-    } catch (QString const& message) {
-        error = message;
-        return 1;
-    } catch (Exception const& e) {
-        error = e.message();
-        return 1;
     }
-    printTransaction(out, tx, described ? &descr : nullptr);
-    if (!tx.isComplete()) {
-        error = QStringLiteral("the template lacks parameters: %1").arg(tx.missing.join(QStringLiteral(", ")));
-        return 1;
-    }
-    if (!parser.isSet(m_send)) {
-        out << "not sent (--send sends it)\n";
-        out.flush();
-        return 0;
+    printTransaction(c.out, tx, described ? &descr : nullptr);
+    if (!tx.isComplete()) throw QStringLiteral("the template lacks parameters: %1").arg(tx.missing.join(QStringLiteral(", ")));
+    if (!c.parser.isSet(m_send)) {
+        c.out << "not sent (--send sends it)\n";
+        c.out.flush();
+        return apps::Done;
     }
 
-    SimulatedGateway gateway(core);
-    gateway.plugInto(core->transactions());
+    SimulatedGateway gateway(&c.core);
+    gateway.plugInto(c.core.transactions());
     QList<qint64> touched;
     QObject::connect(&gateway, &SimulatedGateway::batchApplied, [&](QString const& origin, QString const& table, int ops) {
         QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
-        QString const signalled = signalLog.take();
-        out << QStringLiteral("batch %1 %2 (%3 %4): ").arg(printable(origin), printable(table)).arg(ops).arg(ops == 1 ? "row" : "rows")
-            << (signalled.isEmpty() ? QStringLiteral("(none)") : signalled) << "\n";
-        out.flush();
+        QString const signalled = c.signalLog.take();
+        c.out << QStringLiteral("batch %1 %2 (%3 %4): ").arg(printable(origin), printable(table)).arg(ops).arg(ops == 1 ? "row" : "rows")
+              << (signalled.isEmpty() ? QStringLiteral("(none)") : signalled) << "\n";
+        c.out.flush();
     });
     QObject::connect(&gateway, &SimulatedGateway::answered,
                      [&](RawTransaction const&, int, QString const&, QList<qint64> const& ids) { touched = ids; });
-    if (!ICore::instance()->transactionService()->send(tx)) {
-        error = QStringLiteral("not sent: %1").arg(tx.answer.text());
-        return 1;
-    }
-    out << "sent; waiting for the answer\n";
-    out.flush();
+    if (!c.core.transactionService()->send(tx)) throw QStringLiteral("not sent: %1").arg(tx.answer.text());
+    c.out << "sent; waiting for the answer\n";
+    c.out.flush();
     // The exchange answers through the event loop, as a connection would.
     QElapsedTimer waited;
     waited.start();
     while (!tx.answer.isAnswered() && waited.elapsed() < 10000)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 100);
-    if (!tx.answer.isAnswered()) {
-        error = QStringLiteral("no answer from the exchange in 10 s");
-        return 1;
-    }
+    if (!tx.answer.isAnswered()) throw QStringLiteral("no answer from the exchange in 10 s");
     bool const accepted = tx.answer.code() == SimulatedGateway::Accepted;
-    out << "answer: " << (accepted ? "accepted" : "rejected") << " (code " << tx.answer.code() << "): "
-        << printable(tx.answer.text()) << "\n";
-    for (qint64 id : touched) out << "  " << orderLine(findOrder(id)) << "\n";
-    out.flush();
-    return accepted ? 0 : Rejected;
+    c.out << "answer: " << (accepted ? "accepted" : "rejected") << " (code " << tx.answer.code() << "): "
+          << printable(tx.answer.text()) << "\n";
+    for (qint64 id : touched) c.out << "  " << orderLine(findOrder(id)) << "\n";
+    c.out.flush();
+    return accepted ? apps::Done : apps::Rejected;
 }
 
 } // namespace console

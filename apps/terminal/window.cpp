@@ -23,18 +23,18 @@
 #include <QTimer>
 #include <QToolBar>
 
-TerminalWindow::TerminalWindow(TerminalOptions const& options, QWidget* parent)
+TerminalWindow::TerminalWindow(TerminalOptions const& options, DefaultCore& core, QWidget* parent)
     : QMainWindow(parent), m_options(options)
 {
     setWindowTitle(tr("Терминал срочного рынка"));
-    Database* db = ICore::instance()->database();
+    Database* db = core.database();
     m_snapshotPlayer = new FeedPlayer(db, this);
     m_logPlayer = new FeedPlayer(db, this);
 
     // Notifications first: the other views' directories may raise some as
     // they bind.
     m_notifications = new NotificationsPanel;
-    if (auto* core = dynamic_cast<DefaultCore*>(ICore::instance())) m_notifications->listen(core->coreSignals());
+    m_notifications->listen(core.coreSignals());
 
     m_market = new MarketView;
     m_optionBoard = new OptionBoardView;
@@ -93,7 +93,7 @@ TerminalWindow::TerminalWindow(TerminalOptions const& options, QWidget* parent)
     // Orders leave through the library's fast path to whatever transport the
     // core's transaction service has (the simulated exchange in the demo).
     m_trading = new TradingPath(m_ticket, m_orders, this);
-    if (auto* core = dynamic_cast<DefaultCore*>(ICore::instance())) m_trading->listen(core->coreSignals());
+    m_trading->listen(core.coreSignals());
 
     connect(m_snapshotPlayer, &FeedPlayer::failed, this, [this](QString const& message) {
         reportError(tr("Ошибка загрузки рынка"), message);

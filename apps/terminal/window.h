@@ -3,6 +3,7 @@
 #include <QStringList>
 
 class AccountPanel;
+class DefaultCore;
 class FeedPlayer;
 class MarketView;
 class NotificationsPanel;
@@ -26,12 +27,14 @@ struct TerminalOptions
 // The demo terminal's main window over the library's directories. The
 // database must have its schema loaded before the window is built (the
 // views bind their directories then); the market itself comes in through
-// loadMarket(), batch by batch, on this thread between events.
+// loadMarket(), batch by batch, on this thread between events. `core` is the
+// one the program set up: its database, and its signals for the
+// notifications and the trading path.
 class TerminalWindow : public QMainWindow
 {
     Q_OBJECT
 public:
-    explicit TerminalWindow(TerminalOptions const& options, QWidget* parent = nullptr);
+    TerminalWindow(TerminalOptions const& options, DefaultCore& core, QWidget* parent = nullptr);
     ~TerminalWindow() override;
 
     // Starts loading the snapshot behind a progress dialog.

@@ -1,16 +1,21 @@
+#include "commands.h"
 #include "context.h"
-#include "lookups.h"
 #include "notifications.h"
 #include "output.h"
+#include "startup.h"
 
+#include <core/clock.h>
 #include <core/defaultcore.h>
 
+#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <cstdio>
+#include <cstdlib>
+#include <vector>
 #include <thread>
 
 using namespace console;
@@ -183,23 +188,144 @@ TEST(ConsoleContext, TerminalFileGivesTheMomentAndTheUserOrSaysWhatIsWrong)
     }
 }
 
-TEST(ConsoleLookups, MalformedArgumentsAreRefusedAndWellFormedOnesPass)
+namespace {
+
+// The console's options and commands as main() sets them up, on the market
+// bundled with the sources.
+struct Console
 {
-    QHash<QString, LookupOption> byName;
-    for (LookupOption const& l : marketLookups()) byName.insert(QLatin1String(l.name), l);
-    struct Case { char const* option; char const* value; bool wellFormed; };
-    for (Case c : {Case{"security", "1,14,4300000001", true}, Case{"security", "1,14", false},
-                   Case{"security", "1,14,x", false}, Case{"security", "1,99999999999,1", false},
-                   Case{"security", "1,14,1,2", false}, Case{"isin", "1,14,20049", true}, Case{"isin", "1,14", false},
-                   Case{"board", "1,14", true}, Case{"board", "x", false}, Case{"board", "1,", false},
-                   Case{"board-code", "DERIV,OPT", true}, Case{"board-code", "DERIV", false},
-                   Case{"board-code", ",OPT", false}, Case{"market", "DERIV", true}, Case{"market", "4", true},
-                   Case{"market", "", false}, Case{"market", "99999999999", false},
-                   Case{"sec-code", "VLT-1226", true}, Case{"sec-code", "VLT-1226@1,1", true},
-                   Case{"sec-code", "VLT-1226@1,1,1", false}, Case{"sec-code", "@1", false},
-                   Case{"sec-code", "A@1@2", false}, Case{"sec-code", "A@x", false}}) {
-        ASSERT_TRUE(byName.contains(QLatin1String(c.option))) << c.option;
-        EXPECT_EQ(byName[QLatin1String(c.option)].check(QLatin1String(c.value)).isEmpty(), c.wellFormed)
-            << "--" << c.option << " " << c.value;
+    explicit Console(CommonOptions::Replay use = CommonOptions::Replay::AfterSnapshot)
+        : common(parser, QStringLiteral(DATA_ROOT), use)
+    {
+        for (auto const& command : commands) command->addOptions(parser);
     }
+    // What main() refuses these arguments with before loading; empty when it goes on.
+    QString refusal(QStringList const& args)
+    {
+        // Russian unless told: the sources' data folder holds no translation.
+        if (!parser.parse(QStringList{QStringLiteral("directory-console"), QStringLiteral("--lang=ru")} + args)) return parser.errorText();
+        QString const why = common.check();
+        return why.isEmpty() ? checkCommands(commands, parser) : why;
+    }
+
+    QCommandLineParser parser;
+    CommonOptions common;
+    Commands const commands = consoleCommands();
+};
+
+} // namespace
+
+TEST(ConsoleArguments, EveryMalformedArgumentIsRefusedBeforeLoadingWithItsOwnMessage)
+{
+    struct Case { QStringList args; char const* refusal; };   // "": accepted
+    QString const order = QStringLiteral("--order=1,1,100001 --account=FB02001 --side=B --price=337.95 --quantity=1");
+    auto ordered = [&](QString const& replaced, QString const& by) {
+        return QString(order).replace(replaced, by).split(QLatin1Char(' '));
+    };
+    for (Case const& c : std::vector<Case>{
+             // shared with the terminal
+             {{"extra"}, "unexpected argument 'extra' (see --help)"},
+             {{"--pace", "x"}, "--pace needs a number of milliseconds, not 'x'"},
+             {{"--pace", "-1"}, "--pace needs a number of milliseconds, not '-1'"},
+             {{"--lang", "de"}, "--lang needs ru or en, not 'de'"},
+             {{"--now", "2026-02-30 10:00:00"}, "--now needs a moment as \"yyyy-MM-dd HH:mm:ss\", not '2026-02-30 10:00:00'"},
+             {{"--as", "FA01|U01"}, "--as 'FA01|U01': a login has no spaces, bars or control characters"},
+             {{"--log", "/nonexistent/day.jsonl"}, "/nonexistent/day.jsonl: no such file"},
+             {{"--data", "/nonexistent"}, "/nonexistent/snapshot.jsonl: no such file"},
+             {{"--now", "2026-12-01 09:30:00", "--as", "FA01U02", "--replay", "--pace", "5"}, ""},
+             // lookups
+             {{"--security", "1,1,x"}, "--security 1,1,x: needs STOCK,BOARD,ID, three whole numbers"},
+             {{"--security", "1,14"}, "needs STOCK,BOARD,ID"},
+             {{"--security", "1,14,1,2"}, "needs STOCK,BOARD,ID"},
+             {{"--security", "1,99999999999,1"}, "needs STOCK,BOARD,ID"},
+             {{"--security", "1,,1"}, "needs STOCK,BOARD,ID"},
+             {{"--isin", "1,14"}, "--isin 1,14: needs STOCK,BOARD,ISIN"},
+             {{"--board", "1,x"}, "--board 1,x: needs STOCK,BOARD, two whole numbers"},
+             {{"--board", "1,"}, "needs STOCK,BOARD"},
+             {{"--board-code", "DERIV"}, "needs STOCKCODE,BOARDCODE"},
+             {{"--board-code", ",OPT"}, "needs STOCKCODE,BOARDCODE"},
+             {{"--market", ""}, "needs a market number or code"},
+             {{"--market", "99999999999"}, "needs a market number or code"},
+             {{"--sec-code", "VLT-1226@1,1,1"}, "needs CODE, CODE@STOCK or CODE@STOCK,BOARD"},
+             {{"--sec-code", "@1"}, "needs CODE"},
+             {{"--sec-code", "A@1@2"}, "needs CODE"},
+             {{"--sec-code", "A@x"}, "needs CODE"},
+             {{"--security", "1,14,4300000001", "--isin", "1,14,20049", "--board", "1,14", "--board-code", "DERIV,OPT",
+               "--market", "DERIV", "--market", "4", "--sec-code", "VLT-1226", "--sec-code", "VLT-1226@1,1"}, ""},
+             // option views: what only narrows the board is refused without it, not dropped
+             {{"--expiry", "2026-12-17"}, "--expiry goes with --option-board"},
+             {{"--time", "--expiry", "2026-12-17"}, "--expiry goes with --option-board"},
+             {{"--model", "bachelier"}, "--model goes with --option-board"},
+             {{"--option-board", "VLT", "--model", "x"}, "--model: 'x' is neither black nor bachelier"},
+             {{"--option-board", "VLT", "--expiry", "2026-13-01"}, "--expiry: cannot read '2026-13-01' (yyyy-MM-dd)"},
+             {{"--option-board", "VLT", "--expiry", "2026-12-17", "--model", "Bachelier", "--time"}, ""},
+             // accounts
+             {{"--account", "FB0"}, "--account 'FB0': shorter than a firm code (4 characters)"},
+             {{"--login", "FA01U02", "--account", "FB02001"}, ""},
+             // orders
+             {{"--send"}, "--send goes with --order, --cancel or --cancel-all"},
+             {{"--price", "1"}, "--price goes with --order, --cancel or --cancel-all"},
+             {ordered("337.95", "3e2"), "--price needs a number such as 337.95, not '3e2'"},
+             {ordered("side=B", "side=X"), "--side needs B (buy) or S (sell), not 'X'"},
+             {ordered("quantity=1", "quantity=0"), "--quantity needs a positive whole number, not '0'"},
+             {ordered("--side=B ", ""), "--order needs --side"},
+             {ordered("1,1,100001", "1,1"), "--order '1,1': needs STOCK,BOARD,ID"},
+             {ordered("FB02001", "FB|02"), "--account 'FB|02': an account code of up to 12 characters, without spaces"},
+             {order.split(QLatin1Char(' ')) << "--cancel" << "5", "one order command at a time"},
+             {{"--cancel", "0"}, "--cancel needs an order id, a positive whole number, not '0'"},
+             {{"--cancel", "5", "--account", "FB02001"}, "--cancel takes no --account"},
+             {{"--cancel-all", "1,1,100001", "--account", "FB02001", "--side", "B", "--price", "1"}, "--cancel-all takes no --price"},
+             {ordered("FB02001", "FB0") << "--send", ""},   // a short account is the exchange's to refuse
+             {{"--cancel-all", "1,3,100045", "--account", "QD02002", "--side", "S", "--send"}, ""},
+         }) {
+        QString const why = Console().refusal(c.args);
+        if (*c.refusal)
+            EXPECT_TRUE(why.contains(QString::fromUtf8(c.refusal))) << c.args.join(' ').toStdString() << " -> " << why.toStdString();
+        else
+            EXPECT_EQ(why, QString()) << c.args.join(' ').toStdString();
+    }
+}
+
+TEST(ConsoleArguments, TheCommandLineOverridesTheMarketsMomentAndUser)
+{
+    Console bundled;
+    ASSERT_EQ(bundled.refusal({}), QString());
+    EXPECT_EQ(formatMoment(bundled.common.context().now), QStringLiteral("2026-11-20 10:00:00"));
+    EXPECT_EQ(bundled.common.context().login, QStringLiteral("FA01U01"));
+
+    Console told;
+    ASSERT_EQ(told.refusal({"--now", "2026-12-01 09:30:00", "--as", "FA01U02"}), QString());
+    EXPECT_EQ(formatMoment(told.common.context().now), QStringLiteral("2026-12-01 09:30:00"));
+    EXPECT_EQ(told.common.language(), QStringLiteral("ru"));
+    DefaultCore& core = told.common.startCore();
+    EXPECT_EQ(core.currentLogin(), QStringLiteral("FA01U02"));
+    EXPECT_EQ(&core, ICore::instance());   // the core the library reaches
+    // The clock runs from the moment given, not from the machine's.
+    EXPECT_LT(std::llabs(Clock::nowMSecs() - told.common.context().now), 60000LL);
+}
+
+TEST(ConsoleArguments, TheConsoleReplaysOnlyWhenAskedAndTheTerminalOffersTheFoldersDay)
+{
+    QString const day = QStringLiteral(DATA_ROOT "/market/replication.jsonl");
+    using Replay = CommonOptions::Replay;
+    struct Case { Replay use; QStringList args; QString log; bool replay; };
+    QTemporaryDir noDay;   // a market folder with a snapshot and no day
+    QFile::link(QStringLiteral(DATA_ROOT "/market/snapshot.jsonl"), noDay.filePath(QStringLiteral("snapshot.jsonl")));
+    for (Case const& c : std::vector<Case>{
+             {Replay::AfterSnapshot, {}, QString(), false},
+             {Replay::AfterSnapshot, {"--replay"}, day, true},
+             {Replay::AfterSnapshot, {"--log", day}, day, false},
+             {Replay::OnDemand, {}, day, false},
+             {Replay::OnDemand, {"--replay"}, day, true},
+             {Replay::OnDemand, {"--data", noDay.path()}, QString(), false},
+         }) {
+        Console console(c.use);
+        ASSERT_EQ(console.refusal(c.args), QString()) << c.args.join(' ').toStdString();
+        EXPECT_EQ(QDir::cleanPath(console.common.log()), QDir::cleanPath(c.log)) << c.args.join(' ').toStdString();
+        EXPECT_EQ(console.common.replay(), c.replay);
+    }
+    // Asked to replay a folder without a day: refused, not skipped.
+    Console console;
+    EXPECT_EQ(console.refusal({"--replay", "--data", noDay.path()}),
+              noDay.filePath(QStringLiteral("replication.jsonl")) + QStringLiteral(": no such file"));
 }

@@ -36,7 +36,7 @@ inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket
     TerminalOptions options;
     options.snapshot = kMarket + "/snapshot.jsonl";
     options.log = log;
-    auto window = std::make_unique<TerminalWindow>(options);
+    auto window = std::make_unique<TerminalWindow>(options, *DefaultCore::global());
     window->show();
     QSignalSpy loaded(window.get(), &TerminalWindow::marketLoaded);
     window->loadMarket();
