@@ -1,5 +1,6 @@
 #include "accounts.h"
 #include "orders.h"
+#include "output.h"
 #include "startup.h"
 
 #include <core/defaultcore.h>
@@ -52,7 +53,7 @@ QString feeRow(Record const& r)
 
 void reportLogin(QTextStream& out, DefaultCore const& core, QString const& login)
 {
-    out << "login " << login << "\n";
+    out << "login " << printable(login) << "\n";
     K3UserDirectory* users = directory<K3UserDirectory>(out);
     if (!users) return;
     out << "  listed:       " << yesNo(users->getUserList().contains(login.trimmed()))
@@ -74,7 +75,7 @@ void reportLogin(QTextStream& out, DefaultCore const& core, QString const& login
     // The warnings handed to the core so far.
     QString marked = QStringLiteral("<b>%1</b>").arg(login.trimmed().toHtmlEscaped());
     for (QString const& text : core.notifications())
-        if (text.startsWith(QLatin1String("2|")) && text.contains(marked)) out << "  notified:     " << text << "\n";
+        if (text.startsWith(QLatin1String("2|")) && text.contains(marked)) out << "  notified:     " << printable(text) << "\n";
 }
 
 void reportDeals(QTextStream& out, QString const& account)
@@ -110,7 +111,7 @@ void reportDeals(QTextStream& out, QString const& account)
 
 void reportAccount(QTextStream& out, QString const& account)
 {
-    out << "account " << account << "\n";
+    out << "account " << printable(account) << "\n";
     QString bf = account.left(Korvo3::K3FieldsTypes::bf_code);
     QString client = account.left(Korvo3::K3FieldsTypes::client_code);
 
