@@ -21,10 +21,13 @@ using namespace apps;
 
 namespace {
 // Before the window exists, a refusal goes to the terminal and, where there
-// is a screen, to a message box.
+// is a screen, to a message box. Without one (offscreen, minimal) nobody
+// could close the box and the program would never end.
 int refuse(QString const& message)
 {
     QTextStream(stderr) << "directory-terminal: " << message << "\n";
+    QString const platform = QGuiApplication::platformName();
+    if (platform == QLatin1String("offscreen") || platform == QLatin1String("minimal")) return BadInput;
     QMessageBox box(QMessageBox::Critical, QStringLiteral("directory-terminal"), message);
     box.setTextFormat(Qt::PlainText);
     box.exec();
