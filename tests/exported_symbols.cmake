@@ -1,3 +1,4 @@
+cmake_minimum_required(VERSION 3.18)
 # Lists the symbols a shared library exports and fails when one of them
 # belongs to the library's inside: programs must not be able to link to it.
 #   -DLIBRARY=<file> -DNM=<nm> -DCXXFILT=<c++filt>
