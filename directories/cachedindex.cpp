@@ -18,7 +18,7 @@ MasterIndex_Column_Cached::~MasterIndex_Column_Cached() = default;
 
 QString MasterIndex_Column_Cached::getClassName() const { return QStringLiteral("MasterIndex_Column_Cached"); }
 
-MasterIndex_Column_Pure* directory::detail::fallbackMasterIndex(Table* table, QStringList const& columns, QString const& why)
+MasterIndex_Column_Pure* MasterIndex_Column_Cached::fallback(Table* table, QStringList const& columns, QString const& why)
 {
     QString text = QStringLiteral("ThisIndexType : Cannot create optimized MasterIndex for '%1': ")
                        .arg(table ? table->name() : QString()) +

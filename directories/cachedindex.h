@@ -186,7 +186,7 @@ private:
 // under the mutex and bumps a generation; a lookup that searched across such
 // a change does not cache what it found, so no stale answer survives.
 template <class I>
-class MasterIndexCached : public I
+class DIRECTORY_EXPORT MasterIndexCached : public I
 {
 public:
     using Key = typename I::Key;
@@ -339,17 +339,13 @@ public:
     MasterIndex_Column_Cached(Table* table, QList<int> const& columns);
     ~MasterIndex_Column_Cached() override;
     QString getClassName() const override;
+
+    // The general cached index used when a typed one cannot be set up; logs why.
+    static MasterIndex_Column_Pure* fallback(Table* table, QStringList const& columns, QString const& why);
 };
 
-namespace directory {
-namespace detail {
-// The general cached index used when a typed one cannot be set up; logs why.
-DIRECTORY_EXPORT MasterIndex_Column_Pure* fallbackMasterIndex(Table* table, QStringList const& columns, QString const& why);
-} // namespace detail
-} // namespace directory
-
 template <class... T>
-class MasterIndex_Struct_Cached : public MasterIndexCached<MasterIndex_Struct<T...>>
+class DIRECTORY_EXPORT MasterIndex_Struct_Cached : public MasterIndexCached<MasterIndex_Struct<T...>>
 {
 public:
     // Throws the QString message of a failed set-up check; create() does not.
@@ -365,7 +361,7 @@ public:
         try {
             return new MasterIndex_Struct_Cached(table, columns);
         } catch (QString const& why) {
-            return directory::detail::fallbackMasterIndex(table, columns, why);
+            return MasterIndex_Column_Cached::fallback(table, columns, why);
         }
     }
 };

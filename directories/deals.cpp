@@ -108,3 +108,6 @@ void DealsDirectory::notifyConfirmationNeeded(Record const& deal, long long deal
 }
 
 void DealsDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(DealsDirectory)

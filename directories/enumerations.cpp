@@ -112,3 +112,13 @@ QString OptioCalcDirectory::nameByKey(Field const& key) const
     if (key.compare(Fld_OptioCalc::AmerB) == 0) return tr("Американский: Маржируемый");
     return QString();
 }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(BuySellDirectory)
+DIRECTORY_SINGLETON_DEFINE(StatusDirectory)
+DIRECTORY_SINGLETON_DEFINE(SecTypeDirectory)
+DIRECTORY_SINGLETON_DEFINE(SecStateDirectory)
+DIRECTORY_SINGLETON_DEFINE(SessStateDirectory)
+DIRECTORY_SINGLETON_DEFINE(PriceDirectionDirectory)
+DIRECTORY_SINGLETON_DEFINE(OptioTypeDirectory)
+DIRECTORY_SINGLETON_DEFINE(OptioCalcDirectory)

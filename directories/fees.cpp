@@ -136,3 +136,11 @@ BaseContractsParamsDirectory::BaseContractsParamsDirectory(QObject* parent)
 Record BaseContractsParamsDirectory::recordByBaseContractCode(QString const& code) const { return m_byCode.find(code); }
 
 void BaseContractsParamsDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(FutRateDirectory)
+DIRECTORY_SINGLETON_DEFINE(OptRateDirectory)
+DIRECTORY_SINGLETON_DEFINE(FeeDirectory)
+DIRECTORY_SINGLETON_DEFINE(BrokerFeeDirectory)
+DIRECTORY_SINGLETON_DEFINE(K3BrokerFeeParamDirectory)
+DIRECTORY_SINGLETON_DEFINE(BaseContractsParamsDirectory)

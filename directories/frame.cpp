@@ -1,5 +1,5 @@
 #include "frame.h"
-#include "registry.h"
+#include "registry_p.h"
 
 #include <core/icore.h>
 #include <database/database.h>
@@ -43,9 +43,14 @@ bool lockForConstruction(QSharedPointer<Table> const& t)
     locked.push_back(t);
     return true;
 }
-} // namespace
 
-namespace frame_detail {
+// Thrown by a directory constructor, run under qCallOnce, whose table is
+// locked by another thread (a batch): the construction steps back, so that
+// the batch's own hooks may create the directory, and is tried again.
+struct TableBusy
+{
+};
+
 void beginRun(QBasicAtomicInt* flag) { t_runs.push_back(Run{flag, {}}); }
 
 void endRun(QBasicAtomicInt* flag)
@@ -70,7 +75,36 @@ QString reenteredText(char const* name)
     return QStringLiteral("%1::i() was called again while %1 was being created on the same thread")
         .arg(QLatin1String(name));
 }
-} // namespace frame_detail
+} // namespace
+
+void qCallOnce(void (*function)(), QBasicAtomicInt& flag, char const* name)
+{
+    enum { NotRun = 0, Running = 1, Done = 2, Failed = 3 };
+    for (;;) {
+        int state = flag.loadAcquire();
+        if (state == Done) return;
+        if ((state == NotRun || state == Failed) && flag.testAndSetAcquire(state, Running)) {
+            beginRun(&flag);
+            try {
+                function();
+            } catch (TableBusy const&) {
+                endRun(&flag);
+                flag.storeRelease(state);
+                QThread::yieldCurrentThread();
+                continue;
+            } catch (...) {
+                endRun(&flag);
+                flag.storeRelease(Failed);
+                throw;
+            }
+            endRun(&flag);
+            flag.storeRelease(Done);
+            return;
+        }
+        if (state == Running && isRunningHere(&flag)) throw reenteredText(name);
+        QThread::yieldCurrentThread();
+    }
+}
 
 Directory::Directory(QObject* parent, QMetaObject const& cls, QString const& tableName)
     : Directory(parent, registryLine(cls), tableName)
@@ -105,7 +139,7 @@ Directory::Directory(QObject* parent, char const* context, QString const& tableN
     // Held from here to the end of the construction: a batch on the table
     // waits, and a batch already running makes this construction step back
     // (its hooks may then create the directory themselves).
-    if (!lockForConstruction(t)) throw frame_detail::TableBusy();
+    if (!lockForConstruction(t)) throw TableBusy();
     m_table = t;
     if (registration == AsDependent) t->addDependentIndex(this);
     else t->addIndex(this);
@@ -153,9 +187,9 @@ void Directory::adopt(Index* index)
     if (QSharedPointer<Table> t = m_table.toStrongRef()) t->addIndex(index);
 }
 
-void frame_detail::writeKeyValue(Field field, QChar value) { writeKeyValue(field, QString(value)); }
+void DirectoryKeyColumns::writeKeyValue(Field field, QChar value) { writeKeyValue(field, QString(value)); }
 
-void frame_detail::writeKeyValue(Field field, QString const& value)
+void DirectoryKeyColumns::writeKeyValue(Field field, QString const& value)
 {
     // Texts go into text columns only; anything else is the conversion
     // error of a key of the wrong type.
@@ -165,7 +199,7 @@ void frame_detail::writeKeyValue(Field field, QString const& value)
     field.setHasValue();
 }
 
-bool frame_detail::fitsColumn(Table const& table, int column, QString const& text)
+bool DirectoryKeyColumns::fitsColumn(Table const& table, int column, QString const& text)
 {
     ColumnDef const& def = table.columnDef(column);
     return def.typeCode() != FieldType::Char || text.size() <= def.length / 2;
@@ -174,7 +208,7 @@ bool frame_detail::fitsColumn(Table const& table, int column, QString const& tex
 void Directory::holdForConstruction(QSharedPointer<Table> const& other) const
 {
     if (!other || other->mayReadRows()) return;
-    if (!lockForConstruction(other)) throw frame_detail::TableBusy();
+    if (!lockForConstruction(other)) throw TableBusy();
 }
 
 #ifdef DIRECTORY_CHECK_THREADS

@@ -23,62 +23,21 @@
 
 struct DirectoryClass;
 
-namespace frame_detail {
-// Thrown by a directory constructor, run under qCallOnce, whose table is
-// locked by another thread (a batch): the construction steps back, so that
-// the batch's own hooks may create the directory, and is tried again.
-struct TableBusy
-{
-};
-// Book-keeping of the runs of qCallOnce on the calling thread: which flags
-// it is running, and the tables its constructions locked (released when
-// the run ends, so that no hook reaches a half-built directory).
-DIRECTORY_EXPORT void beginRun(QBasicAtomicInt* flag);
-DIRECTORY_EXPORT void endRun(QBasicAtomicInt* flag);
-DIRECTORY_EXPORT bool isRunningHere(QBasicAtomicInt const* flag);
-DIRECTORY_EXPORT QString reenteredText(char const* name);
-} // namespace frame_detail
-
 // Runs `function` once per flag, from any thread. Flag states: 0 not run,
 // 1 running, 2 done, 3 failed. A failure lets the exception pass and leaves
 // the flag at 3, so the next caller runs the function again; callers that
 // find another thread running it yield until it is done or has failed. A
 // run that re-enters its own flag on the same thread (a construction that
 // reaches its own i()) throws a QString instead of waiting for itself.
-template <class Function>
-void qCallOnce(Function function, QBasicAtomicInt& flag, char const* name = "qCallOnce")
-{
-    enum { NotRun = 0, Running = 1, Done = 2, Failed = 3 };
-    for (;;) {
-        int state = flag.loadAcquire();
-        if (state == Done) return;
-        if ((state == NotRun || state == Failed) && flag.testAndSetAcquire(state, Running)) {
-            frame_detail::beginRun(&flag);
-            try {
-                function();
-            } catch (frame_detail::TableBusy const&) {
-                frame_detail::endRun(&flag);
-                flag.storeRelease(state);
-                QThread::yieldCurrentThread();
-                continue;
-            } catch (...) {
-                frame_detail::endRun(&flag);
-                flag.storeRelease(Failed);
-                throw;
-            }
-            frame_detail::endRun(&flag);
-            flag.storeRelease(Done);
-            return;
-        }
-        if (state == Running && frame_detail::isRunningHere(&flag)) throw frame_detail::reenteredText(name);
-        QThread::yieldCurrentThread();
-    }
-}
+// Defined in the library: a run's book-keeping (the tables its construction
+// locked) is the library's own.
+DIRECTORY_EXPORT void qCallOnce(void (*function)(), QBasicAtomicInt& flag, char const* name = "qCallOnce");
 
 // Holder of the one instance of a directory class. The scoped pointer deletes
-// the instance when the library is unloaded.
+// the instance when the library is unloaded. Its state is exported with the
+// class, so that a program and the library share it.
 template <class X>
-class QSingleton
+class DIRECTORY_EXPORT QSingleton
 {
 public:
     static void init()
@@ -188,7 +147,7 @@ protected:
 
 private:
     // The registry's line found once, for the constructor above.
-    Directory(QObject* parent, DirectoryClass const& line, QString const& tableName);
+    DIRECTORY_NO_EXPORT Directory(QObject* parent, DirectoryClass const& line, QString const& tableName);
 
     Registration m_registration;
     QList<Index*> m_ownedIndexes;
@@ -282,27 +241,6 @@ private:
 // Keyed lookups.
 
 namespace frame_detail {
-// A key value written into a key row as its column's type wants it: texts
-// into text columns only (fixed-width or variable), anything else through
-// the field's own conversion. Throws the conversion's Exception when the
-// column cannot take the value.
-DIRECTORY_EXPORT void writeKeyValue(Field field, QString const& value);
-DIRECTORY_EXPORT void writeKeyValue(Field field, QChar value);
-template <class V>
-void writeKeyValue(Field field, V const& value)
-{
-    field = value;
-}
-
-// A text longer than its fixed-width column is stored by no row: searched
-// cut to the width, it would find a row with another key.
-DIRECTORY_EXPORT bool fitsColumn(Table const& table, int column, QString const& text);
-template <class V>
-bool fitsColumn(Table const&, int, V const&)
-{
-    return true;
-}
-
 // The type a typed master index keeps for a lookup's value (void: none).
 template <class V> struct StructKeyOf { using type = void; };
 template <> struct StructKeyOf<int> { using type = int; };
@@ -329,8 +267,35 @@ template <> struct InPlaceKey<QString> : std::true_type {};
 //
 // Threading: as the index searched. Searches through a cached master index
 // may run on any thread; the others belong where the directory's lookups do.
+// What every DirectoryKey shares, whatever its values: writing a value into
+// a key row's column, and whether a text fits its column.
+class DIRECTORY_EXPORT DirectoryKeyColumns
+{
+protected:
+    // A key value written into a key row as its column's type wants it:
+    // texts into text columns only (fixed-width or variable), anything else
+    // through the field's own conversion. Throws the conversion's Exception
+    // when the column cannot take the value.
+    static void writeKeyValue(Field field, QString const& value);
+    static void writeKeyValue(Field field, QChar value);
+    template <class V>
+    static void writeKeyValue(Field field, V const& value)
+    {
+        field = value;
+    }
+
+    // A text longer than its fixed-width column is stored by no row:
+    // searched cut to the width, it would find a row with another key.
+    static bool fitsColumn(Table const& table, int column, QString const& text);
+    template <class V>
+    static bool fitsColumn(Table const&, int, V const&)
+    {
+        return true;
+    }
+};
+
 template <class... V>
-class DirectoryKey
+class DirectoryKey : private DirectoryKeyColumns
 {
     static_assert(sizeof...(V) > 0, "a key has columns");
 
@@ -386,7 +351,7 @@ private:
         try {
             Record key(&t);
             int n = 0;
-            (frame_detail::writeKeyValue(t.dataPtr(key.row(), m_columns[n++]), values), ...);
+            (writeKeyValue(t.dataPtr(key.row(), m_columns[n++]), values), ...);
             return key;
         } catch (Exception const&) {
             return Record();
@@ -396,7 +361,7 @@ private:
     bool fits(Table const& t, V const&... values) const
     {
         int n = 0;
-        return (frame_detail::fitsColumn(t, m_columns[n++], values) && ...);
+        return (fitsColumn(t, m_columns[n++], values) && ...);
     }
 
     Record lookup(bool wantPosition, int& position, V const&... values) const
@@ -486,7 +451,15 @@ private:
 #define DIRECTORY_UPDATING_THREAD_ONLY() ((void)0)
 #endif
 
-// Directory i() accessor: the one instance, created on first use.
+// Directory i() accessor: the one instance, created on first use. Declared
+// here and defined in the library (DIRECTORY_SINGLETON_DEFINE in the class's
+// source), so that every program reaches the library's one instance.
 #define DIRECTORY_SINGLETON(X) \
 public: \
-    static X* i() { return QSingleton<X>::get(); }
+    static X* i();
+
+// The definition of X::i() for the class's source file; the holder's state
+// is instantiated there, with the class.
+#define DIRECTORY_SINGLETON_DEFINE(X) \
+    template class QSingleton<X>; \
+    X* X::i() { return QSingleton<X>::get(); }

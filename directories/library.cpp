@@ -1,3 +1,4 @@
 #include "library.h"
 
-QString directory::libraryVersion() { return QStringLiteral("1.0.0"); }
+// DIRECTORY_VERSION comes from the project's one version number.
+QString directory::libraryVersion() { return QStringLiteral(DIRECTORY_VERSION); }

@@ -308,3 +308,9 @@ void FutVMSADirectory::recompute(Table* table)
     QMap<QString, xdecimal> fresh;
     if (!latestSessionSums(table, m_columns, &m_vmBySettlementAccount, fresh)) m_vmBySettlementAccount.swap(fresh);
 }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(FutVMDirectory)
+DIRECTORY_SINGLETON_DEFINE(OptVMDirectory)
+DIRECTORY_SINGLETON_DEFINE(FutVMSADirectory)
+DIRECTORY_SINGLETON_DEFINE(OptVMSADirectory)

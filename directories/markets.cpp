@@ -376,3 +376,8 @@ QList<StockBoard> BoardDirectory::all(int stock) const
 }
 
 void BoardDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(StockDirectory)
+DIRECTORY_SINGLETON_DEFINE(StockSecDirectory)
+DIRECTORY_SINGLETON_DEFINE(BoardDirectory)

@@ -326,12 +326,12 @@ int ColumnValuesKey::compareRow(unsigned char const* row) const
 
 // ---------------------------------------------------------------------------
 
-void directory::detail::checkStructColumnCount(int expected, int given)
+void MasterIndex_Struct_Checks::columnCount(int expected, int given)
 {
     if (expected != given) throw QStringLiteral("MasterIndex_Struct: incorrect columns count %1!=%2").arg(expected).arg(given);
 }
 
-int directory::detail::checkStructColumn(Table const* table, QList<int> const& columns, QStringList const& names,
+int MasterIndex_Struct_Checks::column(Table const* table, QList<int> const& columns, QStringList const& names,
                                          int position, FieldType::Type type, int length)
 {
     int column = position < columns.size() ? columns.at(position) : -1;

@@ -85,7 +85,7 @@ inline uint qHash(MasterKey const& key, uint seed = 0) { return qHash(key.bytes(
 // ---------------------------------------------------------------------------
 // MasterIndexKey<Base>: a column-list index searchable by a MasterKey.
 template <class Base>
-class MasterIndexKey : public Base
+class DIRECTORY_EXPORT MasterIndexKey : public Base
 {
 public:
     using Key = MasterKey;
@@ -181,7 +181,7 @@ private:
 
 // A fixed string of N UTF-16 code units, zero padded, as stored in a row.
 template <int N>
-struct ucharn
+struct DIRECTORY_EXPORT ucharn
 {
     quint16 units[N];
 
@@ -263,16 +263,20 @@ inline void orderedBytes(ucharn<N> const& v, unsigned char* out)
 
 inline uint hashCombine(uint seed, uint h) { return seed ^ (h + 0x9e3779b9u + (seed << 6) + (seed >> 2)); }
 
-// Set-up checks of MasterIndex_Struct; each throws the QString message.
-DIRECTORY_EXPORT void checkStructColumnCount(int expected, int given);
-// Checks key column `position` and returns the offset of its value in a row.
-DIRECTORY_EXPORT int checkStructColumn(Table const* table, QList<int> const& columns, QStringList const& names,
-                                       int position, FieldType::Type type, int length);
-
 struct NoSetup {};
 
 } // namespace detail
 } // namespace directory
+
+// Set-up checks of MasterIndex_Struct, the same for every key shape; each
+// throws the QString message.
+struct DIRECTORY_EXPORT MasterIndex_Struct_Checks
+{
+    static void columnCount(int expected, int given);
+    // Checks key column `position` and returns the offset of its value in a row.
+    static int column(Table const* table, QList<int> const& columns, QStringList const& names, int position,
+                      FieldType::Type type, int length);
+};
 
 namespace directory {
 namespace detail {
@@ -296,10 +300,10 @@ private:
 } // namespace directory
 
 // The typed values of a key in key-column order: value, then the rest.
-template <class... T> struct MasterKey_Struct;
+template <class... T> struct DIRECTORY_EXPORT MasterKey_Struct;
 
 template <class T>
-struct MasterKey_Struct<T>
+struct DIRECTORY_EXPORT MasterKey_Struct<T>
 {
     T value;
 
@@ -310,7 +314,7 @@ struct MasterKey_Struct<T>
 };
 
 template <class T, class... Rest>
-struct MasterKey_Struct<T, Rest...>
+struct DIRECTORY_EXPORT MasterKey_Struct<T, Rest...>
 {
     T value;
     MasterKey_Struct<Rest...> rest;
@@ -332,11 +336,11 @@ inline uint qHash(MasterKey_Struct<T, U, Rest...> const& k, uint seed = 0)
 // ---------------------------------------------------------------------------
 // MasterIndex_Struct<T...>
 
-template <class... T> class MasterIndex_Struct;
+template <class... T> class DIRECTORY_EXPORT MasterIndex_Struct;
 
 // The base level: the last key column.
 template <class T>
-class MasterIndex_Struct<T> : public MasterIndex_Column_Pure
+class DIRECTORY_EXPORT MasterIndex_Struct<T> : public MasterIndex_Column_Pure
 {
 public:
     using Key = MasterKey_Struct<T>;
@@ -359,8 +363,8 @@ public:
     // number of key columns must be i + 1.
     void setup(int i)
     {
-        directory::detail::checkStructColumnCount(i + 1, m_columns.size());
-        m_offset = directory::detail::checkStructColumn(m_table, m_columns, m_names, i, directory::detail::KeyColumn<T>::type,
+        MasterIndex_Struct_Checks::columnCount(i + 1, m_columns.size());
+        m_offset = MasterIndex_Struct_Checks::column(m_table, m_columns, m_names, i, directory::detail::KeyColumn<T>::type,
                                                         directory::detail::KeyColumn<T>::length);
     }
 
@@ -420,7 +424,7 @@ protected:
 
 // A level holding key column T in front of the levels of Rest.
 template <class T, class... Rest>
-class MasterIndex_Struct<T, Rest...> : public MasterIndex_Struct<Rest...>
+class DIRECTORY_EXPORT MasterIndex_Struct<T, Rest...> : public MasterIndex_Struct<Rest...>
 {
     using Base = MasterIndex_Struct<Rest...>;
 
@@ -443,7 +447,7 @@ public:
     void setup(int i)
     {
         Base::setup(i + 1);
-        m_offset = directory::detail::checkStructColumn(this->m_table, this->m_columns, this->m_names, i,
+        m_offset = MasterIndex_Struct_Checks::column(this->m_table, this->m_columns, this->m_names, i,
                                                         directory::detail::KeyColumn<T>::type,
                                                         directory::detail::KeyColumn<T>::length);
     }

@@ -1,22 +1,12 @@
 #include "participants.h"
+#include "participants_p.h"
 
 #include "enumerations.h"
-#include "masterindex.h"
 #include "masterindex.h"
 
 namespace {
 using Korvo3::K3FieldsTypes;
 } // namespace
-
-void directory::detail::LastAccountCache::drop(Record const& row)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    ++m_drops;
-    if (!row.isEmpty() && row != m_record) return;
-    m_key.clear();
-    m_record = Record();
-    m_hasKey = false;
-}
 
 // ---- K3DealerDirectory -------------------------------------------------------
 
@@ -81,7 +71,7 @@ void K3DealerDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 // ---- K3InvestorDirectory -----------------------------------------------------
 
 K3InvestorDirectory::K3InvestorDirectory(QObject* parent)
-    : Directory(parent, staticMetaObject)
+    : Directory(parent, staticMetaObject), m_last(new directory::detail::LastAccountCache)
 {
     resolveColumns({{m_clientCode, "client_code"}, {m_name, "name"}, {m_status, "status"}});
     if (QSharedPointer<Table> t = table()) {
@@ -94,7 +84,7 @@ K3InvestorDirectory::K3InvestorDirectory(QObject* parent)
 Record K3InvestorDirectory::getInvestorByAccount(QString const& account) const
 {
     if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
-    return m_last.lookup(account.left(K3FieldsTypes::client_code),
+    return m_last->lookup(account.left(K3FieldsTypes::client_code),
                          [this](QString const& key) { return m_byCode.find(key); });
 }
 
@@ -114,14 +104,14 @@ int K3InvestorDirectory::statusByCode(QString const& code) const
     return row.isEmpty() ? 0 : row.data(m_status).toInteger();
 }
 
-void K3InvestorDirectory::clear() { m_last.drop(); }
-void K3InvestorDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last.drop(record); }
+void K3InvestorDirectory::clear() { m_last->drop(); }
+void K3InvestorDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last->drop(record); }
 void K3InvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
 // ---- K3CoreDealerDirectory, K3CoreInvestorDirectory ---------------------------
 
-directory::detail::CoreAccountDirectory::CoreAccountDirectory(QObject* parent, QMetaObject const& cls, int keyLength)
-    : Directory(parent, cls), m_keyLength(keyLength)
+CoreAccountDirectory::CoreAccountDirectory(QObject* parent, QMetaObject const& cls, int keyLength)
+    : Directory(parent, cls), m_keyLength(keyLength), m_last(new directory::detail::LastAccountCache)
 {
     resolveColumns({{m_clientCode, "client_code"}});
     if (QSharedPointer<Table> t = table()) {
@@ -131,18 +121,18 @@ directory::detail::CoreAccountDirectory::CoreAccountDirectory(QObject* parent, Q
     }
 }
 
-Record directory::detail::CoreAccountDirectory::byAccount(QString const& account) const
+Record CoreAccountDirectory::byAccount(QString const& account) const
 {
     if (!table() || !m_codeIndex || account.size() < m_keyLength) return Record();
-    return m_last.lookup(account.left(m_keyLength),
+    return m_last->lookup(account.left(m_keyLength),
                          [this](QString const& key) { return m_byCode.find(key); });
 }
 
-void directory::detail::CoreAccountDirectory::clear() { m_last.drop(); }
+void CoreAccountDirectory::clear() { m_last->drop(); }
 
-void directory::detail::CoreAccountDirectory::remove(Record const& record, int)
+void CoreAccountDirectory::remove(Record const& record, int)
 {
-    if (!record.isEmpty()) m_last.drop(record);
+    if (!record.isEmpty()) m_last->drop(record);
 }
 
 K3CoreDealerDirectory::K3CoreDealerDirectory(QObject* parent)
@@ -197,3 +187,14 @@ bool K3RFDirectory::isOperatorInputOn(QString const& rf) const
 }
 
 void K3RFDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+// Out of line: the account cache is known here only.
+K3InvestorDirectory::~K3InvestorDirectory() = default;
+CoreAccountDirectory::~CoreAccountDirectory() = default;
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(K3DealerDirectory)
+DIRECTORY_SINGLETON_DEFINE(K3InvestorDirectory)
+DIRECTORY_SINGLETON_DEFINE(K3CoreDealerDirectory)
+DIRECTORY_SINGLETON_DEFINE(K3CoreInvestorDirectory)
+DIRECTORY_SINGLETON_DEFINE(K3RFDirectory)

@@ -4,7 +4,7 @@
 #include <database/record.h>
 
 #include <QString>
-#include <mutex>
+#include <memory>
 
 class MasterIndex_Column;
 
@@ -22,48 +22,9 @@ struct K3FieldsTypes
 
 namespace directory {
 namespace detail {
-
-// The one-entry cache of an account lookup: the last key looked up and the
-// row found for it. A miss leaves it as it was and answers with the row of
-// the last hit, a stale answer that callers have always had to tolerate.
-// Safe from any thread: the entry is guarded, the search runs outside it.
-// A row removed while a search ran may be the one it found; such a row is
-// answered but never kept, so the entry never outlives its row's removal.
-class DIRECTORY_EXPORT LastAccountCache
-{
-public:
-    // `find` searches for a key and returns the row or an empty record.
-    template <class Find>
-    Record lookup(QString const& key, Find find)
-    {
-        unsigned drops;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_hasKey && key == m_key) return m_record;
-            drops = m_drops;
-        }
-        Record found = find(key);
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_drops != drops) return found.isEmpty() ? m_record : found;
-        if (!found.isEmpty()) {
-            // A copy of its own: a text shared with the caller would have its
-            // reference count changed on two threads, outside the lock.
-            m_key = QString(key.constData(), key.size());
-            m_record = found;
-            m_hasKey = true;
-        }
-        return m_record;
-    }
-    // Forgets the entry when it holds `row` (any row when `row` is empty).
-    void drop(Record const& row = Record());
-
-private:
-    std::mutex m_mutex;
-    QString m_key;
-    Record m_record;
-    bool m_hasKey = false;
-    unsigned m_drops = 0;   // removals seen, kept or not: a search spans them
-};
+class LastAccountCache;
+} // namespace detail
+} // namespace directory
 
 // What the core lists of dealers and of investors share: a client-code index
 // and the cached lookup of an account by its first `keyLength` characters.
@@ -75,6 +36,7 @@ class DIRECTORY_EXPORT CoreAccountDirectory : public Directory
 {
     Q_OBJECT
 public:
+    ~CoreAccountDirectory() override;
     void clear() override;
     void remove(Record const& record, int position) override;
 
@@ -88,11 +50,8 @@ private:
     int m_keyLength;
     MasterIndex_Column* m_codeIndex = nullptr;
     DirectoryKey<QString> m_byCode;
-    mutable LastAccountCache m_last;
+    std::unique_ptr<directory::detail::LastAccountCache> m_last;
 };
-
-} // namespace detail
-} // namespace directory
 
 // Dealers, keyed by BF code ("k3.dealer" holds each firm's own account, the
 // BF code followed by "000"). Every lookup wants exactly 4 characters.
@@ -141,6 +100,7 @@ class DIRECTORY_EXPORT K3InvestorDirectory : public Directory
     DIRECTORY_SINGLETON(K3InvestorDirectory)
 public:
     explicit K3InvestorDirectory(QObject* parent);
+    ~K3InvestorDirectory() override;
 
     // By the account's first 7 characters; a miss answers the last hit.
     Record getInvestorByAccount(QString const& account) const;
@@ -160,12 +120,12 @@ private:
     int m_status = -1;
     MasterIndex_Column* m_codeIndex = nullptr;
     DirectoryKey<QString> m_byCode;
-    mutable directory::detail::LastAccountCache m_last;
+    std::unique_ptr<directory::detail::LastAccountCache> m_last;
 };
 
 // The core list of dealers ("k3.core_dealer"), by BF code.
 // Threading: as K3InvestorDirectory.
-class DIRECTORY_EXPORT K3CoreDealerDirectory : public directory::detail::CoreAccountDirectory
+class DIRECTORY_EXPORT K3CoreDealerDirectory : public CoreAccountDirectory
 {
     Q_OBJECT
     DIRECTORY_SINGLETON(K3CoreDealerDirectory)
@@ -182,7 +142,7 @@ Q_SIGNALS:
 
 // The core list of investors ("k3.core_investor"), by client code.
 // Threading: as K3InvestorDirectory.
-class DIRECTORY_EXPORT K3CoreInvestorDirectory : public directory::detail::CoreAccountDirectory
+class DIRECTORY_EXPORT K3CoreInvestorDirectory : public CoreAccountDirectory
 {
     Q_OBJECT
     DIRECTORY_SINGLETON(K3CoreInvestorDirectory)

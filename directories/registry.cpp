@@ -1,4 +1,4 @@
-#include "registry.h"
+#include "registry_p.h"
 
 #include "directories"
 

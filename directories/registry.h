@@ -38,5 +38,3 @@ struct DIRECTORY_EXPORT DirectoryClass
 // Every table-bound directory class once, in the order programs bind them: a
 // directory whose hooks reach another comes after it.
 DIRECTORY_EXPORT QVector<DirectoryClass> const& directoryRegistry();
-// The line of a class, or null when it has none.
-DIRECTORY_EXPORT DirectoryClass const* registeredClass(QMetaObject const& cls);

@@ -643,3 +643,6 @@ CalcVolatResult* SecurityDirectory::getVolatResultBySecId(long long secId, int t
     cache.insert(secId, fresh, 1);   // a cost of 1 always fits: the cache keeps it
     return fresh;
 }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(SecurityDirectory)

@@ -144,3 +144,8 @@ datetime StockTimeDirectory::correctedLocalTime(int stock) const
 }
 
 void StockTimeDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(SessionDirectory)
+DIRECTORY_SINGLETON_DEFINE(CalendarDirectory)
+DIRECTORY_SINGLETON_DEFINE(StockTimeDirectory)

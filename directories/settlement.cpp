@@ -156,3 +156,8 @@ Record K3PartsBFDirectory::getBFByAccount(QString const& account) const
 
 void K3PartsBFDirectory::clear() { Q_EMIT dataChanged(); }
 void K3PartsBFDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(K3FutSettlementDirectory)
+DIRECTORY_SINGLETON_DEFINE(K3FutMarginTypeDirectory)
+DIRECTORY_SINGLETON_DEFINE(K3PartsBFDirectory)

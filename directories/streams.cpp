@@ -457,3 +457,10 @@ int RFSMinAmountDirectory::minAmountByBaseContractCode(QString const& code) cons
 }
 
 void RFSMinAmountDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(RFSStreamsDirectory)
+DIRECTORY_SINGLETON_DEFINE(RFSQuoteDirectory)
+DIRECTORY_SINGLETON_DEFINE(RFSOrdersDirectory)
+DIRECTORY_SINGLETON_DEFINE(LPUsersDirectory)
+DIRECTORY_SINGLETON_DEFINE(RFSMinAmountDirectory)

@@ -152,3 +152,6 @@ void K3UserDirectory::warnOfPasswordExpiry(Record const& record, QString const& 
              "приближается дата истечения пароля</p>").arg(shown);
     UserNotification(2, text).sendTo(core);
 }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(K3UserDirectory)

@@ -154,3 +154,9 @@ void OptionSeriesParamDirectory::clear()
     m_seriesParamData.clear();
     Q_EMIT dataChanged();
 }
+
+// The one instance of each directory class here.
+DIRECTORY_SINGLETON_DEFINE(VolatDirectory)
+DIRECTORY_SINGLETON_DEFINE(VolatCoeffBlackDirectory)
+DIRECTORY_SINGLETON_DEFINE(VolatCoeffBachDirectory)
+DIRECTORY_SINGLETON_DEFINE(OptionSeriesParamDirectory)

@@ -62,6 +62,14 @@ Q_SIGNALS:
     void dataChanged();
 };
 
+} // namespace
+
+// The test's own directories define their i() as the library's do.
+DIRECTORY_SINGLETON_DEFINE(ProbeDirectory)
+DIRECTORY_SINGLETON_DEFINE(SelfCallingDirectory)
+
+namespace {
+
 // An index whose hook creates the probe directory during a batch, as hooks
 // that reach other directories do.
 class CreatingIndex : public Index

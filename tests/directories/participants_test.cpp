@@ -1,6 +1,7 @@
 #include "../testnames.h"
 #include "accounts_fixture.h"
 #include "participants.h"
+#include "participants_p.h"
 #include "masterindex.h"
 
 #include <QSignalSpy>

@@ -43,4 +43,10 @@ endif()
 
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${prefix})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-run(${WORK_DIR}/build/uses_directory)
+# The outside program checks that it shares the library's directory
+# instances, and shows the library's version.
+execute_process(COMMAND ${WORK_DIR}/build/uses_directory RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT rc EQUAL 0 OR NOT out MATCHES "library version ${VERSION}\n")
+  message(FATAL_ERROR "the outside program exited ${rc}:\n${out}\n${err}")
+endif()
+message(STATUS "${out}")

@@ -1,5 +1,5 @@
 #pragma once
-#include "core_export.h"
+#include <core/core_export.h>
 #include <database/settings.h>
 
 // The user's settings of one group. Values persist where the program points

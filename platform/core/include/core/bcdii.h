@@ -1,5 +1,5 @@
 #pragma once
-#include "core_export.h"
+#include <core/core_export.h>
 
 // Routines over the 16-byte extended packed decimal (xdecimal's storage):
 // a header word 0x1A00 + scale (low byte, signed), then a 112-bit two's

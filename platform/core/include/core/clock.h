@@ -1,5 +1,5 @@
 #pragma once
-#include "core_export.h"
+#include <core/core_export.h>
 #include <QtGlobal>
 
 // The terminal's wall clock: milliseconds since 1970-01-01 00:00 of the

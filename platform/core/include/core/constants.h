@@ -1,5 +1,5 @@
 #pragma once
-#include "core_export.h"
+#include <core/core_export.h>
 
 // Default bounds of an option's volatility, in percent per year of the
 // forward (20.0 is 20 %). 1 % lies below any quoted smile; 500 % is above

@@ -1,5 +1,5 @@
 #pragma once
-#include "core_export.h"
+#include <core/core_export.h>
 #include <QElapsedTimer>
 #include <QList>
 #include <QMap>

@@ -1,6 +1,6 @@
 #pragma once
 #include "constants.h"
-#include "core_export.h"
+#include <core/core_export.h>
 
 // The option pricing engine of the core: one model for both smile tables,
 // driven by the coefficients (see docs/volatility.md for the formulas).

@@ -1,6 +1,6 @@
 #pragma once
 #include "batch.h"
-#include "database_export.h"
+#include <database/database_export.h>
 #include <QString>
 #include <condition_variable>
 #include <cstdio>

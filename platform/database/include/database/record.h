@@ -1,5 +1,5 @@
 #pragma once
-#include "database_export.h"
+#include <database/database_export.h>
 #include "field.h"
 #include <QMetaType>
 #include <QString>

@@ -1,5 +1,5 @@
 #pragma once
-#include "gateway_export.h"
+#include <gateway/gateway_export.h>
 #include <core/transactions.h>
 
 #include <QList>
