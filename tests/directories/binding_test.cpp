@@ -8,7 +8,6 @@
 #include <QDir>
 #include <QMetaMethod>
 #include <QRegularExpression>
-#include <QTranslator>
 
 // Parameters read by their class names (found by argument lookup, so beside
 // DirectoryClass, outside the unnamed namespace).
@@ -63,14 +62,6 @@ QString expectedMissingText(DirectoryClass const& c)
     if (name == "K3InvestorDirectory") return QStringLiteral("Таблица k3.investor отсутствует");
     if (name == "K3BrokerFeeParamDirectory") return QStringLiteral("Таблица k3.broker_fee_params отсутствует");
     return QStringLiteral("Таблица '%1' отсутствует").arg(QLatin1String(c.table));
-}
-
-QString expectedEnglishMissingText(DirectoryClass const& c)
-{
-    QString const name = QLatin1String(c.name());
-    if (name == "K3InvestorDirectory") return QStringLiteral("Table k3.investor is missing");
-    if (name == "K3BrokerFeeParamDirectory") return QStringLiteral("Table k3.broker_fee_params is missing");
-    return QStringLiteral("Table '%1' is missing").arg(QLatin1String(c.table));
 }
 
 class Binding : public ::testing::TestWithParam<DirectoryClass>
@@ -140,16 +131,6 @@ TEST_P(Binding, RegistersOnItsTableAsItsLineSays)
     bool const dependent = GetParam().registration == Directory::AsDependent;
     EXPECT_EQ(boundTable()->dependents().contains(index), dependent);
     EXPECT_EQ(boundTable()->indexes().contains(index), !dependent);
-}
-
-// The shipped English translation covers the message of every class.
-TEST_P(Binding, MissingTableTextReadsInEnglish)
-{
-    QTranslator english;
-    ASSERT_TRUE(english.load(QStringLiteral("libdirectory_en"), QStringLiteral(TRANSLATIONS_DIR)));
-    QCoreApplication::installTranslator(&english);
-    EXPECT_EQ(thrownWithoutTable(), expectedEnglishMissingText(GetParam()));
-    QCoreApplication::removeTranslator(&english);
 }
 
 // Each class announces a batch with the one signal it declares: dataChanged(),

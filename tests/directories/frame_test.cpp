@@ -132,25 +132,6 @@ TEST_F(FrameThreads, FailedConstructionIsRetriedAndLeavesNothingRegistered)
     EXPECT_EQ(registrations(*probes), before + 2);
 }
 
-TEST_F(Frame, MissingTableThrowsTheMessageAndRegistersNothing)
-{
-    std::vector<int> counts;
-    for (QString const& name : db()->tableNames()) counts.push_back(registrations(*db()->table(name)));
-    try {
-        BuySellDirectory::i();
-        FAIL() << "no exception";
-    } catch (QString const& e) {
-        EXPECT_EQ(e, QStringLiteral("Таблица 'buysells' отсутствует"));
-    }
-    std::vector<int> after;
-    for (QString const& name : db()->tableNames()) after.push_back(registrations(*db()->table(name)));
-    EXPECT_EQ(after, counts);
-    // Once the table exists, the next call builds the instance.
-    createTables(R"({"tables":[{"name":"buysells","key":["buysell"],"columns":[
-        {"name":"buysell","type":6,"length":2,"nullable":false},{"name":"name","type":8}]}]})");
-    EXPECT_NE(BuySellDirectory::i(), nullptr);
-}
-
 // A class whose context has no English text of its own yet (a new one, or
 // one outside the registry) reads the frame's.
 TEST_F(Frame, MissingTableTextWithoutItsOwnTranslationReadsTheFrames)

@@ -6,7 +6,6 @@
 
 #include <QCoreApplication>
 #include <QSignalSpy>
-#include <QTranslator>
 
 namespace {
 
@@ -124,12 +123,3 @@ TEST_F(Time, ExchangeTimeTakesTheMarketsOffsetOrTheLargest)
     EXPECT_EQ(st->timeByStockId(2), datetime());
 }
 
-TEST_F(Time, EnglishTexts)
-{
-    QTranslator english;
-    ASSERT_TRUE(english.load(QStringLiteral("libdirectory_en"), QStringLiteral(TRANSLATIONS_DIR)));
-    QCoreApplication::installTranslator(&english);
-    EXPECT_EQ(SessionDirectory::i()->nameById(1, 1), "<session not found>");
-    EXPECT_EQ(QCoreApplication::translate("VolatCoeffBachDirectory", "Таблица '%1' отсутствует"), "Table '%1' is missing");
-    QCoreApplication::removeTranslator(&english);
-}

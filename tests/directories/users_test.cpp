@@ -8,7 +8,6 @@
 #include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTranslator>
 
 namespace {
 
@@ -230,22 +229,3 @@ TEST_F(Users, GoneTableGivesEmptyAnswers)
     EXPECT_EQ(users->loginByAspref(1), QString());
 }
 
-// The shipped English translation holds the warning, and a sample of the
-// other texts, under the very source texts the code uses.
-TEST_F(Users, EnglishWarningTextFromTheShippedTranslation)
-{
-    QTranslator english;
-    ASSERT_TRUE(english.load(QStringLiteral("libdirectory_en"), QStringLiteral(TRANSLATIONS_DIR)));
-    QCoreApplication::installTranslator(&english);
-    core()->setCurrentLogin("trader");
-    insertUser("trader", "AB01001", 0, 1, at(kNow + kDay));
-    K3UserDirectory::i();
-    EXPECT_EQ(core()->notifications(), QStringList({
-        QStringLiteral("2|<p>As of the end of yesterday, the password of login <span style=\"color: blue;\"><b>trader</b></span> "
-                       "of your trading/clearing member is about to expire</p>|")}));
-    EXPECT_EQ(QCoreApplication::translate("K3FutMarginTypeDirectory", "Субброкеры"), "Sub-brokers");
-    EXPECT_EQ(QCoreApplication::translate("K3DealerDirectory", "Обособленный учет"), "Segregated accounting");
-    EXPECT_EQ(QCoreApplication::translate("K3BrokerFeeParamDirectory", "Таблица k3.broker_fee_params отсутствует"),
-              "Table k3.broker_fee_params is missing");
-    QCoreApplication::removeTranslator(&english);
-}
