@@ -44,6 +44,12 @@ protected:
         for (QString const& name : db()->tableNames())
             if (!before.contains(name)) m_tables << name;
     }
+    // The named tables as data/schema.json defines them.
+    void createSchemaTables(QStringList const& names)
+    {
+        createTables(realSchema(names));
+        for (QString const& name : names) ASSERT_TRUE(db()->hasTable(name)) << name.toStdString();
+    }
     void apply(QByteArray const& line)
     {
         db()->apply(BatchDecoder(*db()).decode(line, QStringLiteral("test:1")));

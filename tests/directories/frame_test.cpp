@@ -243,7 +243,7 @@ TEST_F(Frame, HooksCreateDirectoriesWhileAnotherThreadDoes)
 TEST_F(Frame, OffThreadLookupsWithoutTheLockStop)
 {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-    createTables(realSchema({"stocks"}));
+    createSchemaTables({"stocks"});
     apply(R"({"table":"stocks","ops":[{"insert":{"stock_id":1,"stock_code":"DERIV","name":"Derivatives"}}]})");
     resetAfter<StockDirectory>();
     StockDirectory* stocks = StockDirectory::i();
@@ -262,7 +262,7 @@ TEST_F(Frame, OffThreadLookupsWithoutTheLockStop)
 // once, complete, and in agreement with its table.
 TEST_F(Frame, ThreadsCreateDirectoriesWhileBatchesApply)
 {
-    createTables(realSchema({"stocks", "boards", "securities"}));
+    createSchemaTables({"stocks", "boards", "securities"});
     resetAfter<StockDirectory>();
     resetAfter<BoardDirectory>();
     resetAfter<SecurityDirectory>();

@@ -1,5 +1,4 @@
 #include "core_fixture.h"
-#include "schema_fixture.h"
 #include "securities.h"
 #include "sessions.h"
 #include "volatility.h"
@@ -34,7 +33,7 @@ protected:
     void SetUp() override
     {
         Clock::setFixed(kNow);
-        createTables(bundledSchema({"securities", "boards", "stocks", "stock_time", "k3.volat_coeff_black", "k3.volat_coeff_bach"}));
+        createSchemaTables({"securities", "boards", "stocks", "stock_time", "k3.volat_coeff_black", "k3.volat_coeff_bach"});
         QStringList ops{
             row(R"("stock_id":1,"board_id":1,"sec_id":"10","isin_id":100,"market_price":"101.5","settlement_price_open":"100")"),
             row(R"("stock_id":4,"board_id":1,"sec_id":"20","isin_id":100,"market_price":"55","settlement_price_open":"54")"),

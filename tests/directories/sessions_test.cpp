@@ -1,5 +1,4 @@
 #include "core_fixture.h"
-#include "schema_fixture.h"
 #include "sessions.h"
 
 #include <core/clock.h>
@@ -17,7 +16,7 @@ protected:
     void SetUp() override
     {
         Clock::setFixed(kNow);
-        createTables(bundledSchema({"sessions", "calendar", "stock_time"}));
+        createSchemaTables({"sessions", "calendar", "stock_time"});
         resetAfter<SessionDirectory>();
         resetAfter<CalendarDirectory>();
         resetAfter<StockTimeDirectory>();

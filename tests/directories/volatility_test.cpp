@@ -1,5 +1,4 @@
 #include "core_fixture.h"
-#include "schema_fixture.h"
 #include "volatility.h"
 
 #include <QSignalSpy>
@@ -11,7 +10,7 @@ class Volatility : public CoreTablesTest
 protected:
     void SetUp() override
     {
-        createTables(bundledSchema({"k3.volat", "k3.volat_coeff_black", "k3.volat_coeff_bach", "k3.option_series_params"}));
+        createSchemaTables({"k3.volat", "k3.volat_coeff_black", "k3.volat_coeff_bach", "k3.option_series_params"});
         resetAfter<VolatDirectory>();
         resetAfter<VolatCoeffBlackDirectory>();
         resetAfter<VolatCoeffBachDirectory>();

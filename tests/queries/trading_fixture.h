@@ -114,7 +114,7 @@ protected:
         m_previousSettings = Settings::storageFile();
         Settings::setStorageFile(m_settingsDir.filePath(QStringLiteral("settings.ini")));
 
-        createTables(realSchema({"securities", "boards", "stocks", "buysells", "orders"}));
+        createSchemaTables({"securities", "boards", "stocks", "buysells", "orders"});
         createTables(otherOrderTables());
         apply(R"({"table":"buysells","ops":[{"insert":{"buysell":"B","name":"Покупка"}},
             {"insert":{"buysell":"S","name":"Продажа"}}]})");
