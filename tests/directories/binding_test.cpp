@@ -2,7 +2,6 @@
 
 #include <directories>
 
-#include <core/defaultcore.h>
 
 #include <QCoreApplication>
 #include <QDir>
@@ -35,25 +34,6 @@ public:
     bool answerHasTable = true;
 };
 
-// The default core, but with the recording database.
-class RecordingCore : public ICore
-{
-public:
-    explicit RecordingCore(Database* db) : m_db(db) {}
-    Database* database() const override { return m_db; }
-    ITransactionService* transactionService() const override { return DefaultCore::global()->transactionService(); }
-    void notify(QString const& text, int flags, void* context, void* data) override
-    {
-        DefaultCore::global()->notify(text, flags, context, data);
-    }
-    QString currentLogin() const override { return QString(); }
-    bool passwordWarningEnabled() const override { return false; }
-    int passwordWarningDays() const override { return 0; }
-
-private:
-    Database* m_db;
-};
-
 // What the classes say when their table is missing: "Таблица '<table>'
 // отсутствует", except two whose text names the table itself.
 QString expectedMissingText(DirectoryClass const& c)
@@ -70,6 +50,7 @@ protected:
     void SetUp() override
     {
         m_db.loadSchemaJson(realSchema({QString::fromLatin1(GetParam().table)}), QStringLiteral("test-schema"));
+        m_core.db = &m_db;
         ICore::setInstance(&m_core);
         GetParam().reset();
         m_db.calls.clear();   // loading the schema asked too
@@ -99,7 +80,7 @@ protected:
     }
 
     RecordingDatabase m_db;
-    RecordingCore m_core{&m_db};
+    ForwardingCore m_core;
 };
 
 } // namespace
