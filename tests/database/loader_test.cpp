@@ -232,7 +232,6 @@ TEST(LoaderThreads, LongLinesAreReadAcrossBlocksAndRefusedPastTheLimit)
 TEST(LoaderThreads, BundledMarketLoads)
 {
     QString dir = QStringLiteral(SOURCE_DIR "/data");
-    if (!QFile::exists(dir + "/market/snapshot.jsonl")) GTEST_SKIP() << "no bundled market";
     Database db;
     db.loadSchema(dir + "/schema.json");
     EXPECT_EQ(db.tableNames().size(), 40);

@@ -27,6 +27,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -368,22 +369,33 @@ void comparePairs(Range const& r, int maxBits, std::uint64_t seed, char const* w
 {
     Inputs in(seed);
     Tally tally(what);
-    for (int i = 0; i < kCases; ++i) {
-        mpz_class ma = in.mantissa(r, maxBits), mb;
-        int sa = in.scale(r), sb;
-        switch (in.between(0, 2)) {
-        case 0:   // the same value at another scale, where it fits
-            sb = std::min(r.maxScale, sa + in.between(0, 20));
-            mb = ma * pow10(sb - sa);
-            if (!fits(mb, r)) { mb = ma; sb = sa; }
-            break;
-        case 1:   // a neighbour
-            sb = sa;
-            mb = fits(ma + 1, r) ? mpz_class(ma + 1) : mpz_class(ma - 1);
-            break;
-        default:
-            mb = in.mantissa(r, maxBits);
-            sb = in.scale(r);
+    // Fixed rows first: one value at two scales, across zero, and the far
+    // ends of the scale.
+    struct Row { mpz_class ma; int sa; mpz_class mb; int sb; };
+    std::vector<Row> const rows{{150, 2, 15, 1}, {-2, 0, 1999, 3}, {(mpz_class(1) << 56) - 1, -60, 1, 60},
+                                {1, 60, (mpz_class(1) << 56) - 1, -60}};
+    for (int i = 0; i < kCases + int(rows.size()); ++i) {
+        mpz_class ma, mb;
+        int sa, sb;
+        if (i < int(rows.size())) {
+            ma = rows[i].ma, sa = rows[i].sa, mb = rows[i].mb, sb = rows[i].sb;
+        } else {
+            ma = in.mantissa(r, maxBits);
+            sa = in.scale(r);
+            switch (in.between(0, 2)) {
+            case 0:   // the same value at another scale, where it fits
+                sb = std::min(r.maxScale, sa + in.between(0, 20));
+                mb = ma * pow10(sb - sa);
+                if (!fits(mb, r)) { mb = ma; sb = sa; }
+                break;
+            case 1:   // a neighbour
+                sb = sa;
+                mb = fits(ma + 1, r) ? mpz_class(ma + 1) : mpz_class(ma - 1);
+                break;
+            default:
+                mb = in.mantissa(r, maxBits);
+                sb = in.scale(r);
+            }
         }
         int want = compareExact(ma, sa, mb, sb);
         int got = signOf(make(ma, sa).compare(make(mb, sb)));
@@ -405,10 +417,16 @@ void rescale(Range const& r, int maxBits, std::uint64_t seed, char const* what,
 {
     Inputs in(seed);
     Tally tally(what);
-    for (int i = 0; i < kCases; ++i) {
-        mpz_class m = in.mantissa(r, maxBits);
-        int s = in.scale(r);
-        int to = in.chance(80) ? s + in.between(-12, 12) : in.between(r.minScale - 10, r.maxScale + 10);
+    // Fixed rows first: ties away from zero, a value that no longer fits,
+    // scales past the packed field's bits, and a value rounded to nothing.
+    struct Row { mpz_class m; int s, to; };
+    std::vector<Row> const rows{{10125, 2, 4}, {10125, 2, 1}, {-5, 2, 1}, {mpz_class("1000000000000000"), 0, 2},
+                                {15, 1, 64}, {15, 1, -65}, {15, 1, -1}, {25, 1, 128}, {1000, 0, 31}};
+    for (int i = 0; i < kCases + int(rows.size()); ++i) {
+        bool const fixed = i < int(rows.size());
+        mpz_class m = fixed ? rows[i].m : in.mantissa(r, maxBits);
+        int s = fixed ? rows[i].s : in.scale(r);
+        int to = fixed ? rows[i].to : in.chance(80) ? s + in.between(-12, 12) : in.between(r.minScale - 10, r.maxScale + 10);
         D d = make(m, s);
         std::string before = str(d.toString());
         auto refused = refusal([&] { d.setScale(short(to)); });
@@ -435,8 +453,14 @@ TEST(DecimalDifferential, TextIsReadExactlyOrRefused)
 {
     Inputs in(7);
     Tally dec("decimal from text"), xdec("xdecimal from text");
-    for (int i = 0; i < kCases * 2; ++i) {
-        std::string t = in.text();
+    // Fixed rows first: malformed texts, more places than a decimal's scale
+    // holds, digits beyond the mantissa with and without trailing zeros.
+    std::string const zeros40(40, '0'), zeros70(70, '0'), zeros100(100, '0');
+    std::vector<std::string> const rows{"101.25", "-0.05", "1.2.3", "", "12a", "0." + zeros100 + "1", "1." + zeros40,
+                                        "720575940379279350", "0." + zeros70 + "1", "2596148429267413814265248164610048",
+                                        "123456789012345678901234.5"};
+    for (int i = 0; i < kCases * 2 + int(rows.size()); ++i) {
+        std::string t = i < int(rows.size()) ? rows[i] : in.text();
         std::optional<Exact> x = parseText(t);
         auto check = [&](Tally& tally, Range const& r, auto make) {
             std::optional<std::pair<mpz_class, int>> want;
@@ -461,9 +485,16 @@ TEST(DecimalDifferential, DoublesRoundFromTheirShortestText)
 {
     Inputs in(8);
     Tally dec("decimal fromDouble"), xdec("xdecimal fromDouble");
-    for (int i = 0; i < kCases * 2; ++i) {
-        double v = in.number();
-        int s = in.chance(80) ? in.between(-4, 12) : in.between(-130, 130);
+    // Fixed rows first: ties the binary value misses by a hair, wide values
+    // at the edges of both mantissas, and what cannot be stored at all.
+    std::vector<std::pair<double, int>> const rows{
+        {2.675, 2}, {1.005, 2}, {-1.005, 2}, {0.125, 2}, {-0.004, 2}, {0.5, 28}, {72057594037.92793, 6}, {1e20, -4},
+        {2e33, 0}, {3e33, 0}, {1e30, 6}, {1e20, 0}, {-1e20, 0}, {72057594037927936.0, 0}, {std::nan(""), 0},
+        {HUGE_VAL, 0}, {1, 64}};
+    for (int i = 0; i < kCases * 2 + int(rows.size()); ++i) {
+        bool const fixed = i < int(rows.size());
+        double v = fixed ? rows[i].first : in.number();
+        int s = fixed ? rows[i].second : in.chance(80) ? in.between(-4, 12) : in.between(-130, 130);
         auto check = [&](Tally& tally, Range const& r, auto make) {
             std::optional<mpz_class> want;
             if (std::isfinite(v) && s >= r.minScale && s <= r.maxScale) {

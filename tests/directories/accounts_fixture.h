@@ -6,25 +6,10 @@
 #include <core/clock.h>
 #include <core/defaultcore.h>
 
-#include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 class AccountTablesTest : public CoreTablesTest
 {
 protected:
-    // The named tables of data/schema.json.
-    void createSchemaTables(QStringList const& names)
-    {
-        QFile file(QStringLiteral(SOURCE_DIR "/data/schema.json"));
-        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-        QJsonArray picked;
-        for (QJsonValue const& t : QJsonDocument::fromJson(file.readAll()).object().value("tables").toArray())
-            if (names.contains(t.toObject().value("name").toString())) picked.append(t);
-        ASSERT_EQ(picked.size(), names.size());
-        createTables(QJsonDocument(QJsonObject{{"tables", picked}}).toJson(QJsonDocument::Compact));
-    }
     static DefaultCore* core() { return DefaultCore::global(); }
 
     void TearDown() override

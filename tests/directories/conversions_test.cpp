@@ -100,16 +100,6 @@ INSTANTIATE_TEST_SUITE_P(Conversions, Writes, testing::Values(
     WriteCase{"DoubleTruncates", "i32", [](Field& f) { f = 2.9; }, "2"},
     WriteCase{"NegativeDoubleTruncatesTowardZero", "i32", [](Field& f) { f = -2.9; }, "-2"},
     WriteCase{"HugeDoubleClamps", "i32", [](Field& f) { f = 1e12; }, "2147483647"},
-    WriteCase{"DecimalTruncates", "i32", [](Field& f) { f = decimal(QStringLiteral("7.99")); }, "7"},
-    WriteCase{"XDecimalTruncates", "i64", [](Field& f) { f = xdecimal(QStringLiteral("-7.99")); }, "-7"},
-    WriteCase{"IntTakesDecimalScale", "dec", [](Field& f) { f = 5; }, "5.00"},
-    WriteCase{"DoubleRoundsToDecimalScale", "dec", [](Field& f) { f = 1.234; }, "1.23"},
-    WriteCase{"XDecimalIntoDecimalByText", "dec", [](Field& f) { f = xdecimal(QStringLiteral("12.345")); }, "12.35"},
-    WriteCase{"TextTakesDecimalScale", "dec", [](Field& f) { assign(f, "3.14159"); }, "3.14"},
-    WriteCase{"IntIntoXDecimal", "xdec", [](Field& f) { f = 7; }, "7.0000"},
-    WriteCase{"LongLongIntoXDecimal", "xdec", [](Field& f) { f = -9000000000LL; }, "-9000000000.0000"},
-    WriteCase{"XDecimalRescaled", "xdec", [](Field& f) { f = xdecimal(QStringLiteral("1.23456")); }, "1.2346"},
-    WriteCase{"DecimalWidenedKeepsItsScale", "xdec", [](Field& f) { f = decimal(QStringLiteral("-1.5")); }, "-1.5"},
     WriteCase{"DoubleAsText", "vc", [](Field& f) { f = 0.1; }, "0.1"},
     WriteCase{"DatetimeAsText", "vc", [](Field& f) { f = datetime(QStringLiteral("2020-01-02")); }, "2020.01.02 00:00:00.000"},
     WriteCase{"NoDatetimeIsEmptyText", "vc", [](Field& f) { f = datetime(); }, ""},
@@ -117,18 +107,8 @@ INSTANTIATE_TEST_SUITE_P(Conversions, Writes, testing::Values(
     WriteCase{"DatetimeStored", "dt", [](Field& f) { f = datetime(1577923200123LL); }, "2020.01.02 00:00:00.123"},
     WriteCase{"WidestDecimalIntoInt64", "i64", [](Field& f) { f = decimal::fromMantissa(decimal::maxMantissa, 0); }, "72057594037927935"},
     WriteCase{"XDecimalJustBelowOneTruncates", "i32", [](Field& f) { f = xdecimal(QStringLiteral("0.99999999999999999")); }, "0"},
-    WriteCase{"LargeDoubleIntoDecimal", "dec", [](Field& f) { f = 1e12; }, "1000000000000.00"},
-    WriteCase{"LargeNegativeDoubleIntoDecimal", "dec", [](Field& f) { f = -1e12; }, "-1000000000000.00"},
-    WriteCase{"DoubleTieRoundsAwayFromZero", "dec", [](Field& f) { f = 2.675; }, "2.68"},
     WriteCase{"WidestIntIntoDecimal", "dec8", [](Field& f) { f = 720575940; }, "720575940.00000000"},
-    // Wider than the mantissa, at a scale of tens: rounded from every digit.
-    WriteCase{"LongLongRoundsAtANegativeScaleAsTextDoes", "decTens", [](Field& f) { f = 123456789012345675LL; }, "123456789012345680"},
-    WriteCase{"TwoToThe56IntoTens", "decTens", [](Field& f) { f = 72057594037927936LL; }, "72057594037927940"},
-    WriteCase{"Int64FieldIntoTens", "decTens", [](Field& f) { Row other; other["i64"] = -123456789012345675LL; f = other["i64"]; },
-              "-123456789012345680"},
-    WriteCase{"TinyXDecimalIntoDecimal", "dec", [](Field& f) { f = xdecimal(tinyText()); }, "0.00"},
-    WriteCase{"TinyXDecimalAsText", "vc", [](Field& f) { f = xdecimal(tinyText()); }, tinyTextUtf8()},
-    WriteCase{"ManyPlacesOfTextRounded", "dec", [](Field& f) { assign(f, "0.00" + QString(80, '9')); }, "0.01"}),
+    WriteCase{"TinyXDecimalAsText", "vc", [](Field& f) { f = xdecimal(tinyText()); }, tinyTextUtf8()}),
     caseName);
 
 class Refusals : public testing::TestWithParam<WriteCase> {};
@@ -160,20 +140,8 @@ INSTANTIATE_TEST_SUITE_P(Conversions, Refusals, testing::Values(
     WriteCase{"BadInt", "i32", [](Field& f) { assign(f, "abc"); }, "Can't convert from 'abc'' to int"},
     WriteCase{"IntOverflow", "i32", [](Field& f) { assign(f, "2147483648"); }, "Can't convert from '2147483648'' to int"},
     WriteCase{"NoSuchDay", "dt", [](Field& f) { assign(f, "2020-02-30"); }, "Can't convert from '2020-02-30'' to datetime"},
-    WriteCase{"XDecimalTooWideForDecimal", "dec", [](Field& f) { f = xdecimal::fromMantissa(__int128(1) << 80, 0); },
-              "Can't convert from '1208925819614629174706176'' to decimal"},
     WriteCase{"TextIntoIntByCopy", "i32", [](Field& f) { Row other; f = other.set("vc", "zz"); }, "Can't convert from 'zz'' to int"},
-    WriteCase{"AbsentColumn", "nope", [](Field& f) { f = 1; }, "Can't convert from int to unknown(0)"},
-    WriteCase{"IntTooWideForColumnScale", "dec8", [](Field& f) { f = 900000000; }, "Can't convert from '900000000'' to decimal"},
-    WriteCase{"LongLongTooWide", "dec", [](Field& f) { f = -1000000000000000000LL; }, "Can't convert from '-1000000000000000000'' to decimal"},
-    WriteCase{"LongLongTooWideEvenInTens", "decTens", [](Field& f) { f = 9223372036854775807LL; },
-              "Can't convert from '9223372036854775807'' to decimal"},
-    WriteCase{"DecimalTooWideForColumnScale", "dec", [](Field& f) { f = decimal(QStringLiteral("1000000000000000")); },
-              "Can't convert from '1000000000000000'' to decimal"},
-    WriteCase{"TextTooWideForColumnScale", "dec", [](Field& f) { assign(f, "1000000000000000"); }, "Can't convert from '1000000000000000'' to decimal"},
-    WriteCase{"DoubleTooWideForDecimal", "dec", [](Field& f) { f = 1e20; }, "Can't convert from '1e+20'' to decimal"},
-    WriteCase{"DoubleTooWideForXDecimal", "xdec", [](Field& f) { f = 1e30; }, "Can't convert from '1e+30'' to xdecimal"},
-    WriteCase{"NotANumberIntoDecimal", "dec", [](Field& f) { f = std::nan(""); }, "Can't convert from 'nan'' to decimal"}),
+    WriteCase{"AbsentColumn", "nope", [](Field& f) { f = 1; }, "Can't convert from int to unknown(0)"}),
     caseName);
 
 TEST(Readers, ClampWidenOrRefuseByColumnType)
@@ -275,13 +243,6 @@ TEST(KeyText, JoinsValuesWithCommas)
     Row row;
     KeyValue key{FieldValue(row.set("i32", "1")), FieldValue(row.set("vc", "XY")), FieldValue(row.set("i64", "7"))};
     EXPECT_EQ(toString(key), "1,XY,7");
-}
-
-TEST(XDecimal, AddsAtTheLargerScale)
-{
-    xdecimal x(QStringLiteral("-2"));
-    x += xdecimal(QStringLiteral("0.005"));
-    EXPECT_EQ(x.toString(), "-1.995");
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #pragma once
 #include "frame.h"
 
+#include <core/defaultcore.h>
 #include <core/icore.h>
 #include <database/batch.h>
 #include <database/database.h>
@@ -30,6 +31,26 @@ inline QByteArray realSchema(QStringList const& names)
     return QJsonDocument(QJsonObject{{"tables", picked}}).toJson(QJsonDocument::Compact);
 }
 
+// The default core, but with a database and a transaction service of the
+// test's choosing: a recording one, or none (a core not yet started, or
+// shutting down, has no service).
+class ForwardingCore : public ICore
+{
+public:
+    Database* database() const override { return db ? db : DefaultCore::global()->database(); }
+    ITransactionService* transactionService() const override { return service; }
+    void notify(QString const& text, int flags, void* context, void* data) override
+    {
+        DefaultCore::global()->notify(text, flags, context, data);
+    }
+    QString currentLogin() const override { return DefaultCore::global()->currentLogin(); }
+    bool passwordWarningEnabled() const override { return DefaultCore::global()->passwordWarningEnabled(); }
+    int passwordWarningDays() const override { return DefaultCore::global()->passwordWarningDays(); }
+
+    Database* db = nullptr;   // null: the default core's
+    ITransactionService* service = DefaultCore::global()->transactionService();
+};
+
 // Tables made in the core's own database for one test, and directories that
 // must start afresh afterwards; both are undone in TearDown.
 class CoreTablesTest : public ::testing::Test
@@ -43,6 +64,12 @@ protected:
         db()->loadSchemaJson(schemaJson, QStringLiteral("test-schema"));
         for (QString const& name : db()->tableNames())
             if (!before.contains(name)) m_tables << name;
+    }
+    // The named tables as data/schema.json defines them.
+    void createSchemaTables(QStringList const& names)
+    {
+        createTables(realSchema(names));
+        for (QString const& name : names) ASSERT_TRUE(db()->hasTable(name)) << name.toStdString();
     }
     void apply(QByteArray const& line)
     {

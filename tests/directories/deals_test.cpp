@@ -99,12 +99,6 @@ TEST_F(Deals, ErrorTexts)
 {
     DealsDirectory* deals = DealsDirectory::i();
     EXPECT_EQ(deals->errorMessageFromCode(0), QString());
-    EXPECT_EQ(deals->errorMessageFromCode(1), "Не подтверждена");
-    EXPECT_EQ(deals->errorMessageFromCode(2), "Ошибка при добавлении заявки для активной стороны");
-    EXPECT_EQ(deals->errorMessageFromCode(3), "Ошибка при добавлении заявки для пассивной стороны");
-    EXPECT_EQ(deals->errorMessageFromCode(4), "Заявка не найдена в системе TALMERA");
-    EXPECT_EQ(deals->errorMessageFromCode(5), "Таймаут в системе TALMERA");
-    EXPECT_EQ(deals->errorMessageFromCode(6), "Система TALMERA недоступна");
     EXPECT_EQ(deals->errorMessageFromCode(7), "Системная ошибка");
     EXPECT_EQ(deals->errorMessageFromCode(-1), "Системная ошибка");
     EXPECT_EQ(deals->errorMessageFromCode(-2147483647 - 1), "Системная ошибка");

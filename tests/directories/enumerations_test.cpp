@@ -1,7 +1,9 @@
 #include "core_fixture.h"
 #include "enumerations.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
+#include <QTranslator>
 
 namespace {
 
@@ -87,6 +89,13 @@ TEST(FixedVocabularies, TextsCaseAndOrder)
     EXPECT_EQ(PriceDirectionDirectory::i()->nameByKey(Fld_OptioType::Call), QString());
     EXPECT_EQ(OptioCalcDirectory::i()->nameByKey(Fld_OptioCalc::AmerB), QStringLiteral("Американский: Маржируемый"));
     EXPECT_EQ(OptioCalcDirectory::i()->nameByKey(FieldValue()), QString());
+    // Translated when asked, not once when built: the language can change.
+    QTranslator english;
+    ASSERT_TRUE(english.load(QStringLiteral("libdirectory_en"), QStringLiteral(TRANSLATIONS_DIR)));
+    QCoreApplication::installTranslator(&english);
+    EXPECT_EQ(OptioTypeDirectory::i()->nameByKey(QChar('P')), "Put");
+    QCoreApplication::removeTranslator(&english);
+    EXPECT_EQ(OptioTypeDirectory::i()->nameByKey(QChar('P')), QStringLiteral("Пут"));
     QString text;
     appendStatus(text, "a");
     appendStatus(text, "b");

@@ -24,7 +24,7 @@ class Securities : public CoreTablesTest
 protected:
     void SetUp() override
     {
-        createTables(realSchema({"securities", "boards", "stocks"}));
+        createSchemaTables({"securities", "boards", "stocks"});
         apply(R"({"table":"boards","ops":[
             {"insert":{"stock_id":1,"board_id":1,"board_code":"MAIN","flags":1,"anonym":"D"}},
             {"insert":{"stock_id":1,"board_id":3,"board_code":"TWIN","flags":1,"anonym":"D"}},

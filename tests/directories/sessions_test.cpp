@@ -1,12 +1,10 @@
 #include "core_fixture.h"
-#include "schema_fixture.h"
 #include "sessions.h"
 
 #include <core/clock.h>
 
 #include <QCoreApplication>
 #include <QSignalSpy>
-#include <QTranslator>
 
 namespace {
 
@@ -18,7 +16,7 @@ protected:
     void SetUp() override
     {
         Clock::setFixed(kNow);
-        createTables(bundledSchema({"sessions", "calendar", "stock_time"}));
+        createSchemaTables({"sessions", "calendar", "stock_time"});
         resetAfter<SessionDirectory>();
         resetAfter<CalendarDirectory>();
         resetAfter<StockTimeDirectory>();
@@ -124,12 +122,3 @@ TEST_F(Time, ExchangeTimeTakesTheMarketsOffsetOrTheLargest)
     EXPECT_EQ(st->timeByStockId(2), datetime());
 }
 
-TEST_F(Time, EnglishTexts)
-{
-    QTranslator english;
-    ASSERT_TRUE(english.load(QStringLiteral("libdirectory_en"), QStringLiteral(TRANSLATIONS_DIR)));
-    QCoreApplication::installTranslator(&english);
-    EXPECT_EQ(SessionDirectory::i()->nameById(1, 1), "<session not found>");
-    EXPECT_EQ(QCoreApplication::translate("VolatCoeffBachDirectory", "Таблица '%1' отсутствует"), "Table '%1' is missing");
-    QCoreApplication::removeTranslator(&english);
-}

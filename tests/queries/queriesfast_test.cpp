@@ -8,8 +8,8 @@
 
 namespace {
 
-// The default core's service, seen through a core that remembers the timer
-// of every transaction built and sent: a restart shows as a later start.
+// The default core's service, remembering the timer of every transaction
+// built and sent: a restart shows as a later start.
 class SpyService final : public ITransactionService
 {
 public:
@@ -35,21 +35,6 @@ private:
     static ITransactionService* inner() { return DefaultCore::global()->transactionService(); }
 };
 
-class SpyCore final : public ICore
-{
-public:
-    Database* database() const override { return DefaultCore::global()->database(); }
-    ITransactionService* transactionService() const override { return &service; }
-    void notify(QString const& text, int flags, void* context, void* data) override
-    {
-        DefaultCore::global()->notify(text, flags, context, data);
-    }
-    QString currentLogin() const override { return DefaultCore::global()->currentLogin(); }
-    bool passwordWarningEnabled() const override { return DefaultCore::global()->passwordWarningEnabled(); }
-    int passwordWarningDays() const override { return DefaultCore::global()->passwordWarningDays(); }
-    mutable SpyService service;
-};
-
 class QueriesFastTest : public TradingTest
 {
 protected:
@@ -57,6 +42,7 @@ protected:
     {
         TradingTest::SetUp();
         if (HasFatalFailure()) return;
+        core.service = &spy;
         ICore::setInstance(&core);
         insertOrder("orders", R"("stock_id":4,"board_id":1,"sess_id":1,"order_id":1,"sec_id":100,
             "account":"ACC1","price":"12.5","buysell":"B","balance":7,"signs":0)");
@@ -75,14 +61,15 @@ protected:
     // The sent transaction's timer is no longer the one it was built with.
     bool restarted(int sentIndex) const
     {
-        QElapsedTimer const& timer = core.service.sent.at(sentIndex).timer;
-        for (RawTransaction const& tx : core.service.built)
+        QElapsedTimer const& timer = spy.sent.at(sentIndex).timer;
+        for (RawTransaction const& tx : spy.built)
             if (tx.timer == timer) return false;
         return true;
     }
     static QString price(char const* text) { return decimal(text).toSystemString(); }
 
-    SpyCore core;
+    SpyService spy;
+    ForwardingCore core;
     QueriesFast* fast() { return QueriesFast::i(); }
 };
 
@@ -101,7 +88,7 @@ TEST_F(QueriesFastTest, PlacingAsksWithTheBoardsPriceWord)
         EXPECT_TRUE(answerer.checkBoxVisible);
     }
     EXPECT_TRUE(transport.taken().isEmpty());
-    EXPECT_TRUE(core.service.sent.isEmpty());
+    EXPECT_TRUE(spy.sent.isEmpty());
 
     // Other sides are shown as given; markup in an account stays text.
     {
@@ -140,7 +127,7 @@ TEST_F(QueriesFastTest, TickingDontAskSendsWithoutRestartAndAsksNoMore)
     ModalAnswerer none(ModalAnswerer::PressNo);
     EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 31));
     EXPECT_FALSE(none.seen);
-    ASSERT_EQ(core.service.sent.size(), 2);
+    ASSERT_EQ(spy.sent.size(), 2);
     EXPECT_FALSE(restarted(0));
     EXPECT_FALSE(restarted(1));
     EXPECT_EQ(transport.taken().size(), 2);
@@ -151,7 +138,7 @@ TEST_F(QueriesFastTest, PlacingWithoutATransportStillCountsAsHandedOver)
     transactions()->clearTransports();
     switchOff("questionOnSingleClickTrade");
     EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 30));
-    EXPECT_EQ(core.service.sent.size(), 1);
+    EXPECT_EQ(spy.sent.size(), 1);
 }
 
 TEST_F(QueriesFastTest, SingleCancelAsksItsOwnQuestion)
@@ -248,7 +235,7 @@ TEST_F(QueriesFastTest, FailuresShowNothing)
     EXPECT_THROW(fast()->dropOrders({order("orders", 1), order("orders", 2)}, RawAnswer()), QString);
     QApplication::processEvents();
     EXPECT_FALSE(none.seen);
-    EXPECT_TRUE(core.service.built.isEmpty());
+    EXPECT_TRUE(spy.built.isEmpty());
     EXPECT_TRUE(transport.taken().isEmpty());
 }
 
@@ -263,7 +250,7 @@ TEST_F(QueriesFastTest, WhatIsConfirmedIsWhatIsSent)
                   QStringLiteral("Цена %1 содержит больше знаков после запятой, чем допускает инструмент (2)").arg(price("337.945")));
         QApplication::processEvents();
         EXPECT_FALSE(none.seen);
-        EXPECT_TRUE(core.service.built.isEmpty());
+        EXPECT_TRUE(spy.built.isEmpty());
     }
     struct Case { long long sec; char const* given; char const* shown; };
     for (Case c : {Case{100, "337.950", "337.95"}, Case{100, "12.5", "12.50"},
@@ -291,7 +278,7 @@ TEST_F(QueriesFastTest, ATransactionThatLostAParameterIsNeitherShownNorSent)
               QStringLiteral("Транзакция 1025 собрана без параметра Price"));
     QApplication::processEvents();
     EXPECT_FALSE(none.seen);
-    EXPECT_TRUE(core.service.sent.isEmpty());
+    EXPECT_TRUE(spy.sent.isEmpty());
     EXPECT_TRUE(transport.taken().isEmpty());
 }
 
@@ -299,7 +286,8 @@ TEST_F(QueriesFastTest, ATransactionThatLostAParameterIsNeitherShownNorSent)
 // while the user reads the question sends nothing either, and says why.
 TEST_F(QueriesFastTest, WithoutTheCoresServiceNothingIsSent)
 {
-    ServiceSwitchCore switchable;
+    ForwardingCore switchable;
+    switchable.service = nullptr;
     InstalledCore installed(&switchable);
     {
         ModalAnswerer none(ModalAnswerer::PressYes);
@@ -311,8 +299,8 @@ TEST_F(QueriesFastTest, WithoutTheCoresServiceNothingIsSent)
     }
 
     auto loseServiceOnShow = [&](ModalAnswerer& answerer) {
-        switchable.hasService = true;
-        answerer.inspect = [&](ConfirmationDialog*) { switchable.hasService = false; };
+        switchable.service = DefaultCore::global()->transactionService();
+        answerer.inspect = [&](ConfirmationDialog*) { switchable.service = nullptr; };
     };
     std::vector<std::function<void()>> const sends{
         [&] { fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 1); },

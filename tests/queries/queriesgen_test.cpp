@@ -130,7 +130,8 @@ TEST_F(QueriesGenTest, FailuresBuildNothing)
 
 TEST_F(QueriesGenTest, WithoutTheCoresServiceNothingIsBuilt)
 {
-    ServiceSwitchCore core;
+    ForwardingCore core;
+    core.service = nullptr;
     InstalledCore installed(&core);
     QueriesGen::OrderDescr descr;
     QList<QueriesGen::OrderDescr> descrs;

@@ -67,26 +67,6 @@ inline QByteArray otherOrderTables()
         .toUtf8();
 }
 
-// The default core, whose transaction service can be taken away (a core
-// not yet started, or shutting down, has none).
-class ServiceSwitchCore final : public ICore
-{
-public:
-    Database* database() const override { return DefaultCore::global()->database(); }
-    ITransactionService* transactionService() const override
-    {
-        return hasService ? DefaultCore::global()->transactionService() : nullptr;
-    }
-    void notify(QString const& text, int flags, void* context, void* data) override
-    {
-        DefaultCore::global()->notify(text, flags, context, data);
-    }
-    QString currentLogin() const override { return DefaultCore::global()->currentLogin(); }
-    bool passwordWarningEnabled() const override { return DefaultCore::global()->passwordWarningEnabled(); }
-    int passwordWarningDays() const override { return DefaultCore::global()->passwordWarningDays(); }
-    bool hasService = false;
-};
-
 // Installs a core for one scope.
 struct InstalledCore
 {
@@ -114,7 +94,7 @@ protected:
         m_previousSettings = Settings::storageFile();
         Settings::setStorageFile(m_settingsDir.filePath(QStringLiteral("settings.ini")));
 
-        createTables(realSchema({"securities", "boards", "stocks", "buysells", "orders"}));
+        createSchemaTables({"securities", "boards", "stocks", "buysells", "orders"});
         createTables(otherOrderTables());
         apply(R"({"table":"buysells","ops":[{"insert":{"buysell":"B","name":"Покупка"}},
             {"insert":{"buysell":"S","name":"Продажа"}}]})");

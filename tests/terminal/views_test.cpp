@@ -1,5 +1,5 @@
 // The views' own behaviour on the bundled market: the replay's controls, the
-// securities' filter and sort, the smile's redraw, the English texts.
+// securities' filter and sort, the smile's redraw.
 #include "terminal_fixture.h"
 #include "accounts.h"
 #include "binding.h"
@@ -24,7 +24,6 @@
 #include <QTabWidget>
 #include <QTableView>
 #include <QTest>
-#include <QTranslator>
 #include <QTreeWidget>
 #include <QtCharts/QLineSeries>
 #include <gtest/gtest.h>
@@ -110,19 +109,6 @@ TEST(TerminalViewsThreads, SmileIsRedrawnAtOnceWhenItsCoefficientsChange)
     db->apply(BatchDecoder(*db).decode(R"({"table":"k3.volat_coeff_black","ops":[{"update":{"option_series_id":503,"a":36.7783}}]})",
                                        QStringLiteral("inline:1")));
     QTRY_VERIFY_WITH_TIMEOUT(board->smile()->at(5).y() > before + 1.0, 500);
-}
-
-TEST(TerminalViewsThreads, EnglishTextsReplaceTheRussianSources)
-{
-    QTranslator english;
-    ASSERT_TRUE(english.load(QStringLiteral("libdirectory_en"), QStringLiteral(TRANSLATIONS_DIR)));
-    QCoreApplication::installTranslator(&english);
-    auto window = openTerminal();
-    EXPECT_EQ(window->windowTitle(), "Derivatives market terminal");
-    EXPECT_EQ(window->market()->model()->headerData(SecuritiesModel::Bid, Qt::Horizontal).toString(), "Bid");
-    EXPECT_EQ(window->optionBoard()->model()->headerData(OptionBoardModel::StrikeColumn, Qt::Horizontal).toString(), "Strike");
-    EXPECT_EQ(window->replay()->startButton()->text(), "Start");
-    QCoreApplication::removeTranslator(&english);
 }
 
 // The board reads its base's options again only for a batch that touches

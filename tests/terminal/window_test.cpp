@@ -333,11 +333,15 @@ TEST(TerminalThreads, ScreenshotShowsTheOptionBoardAndSmile)
     }
 }
 
+// One-click trading end to end: the fast path asks, the core sends to the
+// simulated exchange, its answer comes back from the event loop as a
+// notification and its batch as a row.
 TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSendsNothing)
 {
     auto window = openTerminal();
     SimulatedGateway exchange(ICore::instance());
     exchange.plugInto(DefaultCore::global()->transactions());
+    DefaultCore::global()->clearNotifications();
     OrderTicket* ticket = window->ticket();
     OrdersModel* orders = window->orders()->model();
     int const before = orders->rowCount();
@@ -352,9 +356,11 @@ TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSen
         ASSERT_TRUE(no.seen);
         EXPECT_TRUE(no.text.contains("337.95")) << no.text.toStdString();
         QTest::qWait(100);
+        EXPECT_EQ(exchange.pending(), 0);
         EXPECT_EQ(exchange.lastOrderId(), 0);
         EXPECT_EQ(orders->rowCount(), before);
         EXPECT_EQ(window->trading()->awaitingAnswers(), 0);
+        EXPECT_TRUE(DefaultCore::global()->notifications().isEmpty());
     }
     {   // confirmed: the exchange's batch brings the row back, the ticket shows its answer
         ModalAnswerer yes(ModalAnswerer::PressYes);
@@ -370,6 +376,7 @@ TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSen
         EXPECT_EQ(r.data("buysell").toString().trimmed(), "B");
         EXPECT_EQ(r.data("status").toString().trimmed(), "A");
         QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::number(id)), 5000);
+        EXPECT_TRUE(DefaultCore::global()->notifications().contains(QStringLiteral("1|Заявка %1 принята|").arg(id)));
     }
     {   // one cancel through the fast path: the row stays, withdrawn
         long long const id = exchange.lastOrderId();
