@@ -106,19 +106,20 @@ TEST_F(QueriesFastTest, PlacingAsksWithTheBoardsPriceWord)
     EXPECT_EQ(other.extra, 0);
 }
 
-TEST_F(QueriesFastTest, ConfirmedPlacingIsSentOnceWithARestartedTimer)
+// Confirmed unticked: sent once, its timer restarted after the answer.
+// Ticked: sent as built, and never asked again; without a transport it still
+// counts as handed over.
+TEST_F(QueriesFastTest, ConfirmedPlacingIsSentOnceAndTickingDontAskAsksNoMore)
 {
-    ModalAnswerer answerer(ModalAnswerer::PressYes);
-    EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 30));
-    ASSERT_EQ(transport.taken().size(), 1);
-    EXPECT_EQ(transport.taken()[0].messageCode, 1025);
-    EXPECT_EQ(transport.taken()[0].params.value("Price"), "12.5");
-    EXPECT_TRUE(restarted(0));
-    EXPECT_TRUE(answerer.answeredAt < transport.taken()[0].timer);   // restarted after the answer
-}
-
-TEST_F(QueriesFastTest, TickingDontAskSendsWithoutRestartAndAsksNoMore)
-{
+    {
+        ModalAnswerer answerer(ModalAnswerer::PressYes);
+        EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 30));
+        ASSERT_EQ(transport.taken().size(), 1);
+        EXPECT_EQ(transport.taken()[0].messageCode, 1025);
+        EXPECT_EQ(transport.taken()[0].params.value("Price"), "12.5");
+        EXPECT_TRUE(restarted(0));
+        EXPECT_TRUE(answerer.answeredAt < transport.taken()[0].timer);   // restarted after the answer
+    }
     {
         ModalAnswerer answerer(ModalAnswerer::PressYes, true);
         EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 30));
@@ -127,18 +128,13 @@ TEST_F(QueriesFastTest, TickingDontAskSendsWithoutRestartAndAsksNoMore)
     ModalAnswerer none(ModalAnswerer::PressNo);
     EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 31));
     EXPECT_FALSE(none.seen);
-    ASSERT_EQ(spy.sent.size(), 2);
-    EXPECT_FALSE(restarted(0));
+    ASSERT_EQ(spy.sent.size(), 3);
     EXPECT_FALSE(restarted(1));
-    EXPECT_EQ(transport.taken().size(), 2);
-}
-
-TEST_F(QueriesFastTest, PlacingWithoutATransportStillCountsAsHandedOver)
-{
+    EXPECT_FALSE(restarted(2));
+    EXPECT_EQ(transport.taken().size(), 3);
     transactions()->clearTransports();
-    switchOff("questionOnSingleClickTrade");
     EXPECT_TRUE(fast()->addOrder(4, 1, 100, "ACC1", decimal("12.5"), 'B', 30));
-    EXPECT_EQ(spy.sent.size(), 1);
+    EXPECT_EQ(spy.sent.size(), 4);
 }
 
 TEST_F(QueriesFastTest, SingleCancelAsksItsOwnQuestion)
