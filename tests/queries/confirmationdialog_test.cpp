@@ -61,16 +61,12 @@ TEST_F(ConfirmationDialogTest, FormAsBuilt)
     dialog.setCheckBoxText("Remember");
     EXPECT_FALSE(checkBox->isHidden());
     EXPECT_EQ(dialog.checkBoxText(), "Remember");
-}
-
-TEST_F(ConfirmationDialogTest, AttentionTextIsRedOnlyWhenGiven)
-{
-    ConfirmationDialog dialog(nullptr);
+    // Attention text is red only when given.
     dialog.setAttentionText(QString());
-    EXPECT_TRUE(dialog.findChild<QLabel*>("attentionLabel")->styleSheet().isEmpty());
+    EXPECT_TRUE(attention->styleSheet().isEmpty());
     dialog.setAttentionText("Careful");
     EXPECT_EQ(dialog.attentionText(), "Careful");
-    EXPECT_EQ(dialog.findChild<QLabel*>("attentionLabel")->styleSheet(), "QLabel {color: #ff0000;}");
+    EXPECT_EQ(attention->styleSheet(), "QLabel {color: #ff0000;}");
 }
 
 TEST_F(ConfirmationDialogTest, SettingsKeySplitsAtTheLastSlash)
