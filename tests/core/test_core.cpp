@@ -90,6 +90,9 @@ TEST_F(DefaultCoreTest, OperationsAreReachedThroughTheirAgreedSlots)
     EXPECT_EQ(slotOf<QString (*)(ICore const*)>(c, 27)(c), QStringLiteral("trader7"));
     EXPECT_EQ(slotOf<ITransactionService* (*)(ICore const*)>(c, 11)(c), &program->service);
     ICore::setInstance(nullptr);
+    // The installed core was not owned: the default is back and untouched.
+    EXPECT_EQ(ICore::instance(), core);
+    EXPECT_FALSE(destroyed);
     slotOf<void (*)(ICore*)>(c, 2)(c);   // the deleting destructor
     EXPECT_TRUE(destroyed);
 
@@ -114,36 +117,6 @@ TEST_F(DefaultCoreTest, OperationsAreReachedThroughTheirAgreedSlots)
     EXPECT_EQ(tx.params.value(QStringLiteral("Account")).toString(), QStringLiteral("A1"));
     EXPECT_EQ(slotOf<int (*)(ITransactionService*, RawTransaction const&)>(s, 7)(s, tx), 1);
     EXPECT_EQ(transport.taken().size(), 1);
-}
-
-TEST_F(DefaultCoreTest, InstanceIsTheDefaultUntilAProgramInstallsItsOwn)
-{
-    EXPECT_EQ(ICore::instance(), core);
-    {
-        ProgramCore program;
-        ICore::setInstance(&program);
-        EXPECT_EQ(ICore::instance(), &program);
-        EXPECT_EQ(ICore::instance()->currentLogin(), QStringLiteral("trader7"));
-        ICore::setInstance(nullptr);
-    }
-    // The installed core was not owned: the default is back and untouched.
-    EXPECT_EQ(ICore::instance(), core);
-    EXPECT_EQ(ICore::instance()->transactionService(), core->transactions());
-}
-
-TEST_F(DefaultCoreTest, NotificationsAreRecordedInOrderAndSignalled)
-{
-    QSignalSpy spy(core->coreSignals(), &CoreSignals::userNotification);
-    ICore::instance()->notify(QStringLiteral("2|Пароль истекает|"), 0, nullptr, nullptr);
-    ICore::instance()->notify(QStringLiteral("Закрыт поток ликвидности S1"), 0, nullptr, nullptr);
-
-    EXPECT_EQ(core->notifications(),
-              (QStringList{QStringLiteral("2|Пароль истекает|"), QStringLiteral("Закрыт поток ликвидности S1")}));
-    ASSERT_EQ(spy.count(), 2);
-    EXPECT_EQ(spy.at(1).at(0).toString(), QStringLiteral("Закрыт поток ликвидности S1"));
-
-    core->clearNotifications();
-    EXPECT_TRUE(core->notifications().isEmpty());
 }
 
 TEST_F(DefaultCoreTest, NotificationsFromSeveralThreadsAreAllKept)
@@ -244,12 +217,18 @@ TEST(UserNotification, LinkValuesReadBackExactly)
               "vtrm+stream://stream/addorder?stock_id=5&sec_id=77");
 }
 
-// The core is told the built text, once; without a core nothing happens.
-TEST(UserNotification, SendingHandsTheTextToTheCore)
+// The core is told the built text, once, and signals it; without a core
+// nothing happens.
+TEST(UserNotification, SendingHandsTheTextToTheCoreWhichRecordsAndSignalsIt)
 {
     DefaultCore core;
+    QSignalSpy spy(core.coreSignals(), &CoreSignals::userNotification);
     UserNotification(1, QStringLiteral("m"), QStringLiteral("vtrm+stream://x")).sendTo(&core);
-    UserNotification(0, QStringLiteral("plain")).sendTo(&core);
+    UserNotification(0, QStringLiteral("Закрыт поток ликвидности S1")).sendTo(&core);
     UserNotification(2, QStringLiteral("lost")).sendTo(nullptr);
-    EXPECT_EQ(core.notifications(), (QStringList{QStringLiteral("1|m|vtrm+stream://x"), QStringLiteral("plain")}));
+    EXPECT_EQ(core.notifications(), (QStringList{QStringLiteral("1|m|vtrm+stream://x"), QStringLiteral("Закрыт поток ликвидности S1")}));
+    ASSERT_EQ(spy.count(), 2);
+    EXPECT_EQ(spy.at(1).at(0).toString(), QStringLiteral("Закрыт поток ликвидности S1"));
+    core.clearNotifications();
+    EXPECT_TRUE(core.notifications().isEmpty());
 }

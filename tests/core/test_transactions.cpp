@@ -66,33 +66,25 @@ struct TransactionsTest : ::testing::Test
 
 } // namespace
 
+// The most specific template first; a filter of several markets finds each
+// one's, pairs past the count are not looked at and an absurd count stops at
+// the capacity.
 TEST_F(TransactionsTest, FindPutsTheMostSpecificTemplateFirst)
 {
-    EXPECT_EQ(find(1025, MarketFilter::single(4, 12)),
-              (QStringList{QStringLiteral("add, board 4/12"), QStringLiteral("add, market 4"),
-                           QStringLiteral("add, any market")}));
-    EXPECT_EQ(find(1025, MarketFilter::single(4, 13)),
-              (QStringList{QStringLiteral("add, market 4"), QStringLiteral("add, any market")}));
-    EXPECT_EQ(find(1028, MarketFilter::single(5, 1)), QStringList{QStringLiteral("drop, market 5")});
-    EXPECT_TRUE(find(1028, MarketFilter::single(7, 1)).isEmpty());
-    EXPECT_TRUE(find(1032, MarketFilter::single(4, 12)).isEmpty());
-}
-
-TEST_F(TransactionsTest, FilterOfSeveralOrNoMarkets)
-{
-    MarketFilter two = MarketFilter::single(5, 1);
+    MarketFilter two = MarketFilter::single(5, 1), one = two, all, none;
     two.count = 2;
-    two.pairs[1] = {4, 3};
-    EXPECT_EQ(find(1028, two), (QStringList{QStringLiteral("drop, market 4"), QStringLiteral("drop, market 5")}));
-
-    // Pairs past the count are not looked at; an absurd count stops at the capacity.
-    two.count = 1;
-    EXPECT_EQ(find(1028, two), QStringList{QStringLiteral("drop, market 5")});
-    MarketFilter all;
-    all.count = 1000;
-    EXPECT_TRUE(find(1028, all).isEmpty());   // every pair is (0, 0), which no market-4/5 template serves
-    all.count = 0;
-    EXPECT_EQ(find(1028, all).size(), 2);
+    two.pairs[1] = one.pairs[1] = {4, 3};
+    all.count = 1000;   // every pair is (0, 0), which no market-4/5 template serves
+    none.count = 0;
+    QString const board = QStringLiteral("add, board 4/12"), add4 = QStringLiteral("add, market 4"),
+                  any = QStringLiteral("add, any market"), drop4 = QStringLiteral("drop, market 4"),
+                  drop5 = QStringLiteral("drop, market 5");
+    struct Case { int code; MarketFilter filter; QStringList found; };
+    for (Case const& c : {Case{1025, MarketFilter::single(4, 12), {board, add4, any}}, {1025, MarketFilter::single(4, 13), {add4, any}},
+                          {1028, MarketFilter::single(5, 1), {drop5}}, {1028, MarketFilter::single(7, 1), {}},
+                          {1032, MarketFilter::single(4, 12), {}}, {1028, two, {drop4, drop5}}, {1028, one, {drop5}},
+                          {1028, all, {}}, {1028, none, {drop4, drop5}}})
+        EXPECT_EQ(find(c.code, c.filter), c.found) << c.code << " over " << c.filter.count << " pairs";
 }
 
 TEST_F(TransactionsTest, BuildKeepsDeclaredParametersAndReportsTheRest)
@@ -118,28 +110,27 @@ TEST_F(TransactionsTest, BuildKeepsDeclaredParametersAndReportsTheRest)
     RawTransaction partial = service.build(drop5, p);
     EXPECT_EQ(partial.missing, (QStringList{QStringLiteral("order_id"), QStringLiteral("dkh_request")}));
     EXPECT_FALSE(partial.isComplete());
-}
 
-TEST_F(TransactionsTest, FreeFormTemplateTakesAnyMap)
-{
-    Params p{{QStringLiteral("Security"), QStringLiteral("FUT-X")}, {QStringLiteral("Type"), QStringLiteral("1")}};
-    RawTransaction tx = service.build(meta(1025, 0, 0, QStringLiteral("add")), p);
-    EXPECT_EQ(tx.params, p);
-    EXPECT_TRUE(tx.unknown.isEmpty());
-    EXPECT_TRUE(tx.isComplete());
+    // A template that declares nothing takes any map as it is.
+    RawTransaction free = service.build(meta(1025, 0, 0, QStringLiteral("add")), p);
+    EXPECT_EQ(free.params, p);
+    EXPECT_TRUE(free.unknown.isEmpty());
+    EXPECT_TRUE(free.isComplete());
 }
 
 TEST_F(TransactionsTest, SendGoesToTheFirstTransportThatAccepts)
 {
+    RawTransaction drop = service.build(meta(1028, 4, 0, QStringLiteral("d"), kDropParams), dropParams());
+    drop.boardId = 12;
+    RawTransaction add = service.build(meta(1025, 0, 0, QStringLiteral("a")), {});
+    EXPECT_EQ(service.send(add), 0);   // no transport yet
+    EXPECT_EQ(add.answer.code(), RawAnswer::NoTransport);
+
     RecordingTransport drops({1028});
     RecordingTransport everything;
     service.addTransport(&drops);
     service.addTransport(&everything);
     service.addTransport(&drops);   // once only
-
-    RawTransaction drop = service.build(meta(1028, 4, 0, QStringLiteral("d"), kDropParams), dropParams());
-    drop.boardId = 12;
-    RawTransaction add = service.build(meta(1025, 0, 0, QStringLiteral("a")), {});
     EXPECT_EQ(service.send(drop), 1);
     EXPECT_EQ(service.send(add), 1);
 
@@ -149,27 +140,19 @@ TEST_F(TransactionsTest, SendGoesToTheFirstTransportThatAccepts)
     ASSERT_EQ(everything.taken().size(), 1);
     EXPECT_EQ(everything.taken().first().messageCode, 1025);
 
-    service.removeTransport(&everything);
-    EXPECT_EQ(service.send(add), 0);
-    EXPECT_EQ(add.answer.code(), RawAnswer::NoTransport);
-    EXPECT_EQ(everything.taken().size(), 1);
-}
-
-TEST_F(TransactionsTest, NothingIsSentWithoutTransportOrWhenIncomplete)
-{
-    RawTransaction tx = service.build(meta(1028, 4, 0, QStringLiteral("d"), kDropParams), dropParams());
-    EXPECT_EQ(service.send(tx), 0);
-    EXPECT_EQ(tx.answer.code(), RawAnswer::NoTransport);
-
-    RecordingTransport everything;
-    service.addTransport(&everything);
+    // An incomplete transaction is refused, naming what it lacks.
     Params p = dropParams();
     p.remove(QStringLiteral("sec_id"));
     RawTransaction partial = service.build(meta(1028, 4, 0, QStringLiteral("d"), kDropParams), p);
     EXPECT_EQ(service.send(partial), 0);
-    EXPECT_TRUE(everything.taken().isEmpty());
     EXPECT_EQ(partial.answer.code(), RawAnswer::Refused);
     EXPECT_TRUE(partial.answer.text().contains(QStringLiteral("sec_id")));
+
+    service.removeTransport(&everything);
+    EXPECT_EQ(service.send(add), 0);
+    EXPECT_EQ(add.answer.code(), RawAnswer::NoTransport);
+    EXPECT_EQ(everything.taken().size(), 1);
+    EXPECT_EQ(drops.taken().size(), 1);
 }
 
 TEST_F(TransactionsTest, AnswerReachesWhoeverCreatedIt)
@@ -212,18 +195,6 @@ TEST_F(TransactionsTest, MovedFromAnswerStaysUsable)
     EXPECT_EQ(service.send(tx), 0);   // no transport: answered as such, through both
     EXPECT_EQ(tx.answer.code(), RawAnswer::NoTransport);
     EXPECT_EQ(taken.answer.code(), RawAnswer::NoTransport);
-}
-
-TEST(DefaultCoreTransactions, RegistryOfTheDefaultCoreIsItsService)
-{
-    DefaultCore* core = DefaultCore::global();
-    core->transactions()->registerTemplate(meta(1032, 4, 0, QStringLiteral("drop by security")));
-    QList<QString> names;
-    QList<TransactionMeta> found =
-        core->transactionService()->findTemplates(1032, MarketFilter::single(4, 2), names);
-    core->transactions()->clearTemplates();
-    ASSERT_EQ(found.size(), 1);
-    EXPECT_EQ(found.first().name, QStringLiteral("drop by security"));
 }
 
 TEST(TransactionTemplates, BundledFileServesEveryCodeOfEveryMarket)

@@ -5,6 +5,7 @@
 #include <database/index.h>
 
 #include <QStringList>
+#include <functional>
 #include <memory>
 
 // A small database built from inline rows: "items" keyed by (grp, id) with a
@@ -51,3 +52,33 @@ public:
 private:
     QString m_name;
 };
+
+// Adds rows one by one to a list of keys, and fails on the row with id 2.
+class RowIndex : public Index
+{
+public:
+    QStringList keys;
+    void clear() override { keys.clear(); }
+    void build() override {}
+    void add(Record const& r) override
+    {
+        if (r.data("id").rawInt32() == 2) throw QStringLiteral("no room for id 2");
+        keys << r.data("id").toString();
+    }
+    void remove(Record const&, int) override {}
+    bool filter(Record const&) const override { return true; }
+    bool contains(Record const&) const override { return false; }
+    QString getClassName() const override { return QStringLiteral("RowIndex"); }
+};
+
+// The message of the HookFailure a call reports, or "<not reported>": the
+// batch stands either way.
+inline QString hookFailureOf(std::function<void()> const& call)
+{
+    try {
+        call();
+    } catch (HookFailure const& e) {
+        return e.message();
+    }
+    return QStringLiteral("<not reported>");
+}

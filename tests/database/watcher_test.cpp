@@ -115,12 +115,8 @@ TEST(RowWatcher, OneThatThrowsIsReportedWithTheAppliedBatchAndStopsNoOther)
     TableWatch first(t.items, "first", seen.watcher("first"));
     TableWatch broken(t.items, "broken", [](RowChanges const&) { throw Exception("no room"); });
     TableWatch last(t.items, "last", seen.watcher("last"));
-    try {
-        t.apply(R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}}]})");
-        ADD_FAILURE() << "the failure was not reported";
-    } catch (HookFailure const& e) {
-        EXPECT_EQ(e.message(), "inline:1: applied to table 'items', but watcher 'broken' failed: no room");
-    }
+    EXPECT_EQ(hookFailureOf([&] { t.apply(R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}}]})"); }),
+              "inline:1: applied to table 'items', but watcher 'broken' failed: no room");
     EXPECT_EQ(t.masterKeys(), QStringList({"1,1"}));
     // It stays registered: the next batch reaches all three again.
     EXPECT_THROW(t.apply(R"({"table":"items","ops":[{"delete":{"grp":1,"id":1}}]})"), HookFailure);
@@ -135,13 +131,9 @@ TEST(RowWatcher, ABatchAppliedFromAWatcherIsRejectedAndTheOuterOneStands)
     TableWatch nested(t.items, "nested", [&](RowChanges const&) {
         t.apply(R"({"table":"items","ops":[{"insert":{"grp":9,"id":9}}]})");
     });
-    try {
-        t.apply(R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}}]})");
-        ADD_FAILURE() << "the failure was not reported";
-    } catch (HookFailure const& e) {
-        EXPECT_TRUE(e.message().contains("watcher 'nested' failed: inline:1: not applied to table 'items': a batch cannot be applied while a watcher runs"))
-            << e.message().toStdString();
-    }
+    QString const message = hookFailureOf([&] { t.apply(R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}}]})"); });
+    EXPECT_TRUE(message.contains("watcher 'nested' failed: inline:1: not applied to table 'items': a batch cannot be applied while a watcher runs"))
+        << message.toStdString();
     EXPECT_EQ(t.masterKeys(), QStringList({"1,1"}));
     nested.reset();
     t.apply(R"({"table":"items","ops":[{"insert":{"grp":9,"id":9}}]})");   // outside a watcher, as ever

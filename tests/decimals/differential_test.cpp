@@ -522,22 +522,34 @@ TEST(DecimalDifferential, DoublesRoundFromTheirShortestText)
 TEST(DecimalDifferential, CoreAdditionIsExactAtTheLargerScaleOrSaturates)
 {
     Inputs in(9);
-    Tally tally("BCDIIAdd"), inPlace("xdecimal +=");
+    Tally tally("BCDIIAdd"), inPlace("xdecimal +="), swapped("BCDIIAdd b + a");
     Range const& r = xdecimalRange();
-    for (int i = 0; i < kCases; ++i) {
-        mpz_class ma = in.mantissa(r, 112), mb = in.mantissa(r, 112);
-        int sa = in.scale(r);
-        int sb = in.chance(70) ? std::max(r.minScale, std::min(r.maxScale, sa + in.between(-6, 6))) : in.scale(r);
+    // Fixed rows first: signs, cancelling, zero at far scales, saturation at
+    // either end, an alignment that overflows, and an aligned operand that
+    // overflows while the exact sum fits.
+    mpz_class const mx = r.maxPos, mn = r.minNeg;
+    struct Row { mpz_class ma; int sa; mpz_class mb; int sb; };
+    std::vector<Row> const rows{{15, 1, 225, 2}, {-15, 1, 25, 2}, {-1, 0, -999, 3}, {0, 0, 7123, 3}, {42, 1, -4200, 3},
+                                {1, -1, 1, 0}, {mx, 0, mn, 0}, {mx, 0, 1, 0}, {mn, 2, -1, 2}, {1, 0, 1, 127},
+                                {-3, -128, 5, 127}, {0, -128, 5, 127}, {mx / 10 + 1, 0, mn, 1}};
+    for (int i = 0; i < kCases + int(rows.size()); ++i) {
+        bool const fixed = i < int(rows.size());
+        mpz_class ma = fixed ? rows[i].ma : in.mantissa(r, 112), mb = fixed ? rows[i].mb : in.mantissa(r, 112);
+        int sa = fixed ? rows[i].sa : in.scale(r);
+        int sb = fixed ? rows[i].sb : in.chance(70) ? std::max(r.minScale, std::min(r.maxScale, sa + in.between(-6, 6))) : in.scale(r);
         xdecimal a = makeXDecimal(ma, sa), b = makeXDecimal(mb, sb);
         int s = std::max(sa, sb);
         mpz_class sum = ma * pow10(s - sa) + mb * pow10(s - sb);
         if (sum > r.maxPos) sum = r.maxPos;
         if (sum < r.minNeg) sum = r.minNeg;
-        unsigned char out[16];
+        unsigned char out[16], back[16];
+        std::memset(out, 0xEE, 16);   // nothing of what was there may stay
         BCDIIAdd(out, a.bytes(), b.bytes());
+        BCDIIAdd(back, b.bytes(), a.bytes());
         std::string label = textOf(ma, sa) + " + " + textOf(mb, sb);
-        tally.check(xdecimal::unpackScale(out) == s && fromI128(xdecimal::unpackMantissa(out)) == sum,
+        tally.check(xdecimal::unpackScale(out) == s && fromI128(xdecimal::unpackMantissa(out)) == sum && out[1] == 0x1A,
                     [&] { return label + " gave " + fromI128(xdecimal::unpackMantissa(out)).get_str(); });
+        swapped.check(std::memcmp(back, out, 16) == 0, [&] { return label; });
         a += b;
         inPlace.check(std::memcmp(a.bytes(), out, 16) == 0, [&] { return label; });
     }

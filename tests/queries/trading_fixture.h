@@ -1,7 +1,6 @@
 #pragma once
 // A small market with orders, free-form transaction templates, a recording
-// transport and settings in a temporary file; and a helper that answers the
-// next modal dialog like a user would.
+// transport and settings in a temporary file.
 #include "core_fixture.h"
 
 #include "confirmationdialog.h"
@@ -15,21 +14,11 @@
 #include <database/exception.h>
 #include <database/settings.h>
 
-#include <QApplication>
-#include <QCheckBox>
-#include <QDialogButtonBox>
-#include <QElapsedTimer>
-#include <QPushButton>
 #include <QTemporaryDir>
-#include <QTest>
-#include <QTimer>
 #include <functional>
 
 // Readable parameter maps in assertion messages.
-inline void PrintTo(QVariant const& v, std::ostream* os)
-{
-    *os << v.typeName() << '(' << v.toString().toStdString() << ')';
-}
+inline void PrintTo(QVariant const& v, std::ostream* os) { *os << v.typeName() << '(' << v.toString().toStdString() << ')'; }
 
 // The text a call is refused with, or "<not refused>" when it goes through.
 inline QString refusal(std::function<void()> const& call)
@@ -50,22 +39,14 @@ inline TransactionMeta freeFormTemplate(int code)
     return meta;
 }
 
-// Order tables beside the real one: "signs" and "dkh_request" of other
-// widths, and one whose "dkh_request" no integer can be read from.
-inline QByteArray otherOrderTables()
+// Confirmation answers kept in a file of the test's own while it lives.
+struct TemporarySettings
 {
-    auto table = [](char const* name, int signsType, int dkhType) {
-        return QStringLiteral(R"({"name":"%1","key":["order_id"],"columns":[
-            {"name":"stock_id","type":1},{"name":"board_id","type":1},{"name":"order_id","type":2,"nullable":false},
-            {"name":"sec_id","type":2},{"name":"stream_id","type":2},{"name":"account","type":6,"length":14},
-            {"name":"price","type":4,"scale":5},{"name":"buysell","type":6,"length":2},
-            {"name":"balance","type":1},{"name":"signs","type":%2},{"name":"dkh_request","type":%3}]})")
-            .arg(name).arg(signsType).arg(dkhType);
-    };
-    return QStringLiteral(R"({"tables":[%1,%2]})")
-        .arg(table("orders_narrow", 1, 2), table("orders_wrong", 2, 3))
-        .toUtf8();
-}
+    TemporarySettings() { Settings::setStorageFile(dir.filePath(QStringLiteral("settings.ini"))); }
+    ~TemporarySettings() { Settings::setStorageFile(previous); }
+    QString const previous = Settings::storageFile();
+    QTemporaryDir dir;
+};
 
 // Installs a core for one scope.
 struct InstalledCore
@@ -90,14 +71,17 @@ protected:
 
     void setUpMarket()
     {
-        ASSERT_TRUE(m_settingsDir.isValid());
-        m_previousSettings = Settings::storageFile();
-        Settings::setStorageFile(m_settingsDir.filePath(QStringLiteral("settings.ini")));
-
         createSchemaTables({"securities", "boards", "stocks", "buysells", "orders"});
-        createTables(otherOrderTables());
-        apply(R"({"table":"buysells","ops":[{"insert":{"buysell":"B","name":"Покупка"}},
-            {"insert":{"buysell":"S","name":"Продажа"}}]})");
+        // Order tables beside the real one: "signs" and "dkh_request" of other
+        // widths, and one whose "dkh_request" no integer can be read from.
+        for (auto [name, signsType, dkhType] : {std::tuple{"orders_narrow", 1, 2}, std::tuple{"orders_wrong", 2, 3}})
+            createTables(QStringLiteral(R"({"tables":[{"name":"%1","key":["order_id"],"columns":[
+                {"name":"stock_id","type":1},{"name":"board_id","type":1},{"name":"order_id","type":2,"nullable":false},
+                {"name":"sec_id","type":2},{"name":"stream_id","type":2},{"name":"account","type":6,"length":14},
+                {"name":"price","type":4,"scale":5},{"name":"buysell","type":6,"length":2},
+                {"name":"balance","type":1},{"name":"signs","type":%2},{"name":"dkh_request","type":%3}]}]})")
+                             .arg(name).arg(signsType).arg(dkhType).toUtf8());
+        apply(R"({"table":"buysells","ops":[{"insert":{"buysell":"B","name":"Покупка"}},{"insert":{"buysell":"S","name":"Продажа"}}]})");
         apply(R"({"table":"boards","ops":[
             {"insert":{"stock_id":4,"board_id":1,"board_code":"MAIN","flags":1,"anonym":"D"}},
             {"insert":{"stock_id":4,"board_id":10,"board_code":"SWAP","flags":1,"anonym":"D"}},
@@ -115,7 +99,6 @@ protected:
         resetAfter<BoardDirectory>();
         resetAfter<StockDirectory>();
         resetAfter<BuySellDirectory>();
-
         for (int code : {1025, 1028, 1280, 1032}) transactions()->registerTemplate(freeFormTemplate(code));
         transactions()->addTransport(&transport);
     }
@@ -124,13 +107,11 @@ protected:
     {
         transactions()->clearTemplates();
         transactions()->clearTransports();
-        Settings::setStorageFile(m_previousSettings);
         CoreTablesTest::TearDown();
     }
 
     static TransactionService* transactions() { return DefaultCore::global()->transactions(); }
 
-    // An order row as JSON fields, on stock 4 board 1 security 100 unless told.
     void insertOrder(QString const& table, QString const& fields)
     {
         apply(QStringLiteral(R"({"table":"%1","ops":[{"insert":{%2}}]})").arg(table, fields).toUtf8());
@@ -143,10 +124,6 @@ protected:
         return Record();
     }
 
+    TemporarySettings settings;
     RecordingTransport transport;
-
-private:
-    QTemporaryDir m_settingsDir;
-    QString m_previousSettings;
 };
-

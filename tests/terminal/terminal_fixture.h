@@ -1,17 +1,32 @@
 #pragma once
-// Opens the terminal's window on the bundled market as main() sets it up.
+// Opens the terminal's window on the bundled market as main() sets it up;
+// the views and the core the window's tests reach.
+#include "accounts.h"
 #include "binding.h"
 #include "context.h"
+#include "feed.h"
+#include "marketview.h"
+#include "optionboard.h"
+#include "replay.h"
 #include "window.h"
 
 #include <core/clock.h>
 #include <core/defaultcore.h>
 #include <core/transactions.h>
+#include <database/batch.h>
 #include <database/database.h>
 #include <database/settings.h>
+#include <directories>
 
+#include <QComboBox>
+#include <QPushButton>
 #include <QSignalSpy>
+#include <QTabWidget>
+#include <QTableView>
 #include <QTemporaryDir>
+#include <QTest>
+#include <QTreeWidget>
+#include <QtCharts/QLineSeries>
 #include <gtest/gtest.h>
 #include <memory>
 

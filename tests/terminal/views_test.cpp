@@ -1,33 +1,8 @@
 // The views' own behaviour on the bundled market: the replay's controls, the
 // securities' filter and sort, the smile's redraw.
 #include "terminal_fixture.h"
-#include "accounts.h"
-#include "binding.h"
-#include "context.h"
-#include "feed.h"
-#include "marketview.h"
-#include "optionboard.h"
-#include "replay.h"
-#include "window.h"
 
-#include <core/clock.h>
-#include <core/defaultcore.h>
-#include <database/batch.h>
-#include <database/database.h>
-#include <directories>
-
-#include <QComboBox>
-#include <QCoreApplication>
 #include <QProgressBar>
-#include <QPushButton>
-#include <QSignalSpy>
-#include <QTabWidget>
-#include <QTableView>
-#include <QTest>
-#include <QTreeWidget>
-#include <QtCharts/QLineSeries>
-#include <gtest/gtest.h>
-#include <memory>
 
 namespace {
 void apply(QByteArray const& line)
