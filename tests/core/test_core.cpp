@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -138,24 +139,18 @@ TEST(UserNotification, KindToTheFirstBarLinkAfterTheLast)
     struct Case { QString text; int kind; QString message; QString link; };
     const Case cases[] = {
         {QStringLiteral("2|Пароль истекает|"), 2, QStringLiteral("Пароль истекает"), QString()},
-        {QStringLiteral("1|Квазисделка 17|vtrm+stream://deal/confirmdeal?a=1"), 1,
-         QStringLiteral("Квазисделка 17"), QStringLiteral("vtrm+stream://deal/confirmdeal?a=1")},
+        {QStringLiteral("1|Квазисделка 17|vtrm+stream://deal/confirmdeal?a=1"), 1, QStringLiteral("Квазисделка 17"), QStringLiteral("vtrm+stream://deal/confirmdeal?a=1")},
         // A security name with bars stays in the message.
-        {QStringLiteral("1|Открыт поток ликвидности 7 (A|B|C * 10)|vtrm+stream://stream/addorder?sec_id=1%7C2"), 1,
-         QStringLiteral("Открыт поток ликвидности 7 (A|B|C * 10)"),
-         QStringLiteral("vtrm+stream://stream/addorder?sec_id=1%7C2")},
+        {QStringLiteral("1|Открыт поток ликвидности 7 (A|B|C * 10)|vtrm+stream://stream/addorder?sec_id=1%7C2"), 1, QStringLiteral("Открыт поток ликвидности 7 (A|B|C * 10)"), QStringLiteral("vtrm+stream://stream/addorder?sec_id=1%7C2")},
         {QStringLiteral("1|||"), 1, QStringLiteral("|"), QString()},
         {QStringLiteral("Закрыт поток ликвидности S1"), 0, QStringLiteral("Закрыт поток ликвидности S1"), QString()},
-        {QStringLiteral("Закрыт поток ликвидности 7 (A|1|B * 10)"), 0,
-         QStringLiteral("Закрыт поток ликвидности 7 (A|1|B * 10)"), QString()},
+        {QStringLiteral("Закрыт поток ликвидности 7 (A|1|B * 10)"), 0, QStringLiteral("Закрыт поток ликвидности 7 (A|1|B * 10)"), QString()},
         {QStringLiteral("x|not a kind|"), 0, QStringLiteral("x|not a kind|"), QString()},
         {QStringLiteral("3|one bar only"), 0, QStringLiteral("3|one bar only"), QString()},
     };
     for (Case const& c : cases) {
         UserNotification n = UserNotification::parse(c.text);
-        EXPECT_EQ(n.kind, c.kind) << c.text.toStdString();
-        EXPECT_EQ(n.message, c.message) << c.text.toStdString();
-        EXPECT_EQ(n.link, c.link) << c.text.toStdString();
+        EXPECT_EQ(std::tie(n.kind, n.message, n.link), std::tie(c.kind, c.message, c.link)) << c.text.toStdString();
     }
 }
 
@@ -180,9 +175,7 @@ TEST(UserNotification, EveryRecordReadsBackAsBuilt)
         UserNotification const built(c.kind, c.message, c.link);
         EXPECT_EQ(built.text(), c.text);
         UserNotification const read = UserNotification::parse(built.text());
-        EXPECT_EQ(read.kind, c.kind) << c.text.toStdString();
-        EXPECT_EQ(read.message, c.message) << c.text.toStdString();
-        EXPECT_EQ(read.link, c.link) << c.text.toStdString();
+        EXPECT_EQ(std::tie(read.kind, read.message, read.link), std::tie(c.kind, c.message, c.link)) << c.text.toStdString();
     }
 }
 

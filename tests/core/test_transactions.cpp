@@ -155,27 +155,30 @@ TEST_F(TransactionsTest, SendGoesToTheFirstTransportThatAccepts)
     EXPECT_EQ(drops.taken().size(), 1);
 }
 
-TEST_F(TransactionsTest, AnswerReachesWhoeverCreatedIt)
+// An answer reaches whoever holds a handle on it: one given to the
+// transaction before sending, or one left behind by a move, also inside a
+// moved-from transaction that is sent anyway.
+TEST_F(TransactionsTest, AnswerReachesEveryHandleOnIt)
 {
     RecordingTransport transport;
     transport.setReply(7, QStringLiteral("accepted by the exchange"));
-    service.addTransport(&transport);
-
     RawAnswer mine;
     RawTransaction tx = service.build(meta(1025, 0, 0, QStringLiteral("a")), {});
     EXPECT_NE(tx.answer, mine);
     tx.answer = mine;
+    RawTransaction taken(std::move(tx));
+    EXPECT_EQ(service.send(tx), 0);   // no transport: answered as such, through both
+    EXPECT_EQ(tx.answer.code(), RawAnswer::NoTransport);
+    EXPECT_EQ(taken.answer.code(), RawAnswer::NoTransport);
+    mine = RawAnswer();
+    taken.answer = mine;
+    service.addTransport(&transport);
     EXPECT_FALSE(mine.isAnswered());
-    ASSERT_EQ(service.send(tx), 1);
+    ASSERT_EQ(service.send(taken), 1);
     EXPECT_TRUE(mine.isAnswered());
     EXPECT_EQ(mine.code(), 7);
     EXPECT_EQ(mine.text(), QStringLiteral("accepted by the exchange"));
-}
 
-// What is left behind by a move stays a usable handle on the same state, also
-// inside a moved-from transaction that is sent anyway.
-TEST_F(TransactionsTest, MovedFromAnswerStaysUsable)
-{
     RawAnswer first;
     RawAnswer moved(std::move(first));
     EXPECT_FALSE(first.isAnswered());
@@ -183,18 +186,11 @@ TEST_F(TransactionsTest, MovedFromAnswerStaysUsable)
     EXPECT_TRUE(first.text().isEmpty());
     first.setAnswer(3, QStringLiteral("through the old handle"));
     EXPECT_EQ(first, moved);
-    EXPECT_EQ(moved.code(), 3);
-
     RawAnswer assigned;
     assigned = std::move(moved);
     EXPECT_EQ(moved.text(), QStringLiteral("through the old handle"));
     EXPECT_EQ(assigned, moved);
-
-    RawTransaction tx = service.build(meta(1025, 0, 0, QStringLiteral("a")), {});
-    RawTransaction taken(std::move(tx));
-    EXPECT_EQ(service.send(tx), 0);   // no transport: answered as such, through both
-    EXPECT_EQ(tx.answer.code(), RawAnswer::NoTransport);
-    EXPECT_EQ(taken.answer.code(), RawAnswer::NoTransport);
+    EXPECT_EQ(assigned.code(), 3);
 }
 
 TEST(TransactionTemplates, BundledFileServesEveryCodeOfEveryMarket)
@@ -222,18 +218,12 @@ TEST(TransactionTemplates, BundledFileServesEveryCodeOfEveryMarket)
 
 TEST(TransactionTemplates, MalformedFileIsNamedAndRegistersNothing)
 {
-    struct Case
-    {
-        char const* json;
-        char const* message;
-    };
+    struct Case { char const* json; char const* message; };
     Case const cases[] = {
-        {"{\"templates\": [\n  {\"code\": 1025, \"name\": \"a\"},\n  {\"code\": 1025 \"name\": \"b\"}\n]}",
-         "t.json:3: bad JSON: "},
+        {"{\"templates\": [\n  {\"code\": 1025, \"name\": \"a\"},\n  {\"code\": 1025 \"name\": \"b\"}\n]}", "t.json:3: bad JSON: "},
         {"[1]", "t.json: needs an object with one key, \"templates\", holding an array"},
         {"{\"templates\": [], \"more\": 1}", "t.json: needs an object"},
-        {"{\"templates\": [\n  {\"code\": 1025, \"name\": \"a\"},\n  {\"code\": 0, \"name\": \"b\"}\n]}",
-         "t.json:3: template 2: 'code' needs a message code from 1 to 65535"},
+        {"{\"templates\": [\n  {\"code\": 1025, \"name\": \"a\"},\n  {\"code\": 0, \"name\": \"b\"}\n]}", "t.json:3: template 2: 'code' needs a message code from 1 to 65535"},
         {"{\"templates\": [{\"code\": 10.5, \"name\": \"a\"}]}", "t.json:1: template 1: 'code' needs"},
         {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"stock\": -1}]}", "template 1: 'stock' needs a whole number"},
         {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"board\": 14}]}", "template 1: 'board' needs a 'stock'"},
@@ -241,11 +231,9 @@ TEST(TransactionTemplates, MalformedFileIsNamedAndRegistersNothing)
         {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"params\": []}]}", "template 1: unknown field 'params'"},
         {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"parameters\": \"Price\"}]}", "'parameters' needs an array"},
         {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"parameters\": [\"Price\", \"Price\"]}]}", "'parameters' names 'Price' twice"},
-        {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"parameters\": [\"P\"], \"optional\": [\"P\"]}]}",
-         "'P' is both required and optional"},
+        {"{\"templates\": [{\"code\": 1025, \"name\": \"a\", \"parameters\": [\"P\"], \"optional\": [\"P\"]}]}", "'P' is both required and optional"},
         {"{\"templates\": [\"x\",\n{\"code\": 1025, \"name\": \"a\"}]}", "t.json:1: template 1: a template must be an object"},
-        {"{\"templates\": [\n{\"code\": 1025, \"stock\": 4, \"name\": \"a\"},\n{\"code\": 1025, \"stock\": 4, \"name\": \"b\"}]}",
-         "t.json:3: template 2: code 1025 for stock 4, board 0 repeats template 1"},
+        {"{\"templates\": [\n{\"code\": 1025, \"stock\": 4, \"name\": \"a\"},\n{\"code\": 1025, \"stock\": 4, \"name\": \"b\"}]}", "t.json:3: template 2: code 1025 for stock 4, board 0 repeats template 1"},
     };
     TransactionService service;
     service.registerTemplate(meta(1032, 4, 0, QStringLiteral("kept")));

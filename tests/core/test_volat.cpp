@@ -1,6 +1,6 @@
 // What the comparison with an independent pricer cannot take: the smile,
 // the bounds, the price step and inputs no textbook formula accepts.
-#include <core/volat.h>
+#include "volat_inputs.h"
 
 #include <gtest/gtest.h>
 
@@ -12,27 +12,6 @@ namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
-
-VolatInputParamsEx flat(double F, double K, double T, double sigmaPct, double m = 1.0, bool put = false)
-{
-    VolatInputParamsEx in;
-    in.underlyingPrice = F;
-    in.strike = K;
-    in.sqrtT = std::sqrt(T);
-    in.coeffs.a = sigmaPct;
-    in.coeffs.m = m;
-    in.volatMin = 0.0;
-    in.volatMax = 1000.0;
-    in.isPut = put;
-    return in;
-}
-
-VolatOutputParamsEx run(VolatInputParamsEx const& in)
-{
-    VolatOutputParamsEx out;
-    calcVolatParamsEx(out, in);
-    return out;
-}
 
 void expectFinite(VolatOutputParamsEx const& o)
 {

@@ -1,6 +1,6 @@
 // The engine against an independent implementation of the same closed forms.
 // Kept in one source: the library's headers compile slowly.
-#include <core/volat.h>
+#include "volat_inputs.h"
 
 #include <ql/pricingengines/blackcalculator.hpp>
 #include <ql/pricingengines/blackformula.hpp>
@@ -19,22 +19,6 @@ struct Reference
 {
     double price, delta, gamma, vega, theta;   // vega per 1 %, theta per day
 };
-
-VolatOutputParamsEx ours(double F, double K, double T, double sigmaPct, double m, bool put)
-{
-    VolatInputParamsEx in;
-    in.underlyingPrice = F;
-    in.strike = K;
-    in.sqrtT = std::sqrt(T);
-    in.coeffs.a = sigmaPct;
-    in.coeffs.m = m;
-    in.volatMin = 0.0;
-    in.volatMax = 1000.0;
-    in.isPut = put;
-    VolatOutputParamsEx out;
-    calcVolatParamsEx(out, in);
-    return out;
-}
 
 // Black-76, shifted by H for the displaced model (H = 0 at m = 1): prices
 // and derivatives of the shifted lognormal are those of Black on F+H, K+H.
@@ -89,22 +73,14 @@ double displacedExact(double F, double K, double T, double sigmaPct, double m, b
 
 } // namespace
 
-// Grid: strikes from deep in to deep out of the money, time from the 10 ms
-// floor to three years, volatility from 1 % to 400 %, calls and puts, and the
-// two ends and the middle of the model.
-//
-// Tolerances. Closed forms: both sides evaluate the same formulas in double
-// and differ only in how the normal distribution is computed (erfc here, the
-// library's own approximation there). Prices and vega are compared to 1e-9 of
-// the forward, deltas to 1e-9, gamma and theta to 1e-8 relative plus 1e-9 of
-// their at-the-money size: all far below a price step. The worst differences
-// seen over this grid are 1e-6 of those tolerances for prices, gamma and
-// theta, and 0.13 of it for delta (1.3e-10, deep in the tails, where the
-// library's distribution is the less exact one).
-// Finite differences (Bachelier gamma and theta) carry a truncation error of
-// order (h/sd)^2 = 1e-4 at h = 1 % of the standard deviation, and a rounding
-// error of eps*price/h^2: they are compared to 1e-3 relative plus 1e-7 of
-// their at-the-money size; the worst seen is a tenth of that.
+// Strikes deep in to deep out of the money, time from the floor to three
+// years, volatility 1 % to 400 %, calls and puts, both ends and the middle
+// of the model. Closed forms differ only in how each side computes the
+// normal distribution: prices and vega to 1e-9 of the forward, deltas to
+// 1e-9, gamma and theta to 1e-8 relative plus 1e-9 of their at-the-money
+// size (the worst seen is 0.13 of that, for deltas deep in the tails).
+// Finite differences (Bachelier gamma and theta, h = 1 % of the standard
+// deviation) carry a truncation error near 1e-4: 1e-3 relative plus 1e-7.
 TEST(VolatQuantLib, GridAgainstClosedFormsAndDifferences)
 {
     double const F = 100.0;
@@ -118,7 +94,7 @@ TEST(VolatQuantLib, GridAgainstClosedFormsAndDifferences)
                         double const K = F * std::exp(lnK);
                         SCOPED_TRACE(testing::Message() << "m=" << m << " K=" << K << " T=" << T << " sigma=" << sigma
                                                         << " put=" << put);
-                        VolatOutputParamsEx o = ours(F, K, T, sigma, m, put);
+                        VolatOutputParamsEx o = run(flat(F, K, T, sigma, m, put));
                         bool const differences = m == 0.0;
                         Reference r = differences ? bachelier(F, K, T, sigma, put) : black(F, K, T, sigma, m, put);
                         // At-the-money sizes of gamma and theta, the scale of their absolute error.
@@ -161,7 +137,7 @@ TEST(VolatQuantLib, DisplacedPriceKeepsItsDigitsForSmallM)
                     for (bool put : {false, true}) {
                         double const K = F * std::exp(lnK);
                         double const exact = displacedExact(F, K, T, sigma, m, put);
-                        double const price = ours(F, K, T, sigma, m, put).price;
+                        double const price = run(flat(F, K, T, sigma, m, put)).price;
                         // A floor far below any price step for tails that underflow.
                         EXPECT_NEAR(price, exact, 1e-6 * exact + 1e-15 * F)
                             << "m=" << m << " K=" << K << " T=" << T << " sigma=" << sigma << " put=" << put;

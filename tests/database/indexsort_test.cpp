@@ -62,18 +62,14 @@ TEST(IndexSort, SearchesAgreeWithBruteForceOracle)
         for (int probe = -1; probe <= 21; ++probe) {
             Record key(t.items.data());
             key.data("qty").setRawInt32(probe);
-            auto first = std::find(values.begin(), values.end(), probe);
-            int expectFirst = first == values.end() ? -1 : int(first - values.begin());
-            auto last = std::find(values.rbegin(), values.rend(), probe);
-            int expectLast = last == values.rend() ? -1 : int(values.rend() - last) - 1;
-            ASSERT_EQ(qty.search(key, -1), expectFirst) << probe;
-            ASSERT_EQ(qty.searchLast(key, -1), expectLast) << probe;
-            if (expectFirst >= 0) {
-                ASSERT_EQ(qty.find(key, -1), qty.at(expectFirst));
-                // Starting after the first match finds the next one, if any.
-                int second = expectFirst + 1 < int(values.size()) && values[std::size_t(expectFirst) + 1] == probe ? expectFirst + 1 : -1;
-                ASSERT_EQ(qty.search(key, expectFirst), second);
-            }
+            auto const [lo, hi] = std::equal_range(values.begin(), values.end(), probe);
+            int const first = lo == hi ? -1 : int(lo - values.begin()), last = lo == hi ? -1 : int(hi - values.begin()) - 1;
+            ASSERT_EQ(qty.search(key, -1), first) << probe;
+            ASSERT_EQ(qty.searchLast(key, -1), last) << probe;
+            if (first < 0) continue;
+            ASSERT_EQ(qty.find(key, -1), qty.at(first));
+            // Starting after the first match finds the next one, if any.
+            ASSERT_EQ(qty.search(key, first), first < last ? first + 1 : -1);
         }
         for (int i = 0; i < qty.count(); ++i) ASSERT_EQ(qty.searchFull(qty.at(i), -1), i);
     }

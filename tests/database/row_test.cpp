@@ -96,21 +96,19 @@ TEST(Row, KeyTextRoundTrip)
 // as a schema file does.
 TEST(Table, RefusesDecimalScalesThePackedFormCannotHold)
 {
+    TableSchema schema;
+    schema.name = QStringLiteral("t");
+    schema.key = QStringList{QStringLiteral("id")};
+    schema.columns = {ColumnDef(), ColumnDef()};
+    schema.columns[0].name = QStringLiteral("id");
+    schema.columns[0].type = FieldType::Int;
+    schema.columns[0].nullable = false;
+    schema.columns[1].name = QStringLiteral("amount");
     for (auto [type, scale, fits] : {std::tuple<int, int, bool>{FieldType::Decimal, 63, true}, {FieldType::Decimal, 64, false},
                                      {FieldType::Decimal, -65, false}, {FieldType::XDecimal, 127, true},
                                      {FieldType::XDecimal, 128, false}}) {
-        TableSchema schema;
-        schema.name = QStringLiteral("t");
-        schema.key = QStringList{QStringLiteral("id")};
-        ColumnDef id;
-        id.name = QStringLiteral("id");
-        id.type = FieldType::Int;
-        id.nullable = false;
-        ColumnDef amount;
-        amount.name = QStringLiteral("amount");
-        amount.type = type;
-        amount.scale = short(scale);
-        schema.columns = {id, amount};
+        schema.columns[1].type = type;
+        schema.columns[1].scale = short(scale);
         if (fits) EXPECT_NO_THROW(Table{schema}) << scale;
         else EXPECT_THROW(Table{schema}, Exception) << scale;
     }

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <tuple>
 
 namespace {
 QStringList keysOf(QList<Record> const& rows)
@@ -74,17 +75,12 @@ TEST(RowWatcher, IsToldTheFoldedRowsOfABatchAfterEveryIndexAndDependentEnded)
     EXPECT_TRUE(told.inserted[0].inTable());
     EXPECT_EQ(told.inserted[0].data("qty").rawInt32(), 1);
     EXPECT_EQ(told.updated[0].data("name").toString(), "x");
-    // The columns of the rows still updated: not the deleted row's "qty".
-    EXPECT_TRUE(told.columnChanged(t.items->columnIndex("price")));
-    EXPECT_TRUE(told.columnChanged(t.items->columnIndex("name")));
-    EXPECT_FALSE(told.columnChanged(t.items->columnIndex("qty")));
-    EXPECT_FALSE(told.columnChanged(-1));
-    EXPECT_FALSE(told.columnChanged(t.items->columnCount()));
-    EXPECT_TRUE(told.columnChanged(0, t.items->columnIndex("price")));
-    EXPECT_TRUE(told.columnChanged(0, t.items->columnIndex("name")));
-    EXPECT_FALSE(told.columnChanged(0, t.items->columnIndex("qty")));
-    EXPECT_FALSE(told.columnChanged(1, t.items->columnIndex("price")));   // there is no second updated row
-
+    // The columns of the rows still updated: not the deleted row's "qty";
+    // none outside the table's columns or of a second updated row.
+    int const price = t.items->columnIndex("price"), name = t.items->columnIndex("name"), qty = t.items->columnIndex("qty");
+    for (auto [row, column, changed] : {std::tuple{-1, price, true}, {-1, name, true}, {-1, qty, false}, {-1, -1, false},
+                                        {-1, t.items->columnCount(), false}, {0, price, true}, {0, name, true}, {0, qty, false}, {1, price, false}})
+        EXPECT_EQ(row < 0 ? told.columnChanged(column) : told.columnChanged(row, column), changed) << row << ", " << column;
     t.items->removeIndex(&index);
     t.items->removeDependentIndex(&dependent);
 }

@@ -27,6 +27,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -282,11 +283,11 @@ private:
 class Tally
 {
 public:
-    explicit Tally(char const* what) : m_what(what) {}
+    explicit Tally(std::string what) : m_what(std::move(what)) {}
     ~Tally()
     {
         EXPECT_EQ(m_failed, 0) << m_failed << " of " << m_cases << " " << m_what << " cases differ from the reference";
-        std::printf("[ differential ] %s: %d cases, %d differ\n", m_what, m_cases, m_failed);
+        std::printf("[ differential ] %s: %d cases, %d differ\n", m_what.c_str(), m_cases, m_failed);
     }
     void count() { ++m_cases; }
     void fail(std::string const& detail)
@@ -300,7 +301,7 @@ public:
     }
 
 private:
-    char const* m_what;
+    std::string m_what;
     int m_cases = 0;
     int m_failed = 0;
 };
@@ -318,6 +319,16 @@ std::optional<QString> refusal(Action&& action)
     return std::nullopt;
 }
 
+// One case the reference either stores as `want` or refuses; `also` is what
+// else that outcome needs (the scale, the old value left, the message).
+void storedOrRefused(Tally& tally, std::string const& label, std::optional<std::string> const& want,
+                     std::optional<QString> const& refused, QString const& stored, bool also = true)
+{
+    std::string const got = refused ? str(*refused) : str(stored);
+    if (!want) tally.check(refused && also, [&] { return label + " should be refused, gave " + got; });
+    else tally.check(!refused && also && got == *want, [&] { return label + " gave " + got + ", not " + *want; });
+}
+
 decimal makeDecimal(mpz_class const& m, int s) { return decimal::fromMantissa(m.get_si(), s); }
 xdecimal makeXDecimal(mpz_class const& m, int s) { return xdecimal::fromMantissa(toI128(m), s); }
 
@@ -325,40 +336,31 @@ constexpr int kCases = 40000;
 
 // ---- values: text, double, text round trip ---------------------------------
 
-TEST(DecimalDifferential, ValuesPrintReadBackAndConvertToDouble)
+template <class D>
+void values(Range const& r, int maxBits, std::uint64_t seed, std::function<D(mpz_class const&, int)> const& make)
 {
-    Inputs in(1);
-    Tally text("decimal toString"), dbl("decimal toDouble"), back("decimal text round trip"), wide("decimal widened");
+    Inputs in(seed);
+    std::string const name = r.name;
+    Tally text(name + " toString"), dbl(name + " toDouble"), back(name + " text round trip");
+    std::optional<Tally> wide;
+    if constexpr (std::is_same_v<D, decimal>) wide.emplace("decimal widened");
     for (int i = 0; i < kCases; ++i) {
-        mpz_class m = in.mantissa(decimalRange(), 57);
-        int s = in.scale(decimalRange());
-        decimal d = makeDecimal(m, s);
-        std::string expected = textOf(m, s);
-        std::string got = str(d.toString());
+        mpz_class m = in.mantissa(r, maxBits);
+        int s = in.scale(r);
+        D d = make(m, s);
+        std::string const expected = textOf(m, s), got = str(d.toString());
         text.check(got == expected, [&] { return "(" + m.get_str() + ", " + std::to_string(s) + ") gave " + got + ", not " + expected; });
-        double want = toDoubleOf(m, s);
-        dbl.check(d.toDouble() == want, [&] { return expected + " gave " + std::to_string(d.toDouble()); });
-        auto read = refusal([&] { decimal r(QString::fromStdString(got)); if (r.compare(d) != 0) throw Exception(r.toString()); });
+        dbl.check(d.toDouble() == toDoubleOf(m, s), [&] { return expected + " gave " + std::to_string(d.toDouble()); });
+        auto read = refusal([&] { D r(QString::fromStdString(got)); if (r.compare(d) != 0) throw Exception(r.toString()); });
         back.check(!read, [&] { return expected + " read back as " + str(*read); });
-        wide.check(str(xdecimal(d).toString()) == expected, [&] { return expected; });
+        if (wide) wide->check(str(xdecimal(d).toString()) == expected, [&] { return expected; });
     }
 }
 
-TEST(DecimalDifferential, ExtendedValuesPrintReadBackAndConvertToDouble)
+TEST(DecimalDifferential, ValuesPrintReadBackAndConvertToDouble)
 {
-    Inputs in(2);
-    Tally text("xdecimal toString"), dbl("xdecimal toDouble"), back("xdecimal text round trip");
-    for (int i = 0; i < kCases; ++i) {
-        mpz_class m = in.mantissa(xdecimalRange(), 112);
-        int s = in.scale(xdecimalRange());
-        xdecimal x = makeXDecimal(m, s);
-        std::string expected = textOf(m, s);
-        std::string got = str(x.toString());
-        text.check(got == expected, [&] { return "(" + m.get_str() + ", " + std::to_string(s) + ") gave " + got + ", not " + expected; });
-        dbl.check(x.toDouble() == toDoubleOf(m, s), [&] { return expected + " gave " + std::to_string(x.toDouble()); });
-        auto read = refusal([&] { xdecimal r(QString::fromStdString(got)); if (r.compare(x) != 0) throw Exception(r.toString()); });
-        back.check(!read, [&] { return expected + " read back as " + str(*read); });
-    }
+    values<decimal>(decimalRange(), 57, 1, makeDecimal);
+    values<xdecimal>(xdecimalRange(), 112, 2, makeXDecimal);
 }
 
 // ---- compare ------------------------------------------------------------------
@@ -432,12 +434,8 @@ void rescale(Range const& r, int maxBits, std::uint64_t seed, char const* what,
         auto refused = refusal([&] { d.setScale(short(to)); });
         mpz_class want = roundTo(Exact{m, s}, to);
         bool storable = to >= r.minScale && to <= r.maxScale && fits(want, r);
-        std::string label = textOf(m, s) + " to scale " + std::to_string(to);
-        if (!storable)
-            tally.check(refused && str(d.toString()) == before, [&] { return label + " should be refused, gave " + str(d.toString()); });
-        else
-            tally.check(!refused && d.scale() == to && str(d.toString()) == textOf(want, to),
-                        [&] { return label + " gave " + str(d.toString()) + (refused ? " (refused)" : ""); });
+        storedOrRefused(tally, textOf(m, s) + " to scale " + std::to_string(to), storable ? std::optional(textOf(want, to)) : std::nullopt,
+                        refused, d.toString(), storable ? d.scale() == to : str(d.toString()) == before);
     }
 }
 
@@ -468,11 +466,8 @@ TEST(DecimalDifferential, TextIsReadExactlyOrRefused)
             QString got;
             short scale = 0;
             auto refused = refusal([&] { auto v = make(QString::fromStdString(t)); got = v.toString(); scale = v.scale(); });
-            if (!want)
-                tally.check(refused.has_value(), [&] { return "'" + t + "' should be refused, gave " + str(got); });
-            else
-                tally.check(!refused && str(got) == textOf(want->first, want->second) && scale == want->second,
-                            [&] { return "'" + t + "' gave " + (refused ? str(*refused) : str(got)) + ", not " + textOf(want->first, want->second); });
+            storedOrRefused(tally, "'" + t + "'", want ? std::optional(textOf(want->first, want->second)) : std::nullopt, refused, got,
+                            !want || scale == want->second);
         };
         check(dec, decimalRange(), [](QString const& s) { return decimal(s); });
         check(xdec, xdecimalRange(), [](QString const& s) { return xdecimal(s); });
@@ -505,12 +500,8 @@ TEST(DecimalDifferential, DoublesRoundFromTheirShortestText)
             auto refused = refusal([&] { got = make(v, short(s)).toString(); });
             char shown[40];
             std::snprintf(shown, sizeof shown, "%.17g", v);
-            std::string label = std::string(shown) + " at scale " + std::to_string(s);
-            if (!want)
-                tally.check(refused.has_value(), [&] { return label + " should be refused, gave " + str(got); });
-            else
-                tally.check(!refused && str(got) == textOf(*want, s),
-                            [&] { return label + " gave " + (refused ? str(*refused) : str(got)) + ", not " + textOf(*want, s); });
+            storedOrRefused(tally, std::string(shown) + " at scale " + std::to_string(s), want ? std::optional(textOf(*want, s)) : std::nullopt,
+                            refused, got);
         };
         check(dec, decimalRange(), [](double d, short sc) { return decimal::fromDouble(d, sc); });
         check(xdec, xdecimalRange(), [](double d, short sc) { return xdecimal::fromDouble(d, sc); });
@@ -600,23 +591,16 @@ TEST(DecimalDifferential, IntegersAreKeptExactlyOrRefused)
         std::optional<std::pair<mpz_class, int>> want = exactIn(x, decimalRange());
         decimal got;
         auto refused = refusal([&] { got = decimal::fromInteger(v); });
-        if (!want)
-            exact.check(refused && *refused == QStringLiteral("Can't convert from '%1'' to decimal").arg(v),
-                        [&] { return text + " should be refused, gave " + (refused ? str(*refused) : str(got.toString())); });
-        else
-            exact.check(!refused && fromI128(got.mantissa()) == want->first && got.scale() == want->second,
-                        [&] { return text + " gave " + (refused ? str(*refused) : str(got.toString())); });
+        storedOrRefused(exact, text, want ? std::optional(textOf(want->first, want->second)) : std::nullopt, refused, got.toString(),
+                        want ? got.scale() == want->second : refused == QStringLiteral("Can't convert from '%1'' to decimal").arg(v));
 
         int s = in.chance(80) ? in.between(-4, 4) : in.between(-70, 70);
         decimal out = decimal::fromMantissa(7, 0);
         bool ok = decimal::fromInteger(v, short(s), out);
         mpz_class m = roundTo(x, s);
         bool storable = s >= decimalRange().minScale && s <= decimalRange().maxScale && fits(m, decimalRange());
-        std::string label = text + " at scale " + std::to_string(s);
-        if (!storable)
-            scaled.check(!ok && out.toString() == QLatin1String("7"), [&] { return label + " should be refused, gave " + str(out.toString()); });
-        else
-            scaled.check(ok && out.scale() == s && str(out.toString()) == textOf(m, s), [&] { return label + " gave " + str(out.toString()); });
+        storedOrRefused(scaled, text + " at scale " + std::to_string(s), storable ? std::optional(textOf(m, s)) : std::nullopt,
+                        ok ? std::nullopt : std::optional(out.toString()), out.toString(), storable ? out.scale() == s : out.toString() == "7");
     }
 }
 
@@ -674,25 +658,17 @@ void writeEverywhere(Columns const& c, Tally& tally, std::string const& label, s
             f = 7;
             QString before = f.toString();
             auto refused = refusal([&] { write(f); });
-            std::string column = std::string(r.name) + "(" + std::to_string(scale) + ")";
+            std::optional<std::string> want;
             if (extended && widenAsIs && value) {   // widened as it is, its own scale kept
-                tally.check(!refused && str(f.toString()) == textOf(value->n, value->places), [&] { return label + " into " + column; });
-                continue;
-            }
-            std::optional<mpz_class> want;
-            if (value) {
+                want = textOf(value->n, value->places);
+            } else if (value) {
                 mpz_class m = roundTo(*value, scale);
-                if (fits(m, r)) want = m;
+                if (fits(m, r)) want = textOf(m, scale);
             }
-            if (!want) {
-                bool message = refused && refused->startsWith(QStringLiteral("Can't convert from '"))
-                               && refused->endsWith(QStringLiteral("'' to %1").arg(QLatin1String(r.name)));
-                tally.check(message && f.toString() == before,
-                            [&] { return label + " into " + column + " should be refused, gave " + (refused ? str(*refused) : str(f.toString())); });
-            } else {
-                tally.check(!refused && str(f.toString()) == textOf(*want, scale),
-                            [&] { return label + " into " + column + " gave " + (refused ? str(*refused) : str(f.toString())) + ", not " + textOf(*want, scale); });
-            }
+            bool const message = refused && refused->startsWith(QStringLiteral("Can't convert from '"))
+                                 && refused->endsWith(QStringLiteral("'' to %1").arg(QLatin1String(r.name)));
+            storedOrRefused(tally, label + " into " + r.name + "(" + std::to_string(scale) + ")", want, refused, f.toString(),
+                            want || (message && f.toString() == before));
         }
     }
 }
@@ -713,8 +689,7 @@ void writeIntegers(Columns const& c, Tally& tally, mpz_class const& m, int scale
         mpz_class want = whole < lo ? lo : (whole > hi ? hi : whole);
         Field f = c.integer(wide);
         auto refused = refusal([&] { write(f); });
-        tally.check(!refused && str(f.toString()) == want.get_str(),
-                    [&] { return textOf(m, scale) + " into int" + (wide ? "64" : "32") + " gave " + str(f.toString()) + ", not " + want.get_str(); });
+        storedOrRefused(tally, textOf(m, scale) + " into int" + (wide ? "64" : "32"), want.get_str(), refused, f.toString());
     }
 }
 
