@@ -24,12 +24,6 @@ protected:
                               {"sec_name", QStringLiteral("Alfa %1").arg(round)}, {"sec_code", QStringLiteral("A%1").arg(round)},
                               {"base_code", QStringLiteral("B%1").arg(round)}, {"decimals", 2}});
     }
-    static QJsonObject deal(qint64 id)
-    {
-        return {{"stock_id", 5}, {"board_id", 20}, {"sec_id", "77"}, {"price", "101.5"}, {"quantity", "12"},
-                {"buysell", "B"}, {"account", "FA01001"}, {"login", "FA01U01"}, {"deal_id", QString::number(id)},
-                {"state", 1}, {"error_code", 0}, {"signs", 0}};
-    }
 };
 
 } // namespace
@@ -42,7 +36,7 @@ TEST_F(LookupThreads, UnlockedWorkerStopsOnTextIdAndDealLookups)
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     SecurityDirectory* securities = SecurityDirectory::i();
     DealsDirectory* deals = DealsDirectory::i();
-    insert("deals", deal(17));
+    insert("deals", deal(17, 1));
     Record row = db()->table("deals")->masterIndex()->at(0);
     auto offThread = [](auto call) { std::thread(call).join(); };
     EXPECT_DEATH(offThread([&] { securities->codeByTextId("1,20,77"); }), "codeByTextId.*table 'securities'");
@@ -58,7 +52,7 @@ TEST_F(LookupThreads, WorkerHoldingTheLockReadsBesideBatches)
 {
     SecurityDirectory* securities = SecurityDirectory::i();
     DealsDirectory* deals = DealsDirectory::i();
-    insert("deals", deal(17));
+    insert("deals", deal(17, 1));
     QSharedPointer<Table> securitiesTable = db()->table("securities");
     QSharedPointer<Table> dealsTable = db()->table("deals");
     std::atomic<bool> done{false};
@@ -83,7 +77,7 @@ TEST_F(LookupThreads, WorkerHoldingTheLockReadsBesideBatches)
     });
     for (int round = 1; round <= 200; ++round) {
         rename(round);
-        update("deals", deal(17));
+        update("deals", deal(17, 1));
     }
     done = true;
     worker.join();

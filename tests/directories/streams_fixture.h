@@ -57,6 +57,13 @@ protected:
         return {{"stream_id", id}, {"amount", amount}, {"stock_id", 5}, {"board_id", 20}, {"sec_id", QString::number(sec)},
                 {"signs", 0}, {"dir", 3}, {"speed_bump_type", bump}, {"duration_type", duration}};
     }
+    static QJsonObject deal(qint64 id, int state, QString const& login = "FA01U01", QString const& side = "B",
+                            int error = 0, qint64 sec = 77)
+    {
+        return {{"stock_id", 5}, {"board_id", 20}, {"sec_id", QString::number(sec)}, {"price", "101.5"},
+                {"quantity", "12"}, {"buysell", side}, {"account", "FA01001"}, {"login", login},
+                {"deal_id", QString::number(id)}, {"state", state}, {"error_code", error}, {"signs", 0}};
+    }
     static QJsonObject order(qint64 id, QString const& stream, QString const& account, QString const& status,
                              QString const& side, QString const& price, int stock = 5)
     {
