@@ -96,8 +96,4 @@ TEST(FixedVocabularies, TextsCaseAndOrder)
     EXPECT_EQ(OptioTypeDirectory::i()->nameByKey(QChar('P')), "Put");
     QCoreApplication::removeTranslator(&english);
     EXPECT_EQ(OptioTypeDirectory::i()->nameByKey(QChar('P')), QStringLiteral("Пут"));
-    QString text;
-    appendStatus(text, "a");
-    appendStatus(text, "b");
-    EXPECT_EQ(text, "a, b");
 }
