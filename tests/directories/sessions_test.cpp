@@ -62,13 +62,14 @@ TEST_F(Time, SessionsReadStockFiveAsOne)
 
 TEST_F(Time, CalendarRangeIsInclusiveAndOrdered)
 {
+    CalendarDirectory* c = CalendarDirectory::i();
+    EXPECT_TRUE(c->range(datetime(1), datetime(kNow)).isEmpty());   // no days yet
     apply(R"({"table":"calendar","ops":[
         {"insert":{"date":"2026-11-23 00:00:00.000","type":0}},
         {"insert":{"date":"2026-11-20 00:00:00.000","type":0}},
         {"insert":{"date":"2026-11-21 00:00:00.000","type":2}},
         {"insert":{"date":"2026-11-22 00:00:00.000","type":2}},
         {"insert":{"date":"2026-11-24 00:00:00.000","type":0}}]})");
-    CalendarDirectory* c = CalendarDirectory::i();
     auto dates = [c](QList<Record> const& days) {
         QStringList out;
         for (Record const& d : days) out << c->date(d).getDate().toString(Qt::ISODate) + (c->isTradingDay(d) ? "" : "*");
@@ -83,11 +84,6 @@ TEST_F(Time, CalendarRangeIsInclusiveAndOrdered)
     EXPECT_TRUE(c->range(datetime(QStringLiteral("2026-11-25")), datetime(QStringLiteral("2027-01-01"))).isEmpty());
     EXPECT_FALSE(c->isTradingDay(Record()));
     EXPECT_EQ(c->date(Record()), datetime());
-}
-
-TEST_F(Time, CalendarRangeOfAnEmptyTableIsEmpty)
-{
-    EXPECT_TRUE(CalendarDirectory::i()->range(datetime(1), datetime(kNow)).isEmpty());
 }
 
 TEST_F(Time, ExchangeTimeTakesTheMarketsOffsetOrTheLargest)
