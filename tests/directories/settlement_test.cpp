@@ -75,8 +75,7 @@ TEST_F(Settlement, MarginTypeTextsAndFallbacks)
     EXPECT_EQ(types->UCPTypeByCode("AB01003"), QStringLiteral("Срочный рынок"));
     EXPECT_EQ(types->UCPTypeByCode("AB01002"), QString());
     EXPECT_EQ(types->SATypeByCode("AB01001"), QStringLiteral("Доверительное Управление"));
-    EXPECT_EQ(types->SATypeByCode("AB01004"), QStringLiteral("Клиентский РК"));
-    EXPECT_EQ(types->SATypeByCode("AB01003"), QStringLiteral("Собственный РК"));
+    EXPECT_EQ(types->SATypeByCode("AB01003"), QStringLiteral("Собственный РК"));   // 0, not null
     EXPECT_EQ(types->SATypeByCode("AB01002"), QString());
     EXPECT_EQ(types->typeByCode("AB01001"), 3);
     EXPECT_EQ(types->typeByCode("AB01002"), 0);
