@@ -336,6 +336,27 @@ constexpr int kCases = 40000;
 
 // ---- values: text, double, text round trip ---------------------------------
 
+// The core and the database read the packed forms as raw words: decoded here
+// bit by bit. decimal: bit 63 the sign, bits 56..62 a 7-bit signed scale, a
+// negative mantissa read back by setting bits 56..63. xdecimal: a header word
+// 0x1A00 + scale (signed low byte), then 112 bits of two's complement, little
+// endian.
+bool packedAs(decimal const& d, mpz_class const& m, int s)
+{
+    std::uint64_t const w = d.raw();
+    int const scale = int((w >> 56) & 0x7F) - ((w >> 62) & 1 ? 0x80 : 0);
+    std::int64_t const mantissa = std::int64_t(w >> 63 ? w | 0xFF00000000000000ull : w & 0x00FFFFFFFFFFFFFFull);
+    return scale == s && (w >> 63) == (m < 0) && mantissa == m.get_si();
+}
+
+bool packedAs(xdecimal const& x, mpz_class const& m, int s)
+{
+    mpz_class mantissa;
+    for (int k = 15; k >= 2; --k) mantissa = mantissa * 256 + x.bytes()[k];
+    if (x.bytes()[15] & 0x80) mantissa -= mpz_class(1) << 112;
+    return x.bytes()[1] == 0x1A && std::int8_t(x.bytes()[0]) == s && mantissa == m;
+}
+
 template <class D>
 void values(Range const& r, int maxBits, std::uint64_t seed, std::function<D(mpz_class const&, int)> const& make)
 {
@@ -344,6 +365,7 @@ void values(Range const& r, int maxBits, std::uint64_t seed, std::function<D(mpz
     Tally text(name + " toString"), dbl(name + " toDouble"), back(name + " text round trip");
     std::optional<Tally> wide;
     if constexpr (std::is_same_v<D, decimal>) wide.emplace("decimal widened");
+    Tally layout(name + " packed layout");
     for (int i = 0; i < kCases; ++i) {
         mpz_class m = in.mantissa(r, maxBits);
         int s = in.scale(r);
@@ -354,7 +376,9 @@ void values(Range const& r, int maxBits, std::uint64_t seed, std::function<D(mpz
         auto read = refusal([&] { D r(QString::fromStdString(got)); if (r.compare(d) != 0) throw Exception(r.toString()); });
         back.check(!read, [&] { return expected + " read back as " + str(*read); });
         if (wide) wide->check(str(xdecimal(d).toString()) == expected, [&] { return expected; });
+        layout.check(packedAs(d, m, s), [&] { return expected; });
     }
+    if constexpr (std::is_same_v<D, xdecimal>) layout.check(packedAs(xdecimal(), 0, 0), [] { return "xdecimal()"; });
 }
 
 TEST(DecimalDifferential, ValuesPrintReadBackAndConvertToDouble)
@@ -513,7 +537,7 @@ TEST(DecimalDifferential, DoublesRoundFromTheirShortestText)
 TEST(DecimalDifferential, CoreAdditionIsExactAtTheLargerScaleOrSaturates)
 {
     Inputs in(9);
-    Tally tally("BCDIIAdd"), inPlace("xdecimal +="), swapped("BCDIIAdd b + a");
+    Tally tally("BCDIIAdd"), inPlace("xdecimal +="), swapped("BCDIIAdd b + a"), aliased("BCDIIAdd into an operand");
     Range const& r = xdecimalRange();
     // Fixed rows first: signs, cancelling, zero at far scales, saturation at
     // either end, an alignment that overflows, and an aligned operand that
@@ -530,10 +554,9 @@ TEST(DecimalDifferential, CoreAdditionIsExactAtTheLargerScaleOrSaturates)
         int sb = fixed ? rows[i].sb : in.chance(70) ? std::max(r.minScale, std::min(r.maxScale, sa + in.between(-6, 6))) : in.scale(r);
         xdecimal a = makeXDecimal(ma, sa), b = makeXDecimal(mb, sb);
         int s = std::max(sa, sb);
-        mpz_class sum = ma * pow10(s - sa) + mb * pow10(s - sb);
-        if (sum > r.maxPos) sum = r.maxPos;
-        if (sum < r.minNeg) sum = r.minNeg;
-        unsigned char out[16], back[16];
+        auto saturated = [&r](mpz_class const& v) { return v > r.maxPos ? r.maxPos : v < r.minNeg ? r.minNeg : v; };
+        mpz_class const sum = saturated(ma * pow10(s - sa) + mb * pow10(s - sb));
+        unsigned char out[16], back[16], a2[16], b2[16];
         std::memset(out, 0xEE, 16);   // nothing of what was there may stay
         BCDIIAdd(out, a.bytes(), b.bytes());
         BCDIIAdd(back, b.bytes(), a.bytes());
@@ -541,6 +564,13 @@ TEST(DecimalDifferential, CoreAdditionIsExactAtTheLargerScaleOrSaturates)
         tally.check(xdecimal::unpackScale(out) == s && fromI128(xdecimal::unpackMantissa(out)) == sum && out[1] == 0x1A,
                     [&] { return label + " gave " + fromI128(xdecimal::unpackMantissa(out)).get_str(); });
         swapped.check(std::memcmp(back, out, 16) == 0, [&] { return label; });
+        // The result written over an operand read in the same call: a += b, and b += b.
+        std::memcpy(a2, a.bytes(), 16);
+        std::memcpy(b2, b.bytes(), 16);
+        BCDIIAdd(a2, a2, b.bytes());
+        BCDIIAdd(b2, b2, b2);
+        aliased.check(std::memcmp(a2, out, 16) == 0 && std::memcmp(b2, makeXDecimal(saturated(2 * mb), sb).bytes(), 16) == 0,
+                      [&] { return label; });
         a += b;
         inPlace.check(std::memcmp(a.bytes(), out, 16) == 0, [&] { return label; });
     }

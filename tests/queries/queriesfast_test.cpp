@@ -128,33 +128,61 @@ TEST_F(QueriesFastTest, ConfirmedPlacingIsSentOnceAndTickingDontAskAsksNoMore)
     EXPECT_EQ(spy.sent.size(), 4);
 }
 
-TEST_F(QueriesFastTest, SingleCancelAsksItsOwnQuestion)
+// One cancel (a list of one is one) asks under its own key, several under the
+// one-click key; neither key governs the other's question.
+TEST_F(QueriesFastTest, CancelsAskUnderTheirOwnKey)
 {
+    struct Case
     {
-        ModalAnswerer answerer(ModalAnswerer::PressNo);
-        EXPECT_FALSE(fast()->dropOrder(order("orders", 1), RawAnswer()));
-        EXPECT_EQ(answerer.title, QStringLiteral("Отмена заявки"));
-        EXPECT_EQ(answerer.text, QStringLiteral("Вы действительно хотите отменить заявку?\nПокупка по цене %1 в количестве 7 Alfa fut со счёта ACC1")
-                                     .arg(price("12.50")));
+        QList<int> ids;
+        char const* title;
+        QString text;
+        char const* own;
+        char const* other;
+    };
+    Case const cases[] = {
+        {{1}, "Отмена заявки",
+         QStringLiteral("Вы действительно хотите отменить заявку?\nПокупка по цене %1 в количестве 7 Alfa fut со счёта ACC1").arg(price("12.50")),
+         "questionOnDropOrder", "questionOnSingleClickTrade"},
+        {{1, 2, 3}, "Отмена заявок",
+         QStringLiteral("Вы действительно хотите отменить заявки(3)?\n"
+                        "Покупка по цене %1 в количестве 12 Alfa fut со счёта ACC1\n"
+                        "Продажа по цене %2 в количестве 4 Alfa fut со счёта ACC1")
+             .arg(price("12.50"), price("13.00")),
+         "questionOnSingleClickTrade", "questionOnDropOrder"}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text.toStdString());
+        for (char const* key : {c.own, c.other}) Settings("Confirmations").setValue(key, true);
+        QList<Record> records;
+        for (int id : c.ids) records << order("orders", id);
+        auto cancel = [&](RawAnswer const& answer) { return fast()->dropOrders(records, answer); };
+        int const before = spy.sent.size();
+        {
+            ModalAnswerer answerer(ModalAnswerer::PressNo);
+            EXPECT_EQ(cancel(RawAnswer()), 0);
+            EXPECT_EQ(answerer.title, QString::fromUtf8(c.title));
+            EXPECT_EQ(answerer.text, c.text);
+            EXPECT_EQ(spy.sent.size(), before);
+        }
+        switchOff(c.other);
+        {
+            ModalAnswerer answerer(ModalAnswerer::PressYes);
+            RawAnswer answer;
+            EXPECT_EQ(cancel(answer), c.ids.size());
+            EXPECT_TRUE(answerer.seen);
+            ASSERT_EQ(spy.sent.size(), before + c.ids.size());
+            EXPECT_TRUE(transport.taken().last().answer == answer);
+            for (int k = before; k < spy.sent.size(); ++k) EXPECT_TRUE(restarted(k)) << k;
+        }
+        switchOff(c.own);
+        ModalAnswerer none(ModalAnswerer::PressNo);
+        EXPECT_EQ(cancel(RawAnswer()), c.ids.size());
+        EXPECT_FALSE(none.seen);
+        ASSERT_EQ(spy.sent.size(), before + 2 * c.ids.size());
+        for (int k = before + c.ids.size(); k < spy.sent.size(); ++k) EXPECT_FALSE(restarted(k)) << k;
     }
-    EXPECT_TRUE(transport.taken().isEmpty());
-
-    // A list of one is a single cancel: same question, same key.
-    switchOff("questionOnSingleClickTrade");
-    ModalAnswerer answerer(ModalAnswerer::PressYes);
-    RawAnswer answer;
-    EXPECT_EQ(fast()->dropOrders({order("orders", 1)}, answer), 1);
-    EXPECT_TRUE(answerer.seen);
-    EXPECT_EQ(answerer.title, QStringLiteral("Отмена заявки"));
-    ASSERT_EQ(transport.taken().size(), 1);
-    EXPECT_TRUE(transport.taken()[0].answer == answer);
-    EXPECT_TRUE(restarted(0));
-
-    switchOff("questionOnDropOrder");
-    ModalAnswerer none(ModalAnswerer::PressNo);
-    EXPECT_TRUE(fast()->dropOrder(order("orders", 2), RawAnswer()));
-    EXPECT_FALSE(none.seen);
-    EXPECT_FALSE(restarted(1));
+    EXPECT_EQ(transport.taken().size(), spy.sent.size());
+    EXPECT_EQ(fast()->dropOrders({}, RawAnswer()), 0);
 }
 
 TEST_F(QueriesFastTest, SingleCancelWithoutATransportThrowsAfterConsent)
@@ -178,37 +206,6 @@ TEST_F(QueriesFastTest, SingleCancelWithoutATransportThrowsAfterConsent)
     apply(R"({"table":"orders","ops":[{"update":{"stock_id":4,"board_id":1,"sess_id":1,"order_id":2,"signs":140737488355328}}]})");
     EXPECT_EQ(fast()->dropOrders({order("orders", 1), order("orders", 2)}, RawAnswer()), 1);
     transactions()->removeTransport(&onlyBit47);
-}
-
-TEST_F(QueriesFastTest, SeveralCancelsFollowTheOneClickQuestion)
-{
-    {
-        ModalAnswerer answerer(ModalAnswerer::PressNo);
-        EXPECT_EQ(fast()->dropOrders({order("orders", 1), order("orders", 2), order("orders", 3)}, RawAnswer()), 0);
-        EXPECT_EQ(answerer.title, QStringLiteral("Отмена заявок"));
-        EXPECT_EQ(answerer.text,
-                  QStringLiteral("Вы действительно хотите отменить заявки(3)?\n"
-                                 "Покупка по цене %1 в количестве 12 Alfa fut со счёта ACC1\n"
-                                 "Продажа по цене %2 в количестве 4 Alfa fut со счёта ACC1")
-                      .arg(price("12.50"), price("13.00")));
-    }
-    EXPECT_TRUE(transport.taken().isEmpty());
-
-    // The single-cancel key does not govern them.
-    switchOff("questionOnDropOrder");
-    {
-        ModalAnswerer answerer(ModalAnswerer::PressYes);
-        EXPECT_EQ(fast()->dropOrders({order("orders", 1), order("orders", 3)}, RawAnswer()), 2);
-        EXPECT_TRUE(answerer.seen);
-        EXPECT_TRUE(restarted(0) && restarted(1));
-    }
-    switchOff("questionOnSingleClickTrade");
-    ModalAnswerer none(ModalAnswerer::PressNo);
-    EXPECT_EQ(fast()->dropOrders({order("orders", 1), order("orders", 3)}, RawAnswer()), 2);
-    EXPECT_FALSE(none.seen);
-    EXPECT_EQ(transport.taken().size(), 4);
-    EXPECT_FALSE(restarted(2) || restarted(3));
-    EXPECT_EQ(fast()->dropOrders({}, RawAnswer()), 0);
 }
 
 // Refused before the question: a record no cancel can be read from, a price

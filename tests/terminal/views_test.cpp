@@ -1,5 +1,5 @@
 // The views' own behaviour on the bundled market: the replay's controls, the
-// securities' filter and sort, the smile's redraw.
+// securities' filter and sort, the reloads of the option board, the tree and the accounts.
 #include "terminal_fixture.h"
 
 #include <QProgressBar>
@@ -72,24 +72,10 @@ TEST(TerminalViewsThreads, SecuritiesFilterByTextAndSortByValue)
     EXPECT_GT(priced, 10);
 }
 
-TEST(TerminalViewsThreads, SmileIsRedrawnAtOnceWhenItsCoefficientsChange)
-{
-    auto window = openTerminal();
-    OptionBoardView* board = window->optionBoard();
-    ASSERT_TRUE(board->choose("VLT", QDate(2026, 12, 17)));
-    ASSERT_EQ(board->smile()->count(), 11);
-    double const before = board->smile()->at(5).y();
-    Database* db = ICore::instance()->database();
-    // A level 5 points higher; priced fresh, not after the cache's second.
-    db->apply(BatchDecoder(*db).decode(R"({"table":"k3.volat_coeff_black","ops":[{"update":{"option_series_id":503,"a":36.7783}}]})",
-                                       QStringLiteral("inline:1")));
-    QTRY_VERIFY_WITH_TIMEOUT(board->smile()->at(5).y() > before + 1.0, 500);
-}
-
 // The board reads its base's options again only for a batch that touches
 // them (a scan of the securities); prices alone wait for the volatility
-// timer, as before.
-TEST(TerminalViewsThreads, OptionBoardIsReloadedOnlyByBatchesThatChangeItsOptions)
+// timer, as before. New smile coefficients redraw the smile at once.
+TEST(TerminalViewsThreads, OptionBoardIsReloadedOnlyByBatchesThatChangeItsOptionsAndTheSmileAtOnce)
 {
     auto window = openTerminal();
     OptionBoardView* board = window->optionBoard();
@@ -118,6 +104,12 @@ TEST(TerminalViewsThreads, OptionBoardIsReloadedOnlyByBatchesThatChangeItsOption
     apply(R"({"table":"securities","ops":[{"delete":{"stock_id":1,"board_id":14,"sec_id":4300009001}}]})");
     QTRY_COMPARE_WITH_TIMEOUT(reloaded.size(), 3, 2000);
     EXPECT_EQ(board->model()->rows().size(), 11u);
+
+    // A level 5 points higher; priced fresh, not after the cache's second.
+    ASSERT_EQ(board->smile()->count(), 11);
+    double const before = board->smile()->at(5).y();
+    apply(R"({"table":"k3.volat_coeff_black","ops":[{"update":{"option_series_id":503,"a":36.7783}}]})");
+    QTRY_VERIFY_WITH_TIMEOUT(board->smile()->at(5).y() > before + 1.0, 500);
 }
 
 // The tree of markets and boards is read again only when a batch brings or

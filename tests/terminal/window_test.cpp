@@ -143,7 +143,7 @@ TEST(TerminalThreads, OptionBoardShowsFiniteValuesForEveryStrikeOfASeries)
     EXPECT_EQ(model->index(5, OptionBoardModel::Volat).data().toString(), "32.20");
 }
 
-TEST(TerminalThreads, NotificationTextsAreShownAsPlainTextExceptThePasswordWarning)
+TEST(TerminalThreads, NotificationsArePlainTextSaveThePasswordWarningAndTheDaysLinksOpenWhatTheyName)
 {
     auto window = openTerminal();
     NotificationsPanel* panel = window->notifications();
@@ -169,13 +169,8 @@ TEST(TerminalThreads, NotificationTextsAreShownAsPlainTextExceptThePasswordWarni
     }
     EXPECT_EQ(named, 1);
     EXPECT_EQ(rich, 1);
-}
 
-TEST(TerminalThreads, StreamAndDealLinksOfTheDayOpenTheTicketAndTheDealDetails)
-{
-    auto window = openTerminal();
     ASSERT_TRUE(replay(*window));
-    NotificationsPanel* panel = window->notifications();
     int stream = -1, deal = -1;
     for (int k = 0; k < panel->entries().size(); ++k) {
         NotificationLink link = NotificationLink::parse(panel->entries()[k].link);
@@ -199,11 +194,8 @@ TEST(TerminalThreads, StreamAndDealLinksOfTheDayOpenTheTicketAndTheDealDetails)
     QList<DealDetailsDialog*> dialogs = window->findChildren<DealDetailsDialog*>();
     ASSERT_EQ(dialogs.size(), 1);
     EXPECT_TRUE(dialogs[0]->isVisible());
-    EXPECT_TRUE(dialogs[0]->detailsText().contains("80000000001"));
-    EXPECT_TRUE(dialogs[0]->detailsText().contains("Fut QTZ-06.27"));
-    EXPECT_TRUE(dialogs[0]->detailsText().contains("FA01001"));
-    EXPECT_TRUE(dialogs[0]->detailsText().contains(QString::fromUtf8("В таблице сделок: B 99 по цене 7.64")))
-        << dialogs[0]->detailsText().toStdString();
+    for (char const* part : {"80000000001", "Fut QTZ-06.27", "FA01001", "В таблице сделок: B 99 по цене 7.64"})
+        EXPECT_TRUE(dialogs[0]->detailsText().contains(QString::fromUtf8(part))) << dialogs[0]->detailsText().toStdString();
 
     // Links of other shapes are nothing to follow.
     for (char const* bad : {"vtrm+stream://stream/addorder?stock_id=1&board_id=x&sec_id=1&stream_id=2",
@@ -211,9 +203,17 @@ TEST(TerminalThreads, StreamAndDealLinksOfTheDayOpenTheTicketAndTheDealDetails)
         EXPECT_EQ(NotificationLink::parse(QString::fromLatin1(bad)).kind, NotificationLink::Unknown) << bad;
 }
 
-TEST(TerminalThreads, TicketRefusesWhatItCannotSendAsShown)
+TEST(TerminalThreads, TicketTakesTheChosenAccountAndRefusesWhatItCannotSendAsShown)
 {
     auto window = openTerminal();
+    AccountPanel* panel = window->accounts();
+    panel->chooseAccount("FB02001");
+    ASSERT_EQ(panel->account(), "FB02001");
+    for (auto [line, text] : {std::pair{AccountPanel::Investor, "Орешкин"}, std::pair{AccountPanel::Firm, "FB02 "},
+                              std::pair{AccountPanel::Settlement, "FB02-RK02"}, std::pair{AccountPanel::VariationMargin, "46585.58"},
+                              std::pair{AccountPanel::FeeParams, "7302"}})
+        EXPECT_TRUE(panel->lineText(line).contains(QString::fromUtf8(text))) << panel->lineText(line).toStdString();
+
     OrderTicket* ticket = window->ticket();
     ticket->setSecurity(1, 1, 100001);   // VLT-1226: two decimals, step 0.01 in the snapshot
     ticket->setQuantity(3);
@@ -229,7 +229,7 @@ TEST(TerminalThreads, TicketRefusesWhatItCannotSendAsShown)
     EXPECT_EQ(order.price.toString(), "337.95");
     EXPECT_EQ(order.quantity, 3);
     EXPECT_EQ(order.secId, 100001);
-    EXPECT_FALSE(order.account.isEmpty());
+    EXPECT_EQ(order.account, "FB02001");
 
     QSignalSpy sent(ticket, &OrderTicket::sendRequested);
     ticket->setSendingAvailable(true);
@@ -260,26 +260,6 @@ TEST(TerminalThreads, BadLogNamesFileAndLineAndLeavesTheWindowUsable)
     EXPECT_GT(window->market()->filter()->rowCount(), 0);
 }
 
-TEST(TerminalThreads, AccountPanelShowsTheChosenAccount)
-{
-    auto window = openTerminal();
-    AccountPanel* panel = window->accounts();
-    panel->chooseAccount("FB02001");
-    ASSERT_EQ(panel->account(), "FB02001");
-    EXPECT_TRUE(panel->lineText(AccountPanel::Investor).contains(QString::fromUtf8("Орешкин")));
-    EXPECT_TRUE(panel->lineText(AccountPanel::Firm).startsWith("FB02 "));
-    EXPECT_TRUE(panel->lineText(AccountPanel::Settlement).contains("FB02-RK02"));
-    EXPECT_TRUE(panel->lineText(AccountPanel::VariationMargin).contains("46585.58"));
-    EXPECT_TRUE(panel->lineText(AccountPanel::FeeParams).contains("7302"));
-    // The ticket takes the chosen account.
-    OrderRequest order;
-    QString why;
-    window->ticket()->setSecurity(1, 1, 100001);
-    window->ticket()->setPrice("337.95");
-    ASSERT_TRUE(window->ticket()->request(order, why)) << why.toStdString();
-    EXPECT_EQ(order.account, "FB02001");
-}
-
 TEST(TerminalThreads, ScreenshotShowsTheOptionBoardAndSmile)
 {
     auto window = openTerminal();
@@ -302,7 +282,7 @@ TEST(TerminalThreads, ScreenshotShowsTheOptionBoardAndSmile)
 // One-click trading end to end: the fast path asks, the core sends to the
 // simulated exchange, its answer comes back from the event loop as a
 // notification and its batch as a row.
-TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSendsNothing)
+TEST(TerminalThreads, ConfirmedOrdersBecomeRowsAndCancelsWithdrawThemADeclinedOneSendsNothing)
 {
     auto window = openTerminal();
     SimulatedGateway exchange(ICore::instance());
@@ -315,6 +295,7 @@ TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSen
     ticket->setBuy(true);
     ticket->setPrice("337.95");
     ticket->setQuantity(2);
+    auto withdrawn = [&](long long id) { return orders->recordAt(orders->rowOfOrder(id)).data("status").toString().trimmed() == "W"; };
 
     {   // declined: no transaction leaves, no row comes
         ModalAnswerer no(ModalAnswerer::PressNo);
@@ -328,61 +309,40 @@ TEST(TerminalThreads, AConfirmedOrderEndsAsARowOfTheOrdersViewAndADeclinedOneSen
         EXPECT_EQ(window->trading()->awaitingAnswers(), 0);
         EXPECT_TRUE(DefaultCore::global()->notifications().isEmpty());
     }
-    {   // confirmed: the exchange's batch brings the row back, the ticket shows its answer
-        ModalAnswerer yes(ModalAnswerer::PressYes);
-        QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
-        ASSERT_TRUE(yes.seen);
-        QTRY_COMPARE_WITH_TIMEOUT(orders->rowCount(), before + 1, 5000);
-        long long const id = exchange.lastOrderId();
-        int const row = orders->rowOfOrder(id);
-        ASSERT_GE(row, 0);
-        EXPECT_EQ(orders->recordAt(row).data("price").toDouble(), 337.95);   // the ticket's price, not the question's
-        QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::number(id)), 5000);
-    }
-    {   // one cancel through the fast path: the row stays, withdrawn
-        long long const id = exchange.lastOrderId();
-        window->orders()->table()->setCurrentIndex(orders->index(orders->rowOfOrder(id), 0));
-        ModalAnswerer yes(ModalAnswerer::PressYes);
-        QList<Record> const chosen{window->orders()->currentOrder()};
-        EXPECT_TRUE(window->trading()->cancel(chosen));
-        ASSERT_TRUE(yes.seen);
-        QTRY_COMPARE_WITH_TIMEOUT(orders->recordAt(orders->rowOfOrder(id)).data("status").toString().trimmed(), QString("W"), 5000);
-    }
-}
-
-TEST(TerminalThreads, CancelAllInASecurityAsksOnceAndARejectedOrderShowsTheExchangesReason)
-{
-    auto window = openTerminal();
-    SimulatedGateway exchange(ICore::instance());
-    exchange.plugInto(DefaultCore::global()->transactions());
-    OrderTicket* ticket = window->ticket();
-    OrdersModel* orders = window->orders()->model();
-    ticket->setSecurity(1, 1, 100001);
-    ticket->setQuantity(1);
+    // Confirmed: the exchange's batch brings the row back, the ticket shows its answer.
     QList<long long> placed;
-    for (char const* price : {"337.90", "337.91"}) {
+    for (char const* price : {"337.95", "337.91", "337.90"}) {
         ticket->setPrice(QString::fromLatin1(price));
         ModalAnswerer yes(ModalAnswerer::PressYes);
         QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
-        QTRY_VERIFY_WITH_TIMEOUT(orders->rowOfOrder(exchange.lastOrderId()) >= 0 && !placed.contains(exchange.lastOrderId()), 5000);
+        ASSERT_TRUE(yes.seen);
+        QTRY_COMPARE_WITH_TIMEOUT(orders->rowCount(), before + placed.size() + 1, 5000);
         placed << exchange.lastOrderId();
+        int const row = orders->rowOfOrder(placed.last());
+        ASSERT_GE(row, 0);
+        EXPECT_EQ(orders->recordAt(row).data("price").toDouble(), QString::fromLatin1(price).toDouble());   // the ticket's price, not the question's
+        QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::number(placed.last())), 5000);
     }
-    {
+    {   // one cancel through the fast path: the row stays, withdrawn
+        window->orders()->table()->setCurrentIndex(orders->index(orders->rowOfOrder(placed[0]), 0));
+        ModalAnswerer yes(ModalAnswerer::PressYes);
+        EXPECT_TRUE(window->trading()->cancel({window->orders()->currentOrder()}));
+        ASSERT_TRUE(yes.seen);
+        QTRY_VERIFY_WITH_TIMEOUT(withdrawn(placed[0]), 5000);
+    }
+    {   // all in the security: asked once
         ModalAnswerer yes(ModalAnswerer::PressYes);
         EXPECT_TRUE(window->trading()->cancelAll(1, 1, 100001));
         ASSERT_TRUE(yes.seen);
-        for (long long id : placed)
-            QTRY_COMPARE_WITH_TIMEOUT(orders->recordAt(orders->rowOfOrder(id)).data("status").toString().trimmed(), QString("W"), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(withdrawn(placed[1]) && withdrawn(placed[2]), 5000);
     }
 
     // An account the exchange does not know: its reason reaches the ticket.
     ticket->setAccounts({"ZZ99999"});
-    ticket->setPrice("337.95");
-    long long const last = exchange.lastOrderId();
     ModalAnswerer yes(ModalAnswerer::PressYes);
     QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
     ASSERT_TRUE(yes.seen);
     QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::fromUtf8("отвергнута")), 5000);
     EXPECT_TRUE(ticket->outcome().contains("ZZ99999")) << ticket->outcome().toStdString();
-    EXPECT_EQ(exchange.lastOrderId(), last);
+    EXPECT_EQ(exchange.lastOrderId(), placed.last());
 }
