@@ -1,6 +1,7 @@
 #pragma once
 #include <database/decimal.h>
 
+#include <QMetaType>
 #include <QString>
 #include <QWidget>
 
@@ -24,6 +25,7 @@ struct OrderRequest
     QString account;
     long long streamId = 0;   // 0: an ordinary order, not on a liquidity stream
 };
+Q_DECLARE_METATYPE(OrderRequest)
 
 // The order ticket of one security: side, price, quantity, account, and the
 // liquidity stream when it was opened from a stream's notification. What the

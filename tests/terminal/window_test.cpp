@@ -231,7 +231,9 @@ TEST(TerminalThreads, TicketTakesTheChosenAccountAndRefusesWhatItCannotSendAsSho
     EXPECT_EQ(order.secId, 100001);
     EXPECT_EQ(order.account, "FB02001");
 
+    qRegisterMetaType<OrderRequest>();   // else the spy records nothing and the check below cannot fail
     QSignalSpy sent(ticket, &OrderTicket::sendRequested);
+    ASSERT_TRUE(sent.isValid());
     ticket->setSendingAvailable(true);
     ticket->setPrice("abc");
     QTest::mouseClick(ticket->sendButton(), Qt::LeftButton);
