@@ -8,7 +8,7 @@
 # coverage (edges) at the start and the end of each run; exits nonzero if a
 # target crashed, leaving the reproducer under build/fuzz-runs/TARGET/.
 # FUZZ_BUILD names another build folder, FUZZ_JOBS the build's parallelism.
-# Leaks are reported and stop a run, except those fuzz/lsan.supp names (a
+# Leaks are reported and stop a run, except those tests/lsan.supp names (a
 # leak inside Qt's JSON parser, described there), which LSAN_OPTIONS passes.
 # The suppression names a frame that only a full, deep unwind of each
 # allocation sees, so the target that feeds Qt's JSON parser (templates) runs
@@ -41,7 +41,7 @@ cmake --build "$build" -j "${FUZZ_JOBS:-$(nproc)}" --target "${targets[@]/%/_fuz
 
 export QT_QPA_PLATFORM=offscreen
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
-export LSAN_OPTIONS="suppressions=$root/fuzz/lsan.supp${LSAN_OPTIONS:+:$LSAN_OPTIONS}"
+export LSAN_OPTIONS="suppressions=$root/tests/lsan.supp${LSAN_OPTIONS:+:$LSAN_OPTIONS}"
 failed=()
 summary=()
 for t in "${targets[@]}"; do
