@@ -50,29 +50,6 @@ private:
 };
 } // namespace
 
-TEST(ChangePath, OneBatchDrivesEachIndexOnceInTheDocumentedOrder)
-{
-    TestDb t;
-    t.apply(R"({"table":"items","ops":[{"insert":{"grp":1,"id":1}},{"insert":{"grp":1,"id":2}}]})");
-    Registered r(t);
-    t.apply(R"({"table":"items","ops":[
-        {"insert":{"grp":1,"id":3}},
-        {"update":{"grp":1,"id":1,"price":"1.5"}},
-        {"update":{"grp":1,"id":2,"qty":4}},
-        {"update":{"grp":1,"id":1,"name":"x"}},
-        {"delete":{"grp":1,"id":2}}]})");
-    int price = t.items->columnIndex("price"), qty = t.items->columnIndex("qty");
-    int first = std::min(price, t.items->columnIndex("name")), last = std::max({price, qty, t.items->columnIndex("name")});
-    EXPECT_EQ(r.dependent.calls, QStringList({"dep.depBegin", "dep.depEnd"}));
-    // Row 2 was updated and then deleted: it counts as deleted only. Row 1's
-    // two updates fold into one.
-    EXPECT_EQ(r.index.calls, QStringList({"idx.begin", "idx.preprocess(1,1,1)",
-                                          QStringLiteral("idx.process(1,1,1,%1..%2)").arg(first).arg(last), "idx.end"}));
-    EXPECT_EQ(t.masterKeys(), QStringList({"1,1", "1,3"}));
-    EXPECT_EQ(t.items->masterIndex()->at(0).data("name").toString(), "x");
-    EXPECT_EQ(t.items->masterIndex()->at(0).data("price").toString(), "1.50");
-}
-
 // A clear inside a batch reaches every index before the rest of the batch;
 // whole-table changes tell the indexes and the dependents as a batch does,
 // so that views hear of them.

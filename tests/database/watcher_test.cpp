@@ -3,6 +3,7 @@
 #include "support.h"
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -65,6 +66,13 @@ TEST(RowWatcher, IsToldTheFoldedRowsOfABatchAfterEveryIndexAndDependentEnded)
         {"delete":{"grp":1,"id":2}}, {"delete":{"grp":1,"id":3}}, {"insert":{"grp":1,"id":4}}, {"update":{"grp":1,"id":4,"qty":1}},
         {"insert":{"grp":1,"id":5}}, {"delete":{"grp":1,"id":5}}]})");
     ASSERT_EQ(calls, 2);
+    // The indexes saw the same folded rows, once each, in order; the
+    // updated columns' range still counts the deleted row's.
+    int const price = t.items->columnIndex("price"), name = t.items->columnIndex("name"), qty = t.items->columnIndex("qty");
+    EXPECT_EQ(index.calls.mid(4), QStringList({"idx.begin", "idx.preprocess(1,1,2)",
+                                               QStringLiteral("idx.process(1,1,2,%1..%2)").arg(std::min(price, name)).arg(std::max({price, qty, name})),
+                                               "idx.end"}));
+    EXPECT_EQ(dependent.calls, QStringList({"dep.depBegin", "dep.depEnd", "dep.depBegin", "dep.depEnd"}));
     EXPECT_EQ(told.table, t.items.data());
     EXPECT_EQ(told.origin, "inline:1");
     EXPECT_FALSE(told.cleared);
@@ -77,7 +85,6 @@ TEST(RowWatcher, IsToldTheFoldedRowsOfABatchAfterEveryIndexAndDependentEnded)
     EXPECT_EQ(told.updated[0].data("name").toString(), "x");
     // The columns of the rows still updated: not the deleted row's "qty";
     // none outside the table's columns or of a second updated row.
-    int const price = t.items->columnIndex("price"), name = t.items->columnIndex("name"), qty = t.items->columnIndex("qty");
     for (auto [row, column, changed] : {std::tuple{-1, price, true}, {-1, name, true}, {-1, qty, false}, {-1, -1, false},
                                         {-1, t.items->columnCount(), false}, {0, price, true}, {0, name, true}, {0, qty, false}, {1, price, false}})
         EXPECT_EQ(row < 0 ? told.columnChanged(column) : told.columnChanged(row, column), changed) << row << ", " << column;

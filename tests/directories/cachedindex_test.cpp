@@ -142,13 +142,11 @@ TEST(CachedIndex, ChangedRowsLeaveTheCache)
 // updates stop no cache holds an answer that the table contradicts.
 TEST(CachedIndexThreads, LookupsRaceWithBatches)
 {
-    Database db;
-    db.loadSchemaJson(R"({"tables": [{"name": "quotes", "key": ["stock", "board", "sec"], "columns": [
+    Db t(R"({"tables": [{"name": "quotes", "key": ["stock", "board", "sec"], "columns": [
         {"name": "stock", "type": 1, "nullable": false}, {"name": "board", "type": 1, "nullable": false},
         {"name": "sec", "type": 2, "nullable": false}, {"name": "isin", "type": 1, "nullable": false},
         {"name": "qty", "type": 1}]}]})");
-    // Registered after the table exists: this test owns its indexes.
-    Table* table = db.table("quotes").data();
+    Table* table = t.db.table("quotes").data();
     using Id = MasterKey_Struct<int, int, long long>;
     using Isin = MasterKey_Struct<int, int, int>;
     MasterIndexCached<MasterIndex_Struct<int, int, long long>> byId(table, QStringList{"stock", "board", "sec"});
@@ -163,9 +161,6 @@ TEST(CachedIndexThreads, LookupsRaceWithBatches)
         return QJsonObject{{"stock", k.value}, {"board", k.rest.value}, {"sec", QString::number(k.rest.rest.value)},
                            {"isin", isin}, {"qty", qty}};
     };
-    auto apply = [&](QJsonArray const& ops) {
-        db.apply(BatchDecoder(db).decode(QJsonDocument(QJsonObject{{"table", "quotes"}, {"ops", ops}}).toJson(), "t"));
-    };
     std::map<int, int> present;   // sec -> isin
     int nextIsin = 1;
     QJsonArray ops;
@@ -173,7 +168,7 @@ TEST(CachedIndexThreads, LookupsRaceWithBatches)
         present[s] = nextIsin;
         ops.append(op("insert", row(s, nextIsin++, 0)));
     }
-    apply(ops);
+    t.apply("quotes", ops);
 
     int const stockCol = table->columnIndex("stock"), boardCol = table->columnIndex("board"), secCol = table->columnIndex("sec");
     std::atomic<bool> stop{false};
@@ -213,7 +208,7 @@ TEST(CachedIndexThreads, LookupsRaceWithBatches)
                 ops.append(op("update", row(s, nextIsin++, batch)));
             }
         }
-        apply(ops);
+        t.apply("quotes", ops);
     }
     stop = true;
     reader.join();

@@ -4,7 +4,6 @@
 #include "markets.h"
 #include "securities.h"
 
-#include <QSignalSpy>
 #include <QTranslator>
 #include <QSet>
 #include <algorithm>
@@ -36,7 +35,6 @@ public:
         if (g_failuresLeft.fetch_sub(1) > 0) throw QStringLiteral("probe failure");
         ++g_constructed;
     }
-    void endUpdate() override { Q_EMIT dataChanged(); }
     Index* codeIndex() const { return m_codeIndex; }
 Q_SIGNALS:
     void dataChanged();
@@ -172,23 +170,6 @@ TEST_F(Frame, DestructionUnregistersOnlyWhileTheTableLives)
     EXPECT_TRUE(gone.isNull());
     QSingleton<ProbeDirectory>::reset();
     EXPECT_THROW(ProbeDirectory::i(), QString);
-}
-
-TEST_F(Frame, OneSignalPerBatchOfManyRows)
-{
-    createTables(kProbeSchema);
-    ProbeDirectory* p = ProbeDirectory::i();
-    QSignalSpy spy(p, &ProbeDirectory::dataChanged);
-    QStringList ops;
-    for (int i = 0; i < 200; ++i) ops << QStringLiteral(R"({"insert":{"id":%1,"code":"C%1"}})").arg(i);
-    apply(QStringLiteral(R"({"table":"probes","ops":[%1]})").arg(ops.join(',')).toUtf8());
-    EXPECT_EQ(spy.count(), 1);
-    apply(R"({"table":"probes","ops":[{"update":{"id":1,"code":"Z"}},{"delete":{"id":2}}]})");
-    EXPECT_EQ(spy.count(), 2);
-    // The owned index followed the rows.
-    auto* index = static_cast<MasterIndex_Column_Pure*>(p->codeIndex());
-    EXPECT_EQ(index->count(), 199);
-    EXPECT_EQ(index->at(198).data("code").toString(), "Z");
 }
 
 TEST_F(FrameThreads, AConstructionThatReachesItsOwnInstanceFailsClearly)

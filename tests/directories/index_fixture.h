@@ -37,7 +37,7 @@ inline QByteArray schema()
 
 struct Db
 {
-    Db() { db.loadSchemaJson(schema(), QStringLiteral("test-schema")); }
+    explicit Db(QByteArray const& json = schema()) { db.loadSchemaJson(json, QStringLiteral("test-schema")); }
     Table* ranked() const { return db.table(QStringLiteral("ranked")).data(); }
 
     void apply(QString const& table, QJsonArray const& ops)

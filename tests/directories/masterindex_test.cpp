@@ -64,9 +64,7 @@ struct RandomRanked : Db
     template <class F>
     auto sortedRows(F read) const
     {
-        std::vector<decltype(read(Record()))> keys;
-        auto* m = ranked()->masterIndex();
-        for (auto it = m->begin(); it != m->end(); ++it) keys.push_back(read(*it));
+        auto keys = keysInOrder(*ranked()->masterIndex(), read);
         std::sort(keys.begin(), keys.end());
         return keys;
     }
@@ -304,17 +302,11 @@ TEST(MasterIndexSearch, FindsTheFirstOfEqualKeys)
     Db t;
     Table* table = t.ranked();
     int const counts[] = {700, 1, 900, 530};   // rows with a = 0, 1, 2, 3
+    std::vector<int> as;
+    for (int a = 0; a < 4; ++a) as.insert(as.end(), std::size_t(counts[a]), a);
+    std::shuffle(as.begin(), as.end(), std::mt19937(3));
     QJsonArray ops;
-    qint64 id = 0;
-    std::mt19937 rng(3);
-    std::vector<qint64> ids;
-    for (int a = 0; a < 4; ++a)
-        for (int n = 0; n < counts[a]; ++n) ids.push_back(id++);
-    std::shuffle(ids.begin(), ids.end(), rng);
-    for (qint64 i : ids) {
-        int a = i < 700 ? 0 : i < 701 ? 1 : i < 1601 ? 2 : 3;
-        ops.append(op("insert", rankedRow(i, a, 0, 0, 5, "K")));
-    }
+    for (std::size_t i = 0; i < as.size(); ++i) ops.append(op("insert", rankedRow(qint64(i), as[i], 0, 0, 5, "K")));
     t.apply("ranked", ops);
 
     Registered<MasterIndex_Struct<int, int, int>> typed(table, QStringList{"a", "b", "c"});
@@ -389,8 +381,7 @@ TEST(MasterIndexSearch, PlainValuesFindWhatAKeyRowFinds)
 // spellings that the ordering treats as equal.
 TEST(MasterIndexSearch, GeneralKeyMatchesEveryValueKind)
 {
-    Database db;
-    db.loadSchemaJson(R"({"tables": [{"name": "kinds", "key": ["id"], "columns": [
+    Db t(R"({"tables": [{"name": "kinds", "key": ["id"], "columns": [
         {"name": "id", "type": 1, "nullable": false},
         {"name": "i64", "type": 2}, {"name": "dbl", "type": 3}, {"name": "dec", "type": 4, "scale": 2},
         {"name": "xdec", "type": 5, "scale": 3}, {"name": "fix", "type": 6, "length": 8},
@@ -403,10 +394,10 @@ TEST(MasterIndexSearch, GeneralKeyMatchesEveryValueKind)
                         {"dec", decs.at(i % 8)}, {"xdec", decs.at((i * 3) % 8)}, {"fix", texts.at(i % 6)},
                         {"moment", QStringLiteral("2026-11-%1 10:00:00.000").arg(10 + i % 9)}, {"text", texts.at((i / 6) % 6)}};
         if (i % 11 == 0) row.remove("dbl");   // some nulls too
-        ops.append(QJsonObject{{"insert", row}});
+        ops.append(op("insert", row));
     }
-    db.apply(BatchDecoder(db).decode(QJsonDocument(QJsonObject{{"table", "kinds"}, {"ops", ops}}).toJson(), "t"));
-    Table* table = db.table("kinds").data();
+    t.apply("kinds", ops);
+    Table* table = t.db.table("kinds").data();
     for (QString column : {"i64", "dbl", "dec", "xdec", "fix", "moment", "text"}) {
         Registered<MasterIndex_Column> index(table, QStringList{column});
         Registered<MasterIndexKey<MasterIndex_Column_Pure>> pure(table, QStringList{column});
