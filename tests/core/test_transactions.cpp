@@ -210,10 +210,6 @@ TEST(TransactionTemplates, BundledFileServesEveryCodeOfEveryMarket)
     TransactionMeta drop1 = service.findTemplates(1028, MarketFilter::single(1, 1), names).first();
     EXPECT_EQ(drop5.optionalParameters, (QStringList{QStringLiteral("BuySell"), QStringLiteral("Stream")}));
     EXPECT_TRUE(drop1.optionalParameters.isEmpty());
-    // A stream cancel built on market 1 would lose its side and stream.
-    RawTransaction tx = service.build(drop1, {{QStringLiteral("Stream"), QStringLiteral("9")}});
-    EXPECT_EQ(tx.unknown, QStringList{QStringLiteral("Stream")});
-    EXPECT_EQ(tx.missing.size(), 5);
 }
 
 TEST(TransactionTemplates, MalformedFileIsNamedAndRegistersNothing)
