@@ -196,11 +196,9 @@ TEST(ConsoleArguments, EveryMalformedArgumentIsRefusedBeforeLoadingWithItsOwnMes
              {{"--lang", "de"}, "--lang needs ru or en, not 'de'"},
              {{"--now", "2026-02-30 10:00:00"}, "--now needs a moment as \"yyyy-MM-dd HH:mm:ss\", not '2026-02-30 10:00:00'"},
              {{"--as", "FA01|U01"}, "--as 'FA01|U01': a login has no spaces, bars or control characters"},
-             {{"--log", "/nonexistent/day.jsonl"}, "/nonexistent/day.jsonl: no such file"},
              {{"--data", "/nonexistent"}, "/nonexistent/snapshot.jsonl: no such file"},
              {{"--now", "2026-12-01 09:30:00", "--as", "FA01U02", "--replay", "--pace", "5"}, ""},
              // lookups
-             {{"--security", "1,1,x"}, "--security 1,1,x: needs STOCK,BOARD,ID, three whole numbers"},
              {{"--security", "1,14"}, "needs STOCK,BOARD,ID"}, {{"--security", "1,14,1,2"}, "needs STOCK,BOARD,ID"},
              {{"--security", "1,99999999999,1"}, "needs STOCK,BOARD,ID"}, {{"--security", "1,,1"}, "needs STOCK,BOARD,ID"},
              {{"--isin", "1,14"}, "--isin 1,14: needs STOCK,BOARD,ISIN"},
