@@ -85,7 +85,6 @@ TEST(VolatQuantLib, GridAgainstClosedFormsAndDifferences)
 {
     double const F = 100.0;
     double const floorT = volat::kSqrtTFloor * volat::kSqrtTFloor;
-    int compared = 0;
     for (double m : {1.0, 0.6, 0.2, 0.0})
         for (double lnK : {-2.0, -0.7, -0.15, 0.0, 0.1, 0.5, 1.5})
             for (double T : {floorT, 1.0 / 365, 30.0 / 365, 0.5, 1.0, 3.0})
@@ -107,9 +106,7 @@ TEST(VolatQuantLib, GridAgainstClosedFormsAndDifferences)
                         EXPECT_NEAR(o.vega, r.vega, 1e-9 * F);
                         EXPECT_NEAR(o.gamma, r.gamma, rel * std::fabs(r.gamma) + absScale * gammaScale);
                         EXPECT_NEAR(o.theta, r.theta, rel * std::fabs(r.theta) + absScale * thetaScale);
-                        ++compared;
                     }
-    EXPECT_EQ(compared, 4 * 7 * 6 * 6 * 2);
 }
 
 // Small m, where X and K' are huge and nearly equal: the price keeps six
@@ -128,7 +125,6 @@ TEST(VolatQuantLib, DisplacedPriceKeepsItsDigitsForSmallM)
                     << "m=" << m << " K=" << K << " put=" << put;
             }
 
-    int compared = 0;
     // 1e-13 is past the switch to the normal formulas, 1e-11 just before it.
     for (double m : {1e-13, 1e-11, 1e-8, 3e-8, 1e-7, 3e-7, 1e-6, 1e-5, 1e-4})
         for (double lnK : {-2.0, -0.7, -0.15, -0.01, 0.0, 0.01, 0.1, 0.5, 1.5})
@@ -141,7 +137,5 @@ TEST(VolatQuantLib, DisplacedPriceKeepsItsDigitsForSmallM)
                         // A floor far below any price step for tails that underflow.
                         EXPECT_NEAR(price, exact, 1e-6 * exact + 1e-15 * F)
                             << "m=" << m << " K=" << K << " T=" << T << " sigma=" << sigma << " put=" << put;
-                        ++compared;
                     }
-    EXPECT_EQ(compared, 9 * 9 * 6 * 5 * 2);
 }

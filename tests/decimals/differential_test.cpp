@@ -289,15 +289,10 @@ public:
         EXPECT_EQ(m_failed, 0) << m_failed << " of " << m_cases << " " << m_what << " cases differ from the reference";
         std::printf("[ differential ] %s: %d cases, %d differ\n", m_what.c_str(), m_cases, m_failed);
     }
-    void count() { ++m_cases; }
-    void fail(std::string const& detail)
-    {
-        if (++m_failed <= 5) ADD_FAILURE() << m_what << ": " << detail;
-    }
     void check(bool ok, std::function<std::string()> const& detail)
     {
-        count();
-        if (!ok) fail(detail());
+        ++m_cases;
+        if (!ok && ++m_failed <= 5) ADD_FAILURE() << m_what << ": " << detail();
     }
 
 private:

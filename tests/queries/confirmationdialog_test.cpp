@@ -25,19 +25,15 @@ protected:
     TemporarySettings settings;
 };
 
+// The form's own texts and buttons are the .ui file's; here what the code adds.
 TEST_F(ConfirmationDialogTest, FormAsBuilt)
 {
     ConfirmationDialog dialog(nullptr);
-    EXPECT_EQ(dialog.windowTitle(), QStringLiteral("Подтверждение"));
     EXPECT_FALSE(dialog.windowFlags() & Qt::WindowContextHelpButtonHint);
     auto* checkBox = dialog.findChild<QCheckBox*>("checkBox");
-    auto* textLabel = dialog.findChild<QLabel*>("textLabel");
     auto* iconLabel = dialog.findChild<QLabel*>("iconLabel");
     auto* attention = dialog.findChild<QLabel*>("attentionLabel");
-    ASSERT_TRUE(checkBox && textLabel && iconLabel && attention);
-    EXPECT_EQ(dialog.standardButtons(), QDialogButtonBox::Yes | QDialogButtonBox::No);
-    EXPECT_EQ(checkBox->text(), QStringLiteral("Больше не показывать"));
-    EXPECT_TRUE(textLabel->text().contains(QStringLiteral("Вы действительно хотите ЧТО-ТО СДЕЛАТЬ?")));
+    ASSERT_TRUE(checkBox && iconLabel && attention);
     EXPECT_FALSE(iconLabel->pixmap(Qt::ReturnByValue).isNull());
     EXPECT_EQ(dialog.icon(), QStyle::SP_MessageBoxQuestion);
 
@@ -85,6 +81,7 @@ TEST_F(ConfirmationDialogTest, AnswersAreKeptOnlyAfterYes)
     EXPECT_EQ(stored("Confirmations", "questionOnDropOrder").toString(), "true");
     EXPECT_EQ(ask("questionOnDropOrder", ModalAnswerer::PressYes, true), QDialog::Accepted);
     EXPECT_EQ(stored("Confirmations", "questionOnDropOrder").toString(), "false");
+    EXPECT_GT(QFileInfo(settings.dir.filePath("settings.ini")).size(), 0);   // in the file the program chose
 
     // Switched off: answered at once, nothing shown.
     EXPECT_EQ(ask("questionOnDropOrder", ModalAnswerer::PressNo, false, &shown), QDialog::Accepted);
