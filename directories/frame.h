@@ -257,16 +257,6 @@ template <> struct InPlaceKey<int> : std::true_type {};
 template <> struct InPlaceKey<QString> : std::true_type {};
 } // namespace frame_detail
 
-// The key of one sorted index of a directory's table, typed by the values
-// its lookups give, with the key columns resolved once at construction:
-// every keyed lookup of the library goes through one. It picks the fastest
-// search the index allows (a typed master index's own key, an owned column
-// index compared in place, else a key row), and a lookup never throws: a
-// gone table, a missing column, a text longer than its fixed-width column
-// or a value its column cannot take finds nothing.
-//
-// Threading: as the index searched. Searches through a cached master index
-// may run on any thread; the others belong where the directory's lookups do.
 // What every DirectoryKey shares, whatever its values: writing a value into
 // a key row's column, and whether a text fits its column.
 class DIRECTORY_EXPORT DirectoryKeyColumns
@@ -294,6 +284,16 @@ protected:
     }
 };
 
+// The key of one sorted index of a directory's table, typed by the values
+// its lookups give, with the key columns resolved once at construction:
+// every keyed lookup of the library goes through one. It picks the fastest
+// search the index allows (a typed master index's own key, an owned column
+// index compared in place, else a key row), and a lookup never throws: a
+// gone table, a missing column, a text longer than its fixed-width column
+// or a value its column cannot take finds nothing.
+//
+// Threading: as the index searched. Searches through a cached master index
+// may run on any thread; the others belong where the directory's lookups do.
 template <class... V>
 class DirectoryKey : private DirectoryKeyColumns
 {

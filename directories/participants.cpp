@@ -68,47 +68,7 @@ bool K3DealerDirectory::isSeparated(QString const& bf) const
 
 void K3DealerDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 
-// ---- K3InvestorDirectory -----------------------------------------------------
-
-K3InvestorDirectory::K3InvestorDirectory(QObject* parent)
-    : Directory(parent, staticMetaObject), m_last(new directory::detail::LastAccountCache)
-{
-    resolveColumns({{m_clientCode, "client_code"}, {m_name, "name"}, {m_status, "status"}});
-    if (QSharedPointer<Table> t = table()) {
-        m_codeIndex = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_clientCode}));
-        m_codeIndex->build();
-        m_byCode = DirectoryKey<QString>(t, m_codeIndex, {m_clientCode});
-    }
-}
-
-Record K3InvestorDirectory::getInvestorByAccount(QString const& account) const
-{
-    if (!table() || !m_codeIndex || account.size() < K3FieldsTypes::client_code) return Record();
-    return m_last->lookup(account.left(K3FieldsTypes::client_code),
-                         [this](QString const& key) { return m_byCode.find(key); });
-}
-
-QString K3InvestorDirectory::nameByCode(QString const& code) const
-{
-    DIRECTORY_UPDATING_THREAD_ONLY();
-    if (!table()) return QString();
-    Record row = m_byCode.find(code);
-    return row.isEmpty() ? QString() : row.data(m_name).toString();
-}
-
-int K3InvestorDirectory::statusByCode(QString const& code) const
-{
-    DIRECTORY_UPDATING_THREAD_ONLY();
-    if (!table()) return 0;
-    Record row = m_byCode.find(code);
-    return row.isEmpty() ? 0 : row.data(m_status).toInteger();
-}
-
-void K3InvestorDirectory::clear() { m_last->drop(); }
-void K3InvestorDirectory::remove(Record const& record, int) { if (!record.isEmpty()) m_last->drop(record); }
-void K3InvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
-
-// ---- K3CoreDealerDirectory, K3CoreInvestorDirectory ---------------------------
+// ---- CoreAccountDirectory and the core lists -----------------------------------
 
 CoreAccountDirectory::CoreAccountDirectory(QObject* parent, QMetaObject const& cls, int keyLength)
     : Directory(parent, cls), m_keyLength(keyLength), m_last(new directory::detail::LastAccountCache)
@@ -148,6 +108,32 @@ K3CoreInvestorDirectory::K3CoreInvestorDirectory(QObject* parent)
 }
 
 void K3CoreInvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
+
+// ---- K3InvestorDirectory -----------------------------------------------------
+
+K3InvestorDirectory::K3InvestorDirectory(QObject* parent)
+    : CoreAccountDirectory(parent, staticMetaObject, K3FieldsTypes::client_code)
+{
+    resolveColumns({{m_name, "name"}, {m_status, "status"}});
+}
+
+QString K3InvestorDirectory::nameByCode(QString const& code) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    if (!table()) return QString();
+    Record row = byCode(code);
+    return row.isEmpty() ? QString() : row.data(m_name).toString();
+}
+
+int K3InvestorDirectory::statusByCode(QString const& code) const
+{
+    DIRECTORY_UPDATING_THREAD_ONLY();
+    if (!table()) return 0;
+    Record row = byCode(code);
+    return row.isEmpty() ? 0 : row.data(m_status).toInteger();
+}
+
+void K3InvestorDirectory::endUpdate() { Q_EMIT dataChanged(); }
 
 // ---- K3RFDirectory -----------------------------------------------------------
 
@@ -189,7 +175,6 @@ bool K3RFDirectory::isOperatorInputOn(QString const& rf) const
 void K3RFDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 
 // Out of line: the account cache is known here only.
-K3InvestorDirectory::~K3InvestorDirectory() = default;
 CoreAccountDirectory::~CoreAccountDirectory() = default;
 
 // The one instance of each directory class here.

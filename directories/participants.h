@@ -26,12 +26,14 @@ class LastAccountCache;
 } // namespace detail
 } // namespace directory
 
-// What the core lists of dealers and of investors share: a client-code index
-// and the cached lookup of an account by its first `keyLength` characters.
-// Each list stays a class of its own, with its name, signal and lookup.
+// What the investors and the core lists of dealers and of investors share: a
+// client-code index and the cached lookup of an account by its first
+// `keyLength` characters. Each list stays a class of its own, with its name,
+// signal and lookup.
 //
 // Threading: registered as an index; hooks on the updating thread. The
-// cached lookup may be called from any thread (its cache is guarded).
+// cached lookup may be called from any thread (its cache is guarded); byCode
+// reads the index and belongs on the updating thread.
 class DIRECTORY_EXPORT CoreAccountDirectory : public Directory
 {
     Q_OBJECT
@@ -44,6 +46,9 @@ protected:
     CoreAccountDirectory(QObject* parent, QMetaObject const& cls, int keyLength);
     // A miss answers the last hit.
     Record byAccount(QString const& account) const;
+    // The row of exactly this client code, uncached.
+    Record byCode(QString const& code) const { return m_byCode.find(code); }
+    MasterIndex_Column* codeIndex() const { return m_codeIndex; }
 
 private:
     int m_clientCode = -1;
@@ -94,33 +99,26 @@ private:
 // getInvestorByAccount may be called from any thread (its cache is
 // guarded); nameByCode and statusByCode read live rows and belong on the
 // updating thread.
-class DIRECTORY_EXPORT K3InvestorDirectory : public Directory
+class DIRECTORY_EXPORT K3InvestorDirectory : public CoreAccountDirectory
 {
     Q_OBJECT
     DIRECTORY_SINGLETON(K3InvestorDirectory)
 public:
     explicit K3InvestorDirectory(QObject* parent);
-    ~K3InvestorDirectory() override;
 
     // By the account's first 7 characters; a miss answers the last hit.
-    Record getInvestorByAccount(QString const& account) const;
+    Record getInvestorByAccount(QString const& account) const { return byAccount(account); }
     QString nameByCode(QString const& code) const;
     int statusByCode(QString const& code) const;
-    MasterIndex_Column* getCodeIndex() const { return m_codeIndex; }
+    MasterIndex_Column* getCodeIndex() const { return codeIndex(); }
 
-    void clear() override;
-    void remove(Record const& record, int position) override;
     void endUpdate() override;
 Q_SIGNALS:
     void dataChanged();
 
 private:
-    int m_clientCode = -1;
     int m_name = -1;
     int m_status = -1;
-    MasterIndex_Column* m_codeIndex = nullptr;
-    DirectoryKey<QString> m_byCode;
-    std::unique_ptr<directory::detail::LastAccountCache> m_last;
 };
 
 // The core list of dealers ("k3.core_dealer"), by BF code.
