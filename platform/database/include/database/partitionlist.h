@@ -14,22 +14,29 @@
 //
 // Key copies: an owner that sorts the items by a fixed-width key may ask the
 // list to keep a copy of each item's key beside it (keepKeys). A search then
-// reads the partitions' contiguous key arrays, and the array of each
-// partition's last key, instead of following every item to its row. The
-// copies move with their items through every change the list makes; an item
-// whose key changes in place must be taken out and put back by its owner.
+// reads key copies instead of following every item to its row, in three
+// steps that each wait on memory once: the array of each partition's last
+// key (small, stays in cache), the partition's fences (the last key of each
+// block of blockSize keys, read together), then one block of keys (read
+// together with its items). The copies and fences move with their items
+// through every change the list makes, and a change re-lays out only the
+// partition it touched; an item whose key changes in place must be taken
+// out and put back by its owner.
 template <class T>
 class PartitionList
 {
 public:
     static constexpr int partitionCapacity = 512;
+    static constexpr int blockSize = 16;
     // Writes the key of an item into `width` bytes.
     using KeyExtract = void (*)(void const* owner, T const& item, unsigned char* out);
 
     struct Partition {
         std::vector<T> items;
         std::vector<unsigned char> keys;   // width bytes per item, when kept
+        std::vector<unsigned char> fences; // the last key of each block of blockSize items
         int count() const { return int(items.size()); }
+        int fenceCount() const { return (count() + blockSize - 1) / blockSize; }
     };
 
     class const_iterator
@@ -101,6 +108,7 @@ public:
             Partition& part = *m_parts[p];
             part.keys.assign(std::size_t(part.count()) * std::size_t(m_width), 0);
             for (int k = 0; k < part.count(); ++k) extractAt(part, k);
+            layOut(part, 0);
             pushLastKey(p);
         }
     }
@@ -108,6 +116,8 @@ public:
     // The key copy of item `offset` of partition `part`, and of its last item.
     unsigned char const* keyAt(int part, int offset) const { return m_parts[std::size_t(part)]->keys.data() + std::size_t(offset) * std::size_t(m_width); }
     unsigned char const* lastKeyOf(int part) const { return m_lastKeys.data() + std::size_t(part) * std::size_t(m_width); }
+    // The last key of block `block` of partition `part`.
+    unsigned char const* fenceOf(int part, int block) const { return m_parts[std::size_t(part)]->fences.data() + std::size_t(block) * std::size_t(m_width); }
     // Writes an item's key as the list would keep it (for probes).
     void extractKey(T const& item, unsigned char* out) const { m_extract(m_owner, item, out); }
 
@@ -162,6 +172,7 @@ public:
         if (m_width) {
             p.keys.insert(p.keys.begin() + std::ptrdiff_t(offset) * m_width, std::size_t(m_width), 0);
             extractAt(p, offset);
+            layOut(p, offset);
             if (offset == p.count() - 1) setLastKey(std::size_t(part));
         }
         ++m_count;
@@ -188,8 +199,9 @@ public:
             m_parts.erase(m_parts.begin() + part);
             m_starts.erase(m_starts.begin() + part);
             if (m_width) eraseLastKey(std::size_t(part));
-        } else if (m_width && offset == p.count()) {
-            setLastKey(std::size_t(part));
+        } else if (m_width) {
+            layOut(p, offset);
+            if (offset == p.count()) setLastKey(std::size_t(part));
         }
     }
     void replaceAt(int part, int offset, T value)
@@ -198,6 +210,7 @@ public:
         p.items[std::size_t(offset)] = std::move(value);
         if (m_width) {
             extractAt(p, offset);
+            layOut(p, offset);
             if (offset == p.count() - 1) setLastKey(std::size_t(part));
         }
     }
@@ -227,6 +240,7 @@ public:
             }
             p.items.resize(std::size_t(kept));
             p.keys.resize(std::size_t(kept) * w);
+            if (w) layOut(p, 0);
         }
         // Drop emptied partitions; recount the starts and last keys.
         std::size_t out = 0;
@@ -266,6 +280,7 @@ public:
                 p->keys.resize((stop - start) * w);
                 for (int k = 0; k < p->count(); ++k) extractAt(*p, k);
             }
+            if (w) layOut(*p, 0);
             m_parts.push_back(std::move(p));
             m_starts.push_back(int(start));
         }
@@ -290,6 +305,17 @@ private:
     void extractAt(Partition& p, int offset)
     {
         m_extract(m_owner, p.items[std::size_t(offset)], p.keys.data() + std::size_t(offset) * std::size_t(m_width));
+    }
+    // Refreshes the fences of the blocks from the one holding `offset` on.
+    void layOut(Partition& p, int offset)
+    {
+        std::size_t w = std::size_t(m_width), n = std::size_t(p.count());
+        std::size_t fences = (n + blockSize - 1) / blockSize;
+        p.fences.resize(fences * w);
+        for (std::size_t b = std::size_t(offset) / blockSize; b < fences; ++b) {
+            std::size_t last = std::min(n, (b + 1) * blockSize) - 1;
+            std::memcpy(p.fences.data() + b * w, p.keys.data() + last * w, w);
+        }
     }
     void setLastKey(std::size_t part)
     {
@@ -332,6 +358,9 @@ private:
             tail->keys.assign(keyMid, head.keys.end());
             head.keys.erase(keyMid, head.keys.end());
             head.keys.shrink_to_fit();
+            layOut(head, 0);
+            layOut(*tail, 0);
+            head.fences.shrink_to_fit();
         }
         m_starts.insert(m_starts.begin() + part + 1, m_starts[std::size_t(part)] + partitionCapacity);
         m_parts.insert(m_parts.begin() + part + 1, std::move(tail));
