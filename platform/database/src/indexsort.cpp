@@ -56,7 +56,8 @@ int boundByRecords(PartitionList<Record> const& list, int from, Before before, i
 
 // Key copies are order-preserving byte strings of a width that is a
 // multiple of 4: compared as big-endian words, without branches, so that a
-// search issues its loads without waiting on mispredicted jumps.
+// search issues its loads without waiting on mispredicted jumps. W == 0
+// stands for a width known only at run time, compared by memcmp.
 inline std::uint64_t word8(unsigned char const* p)
 {
     std::uint64_t v;
@@ -71,9 +72,12 @@ inline std::uint32_t word4(unsigned char const* p)
 }
 // a < b (Upper: a <= b) over W bytes.
 template <int W, bool Upper>
-inline bool keyBefore(unsigned char const* a, unsigned char const* b)
+inline bool keyBefore(unsigned char const* a, unsigned char const* b, std::size_t width)
 {
-    if constexpr (W == 4) {
+    if constexpr (W == 0) {
+        int c = std::memcmp(a, b, width);
+        return Upper ? c <= 0 : c < 0;
+    } else if constexpr (W == 4) {
         std::uint32_t x = word4(a), y = word4(b);
         return Upper ? x <= y : x < y;
     } else if constexpr (W == 8) {
@@ -91,46 +95,99 @@ inline bool keyBefore(unsigned char const* a, unsigned char const* b)
             less = x < y;
             equal = x == y;
         }
-        return less | (equal & keyBefore<W - head, Upper>(a + head, b + head));
+        return less | (equal & keyBefore<W - head, Upper>(a + head, b + head, width));
     }
 }
 
-// First offset in [first, count) of `keys` not before the probe.
+// First of the `count` keys at `keys` not before the probe.
 template <int W, bool Upper>
-int lowerBoundIn(unsigned char const* keys, int first, int count, unsigned char const* probe)
+int lowerBoundIn(unsigned char const* keys, int count, unsigned char const* probe, std::size_t width)
 {
-    int n = count - first;
-    unsigned char const* base = keys + std::size_t(first) * W;
-    if (n <= 0) return first;
-    while (n > 1) {
+    if (count <= 0) return 0;
+    unsigned char const* base = keys;
+    for (int n = count; n > 1;) {
         int half = n / 2;
-        base = keyBefore<W, Upper>(base + std::size_t(half) * W, probe) ? base + std::size_t(half) * W : base;
+        base = keyBefore<W, Upper>(base + std::size_t(half) * width, probe, width) ? base + std::size_t(half) * width : base;
         n -= half;
     }
-    int offset = int((base - keys) / W);
-    return offset + (keyBefore<W, Upper>(base, probe) ? 1 : 0);
+    return int(std::size_t(base - keys) / width) + (keyBefore<W, Upper>(base, probe, width) ? 1 : 0);
 }
 
-// Two-level bound over the key copies (see boundIn).
+inline void prefetchRange(void const* from, std::size_t bytes)
+{
+    auto at = reinterpret_cast<std::uintptr_t>(from) & ~std::uintptr_t(63);
+    for (auto end = reinterpret_cast<std::uintptr_t>(from) + bytes; at < end; at += 64)
+        __builtin_prefetch(reinterpret_cast<void const*>(at));
+}
+
+// The one search over key copies: the bound of a probe over the whole list
+// (the first item not before it), in steps that each end by fetching what
+// the next one reads, so that several searches can run in lockstep
+// (findEach) and their waits on memory overlap.
+template <int W, bool Upper>
+struct KeyBound
+{
+    PartitionList<Record> const* list;
+    unsigned char const* probe;
+    std::size_t width;
+    int part = 0;
+    int first = 0;    // first offset of the block searched last
+    bool past = false; // after every item
+
+    // By the partitions' last keys; fetches the partition's fences.
+    void partition()
+    {
+        int parts = list->partitionCount();
+        part = lowerBoundIn<W, Upper>(list->lastKeyOf(0), parts, probe, width);
+        past = part == parts;
+        if (!past) {
+            auto const& p = list->partitionAt(part);
+            prefetchRange(p.fences.data(), p.fences.size());
+        }
+    }
+    // By the fences; fetches the block's keys and its items.
+    void block()
+    {
+        if (past) return;
+        auto const& p = list->partitionAt(part);
+        first = lowerBoundIn<W, Upper>(p.fences.data(), p.fenceCount(), probe, width) * PartitionList<Record>::blockSize;
+        int n = std::min(PartitionList<Record>::blockSize, p.count() - first);
+        prefetchRange(list->keyAt(part, first), std::size_t(n) * width);
+        prefetchRange(p.items.data() + first, std::size_t(n) * sizeof(Record));
+    }
+    // Inside the block: the offset in the partition.
+    int offset() const
+    {
+        if (past) return 0;
+        int n = std::min(PartitionList<Record>::blockSize, list->partitionAt(part).count() - first);
+        return first + lowerBoundIn<W, Upper>(list->keyAt(part, first), n, probe, width);
+    }
+};
+
+// The bound from position `from` on: over a sorted list it is the bound
+// over the whole list, or `from` where that lies before it.
 template <int W, bool Upper>
 int boundByKeys(PartitionList<Record> const& list, int from, unsigned char const* probe, int* partOut, int* offsetOut)
 {
     int parts = list.partitionCount();
-    if (parts == 0 || from >= list.count()) {
-        if (partOut) { *partOut = parts ? parts - 1 : 0; *offsetOut = parts ? list.partitionAt(parts - 1).count() : 0; }
-        return list.count();
+    int pos = list.count(), part = parts ? parts - 1 : 0, offset = parts ? list.partitionAt(part).count() : 0;
+    if (parts && from < list.count()) {
+        KeyBound<W, Upper> b{&list, probe, std::size_t(list.keyWidth())};
+        b.partition();
+        b.block();
+        if (!b.past) {
+            part = b.part;
+            offset = b.offset();
+            pos = list.partitionStart(part) + offset;
+        }
+        if (pos < from) {
+            pos = from;
+            part = list.partitionOf(from);
+            offset = from - list.partitionStart(part);
+        }
     }
-    int firstPart = list.partitionOf(from < 0 ? 0 : from);
-    int part = lowerBoundIn<W, Upper>(list.lastKeyOf(0), firstPart, parts, probe);
-    if (part == parts) {
-        if (partOut) { *partOut = parts - 1; *offsetOut = list.partitionAt(parts - 1).count(); }
-        return list.count();
-    }
-    int base = list.partitionStart(part);
-    int first = from > base ? from - base : 0;
-    int offset = lowerBoundIn<W, Upper>(list.keyAt(part, 0), first, list.partitionAt(part).count(), probe);
     if (partOut) { *partOut = part; *offsetOut = offset; }
-    return base + offset;
+    return pos;
 }
 
 template <bool Upper>
@@ -143,64 +200,40 @@ int boundByKeys(PartitionList<Record> const& list, int from, unsigned char const
     case 16: return boundByKeys<16, Upper>(list, from, probe, partOut, offsetOut);
     case 20: return boundByKeys<20, Upper>(list, from, probe, partOut, offsetOut);
     case 24: return boundByKeys<24, Upper>(list, from, probe, partOut, offsetOut);
-    default: {
-        std::size_t w = std::size_t(list.keyWidth());
-        auto before = [&](unsigned char const* k) {
-            int c = std::memcmp(k, probe, w);
-            return Upper ? c <= 0 : c < 0;
-        };
-        return boundIn(
-            list, from, [&](int part) { return before(list.lastKeyOf(part)); },
-            [&](int part, int k) { return before(list.keyAt(part, k)); }, partOut, offsetOut);
-    }
+    default: return boundByKeys<0, Upper>(list, from, probe, partOut, offsetOut);
     }
 }
-// Finds a group of keys at a time, their binary searches interleaved step
-// by step: each step issues one independent load per key, so that the
-// group's cache misses overlap instead of following one another. Found
-// records are referenced one group later, after their slots and rows were
-// prefetched (taking a reference writes to the row).
+
+// Finds a group of keys at a time, the steps of their searches in lockstep:
+// each step issues the group's loads together, so that their cache misses
+// overlap instead of following one another. Found records are referenced
+// one group later, after their rows were prefetched (taking a reference
+// writes to the row).
 template <int W>
 void findEachByKeys(PartitionList<Record> const& list, std::vector<Record const*> const& keys, std::vector<Record>& found)
 {
     constexpr std::size_t group = 16;
-    std::size_t const n = keys.size();
-    int const parts = list.partitionCount();
-    if (parts == 0) return;
-    unsigned char probes[group][W];
-    unsigned char const* base[group];
-    unsigned char const* start[group];
-    std::size_t left[group];
-    int part[group];
+    std::size_t const n = keys.size(), width = std::size_t(list.keyWidth());
+    if (list.partitionCount() == 0) return;
+    std::vector<unsigned char> probes(group * width);
+    KeyBound<W, false> search[group];
     Record const* held[2][group] = {};
     for (std::size_t g = 0, round = 0; g < n + group; g += group, ++round) {
         std::size_t count = g < n ? std::min(group, n - g) : 0;
         Record const** mine = held[round % 2];
         for (std::size_t k = 0; k < count; ++k) {
-            list.extractKey(*keys[g + k], probes[k]);
-            part[k] = lowerBoundIn<W, false>(list.lastKeyOf(0), 0, parts, probes[k]);
-            if (part[k] == parts) { left[k] = 0; base[k] = start[k] = nullptr; continue; }
-            start[k] = base[k] = list.keyAt(part[k], 0);
-            left[k] = std::size_t(list.partitionAt(part[k]).count());
+            list.extractKey(*keys[g + k], probes.data() + k * width);
+            search[k] = KeyBound<W, false>{&list, probes.data() + k * width, width};
+            search[k].partition();
         }
-        for (bool active = true; active;) {
-            active = false;
-            for (std::size_t k = 0; k < count; ++k) {
-                if (left[k] <= 1) continue;
-                std::size_t half = left[k] / 2;
-                base[k] = keyBefore<W, false>(base[k] + half * W, probes[k]) ? base[k] + half * W : base[k];
-                left[k] -= half;
-                __builtin_prefetch(base[k] + (left[k] / 2) * W);
-                active = true;
-            }
-        }
+        for (std::size_t k = 0; k < count; ++k) search[k].block();
         for (std::size_t k = 0; k < count; ++k) {
             mine[k] = nullptr;
-            if (!base[k]) continue;
-            unsigned char const* at = base[k] + (keyBefore<W, false>(base[k], probes[k]) ? W : 0);
-            std::size_t offset = std::size_t(at - start[k]) / W;
-            if (offset >= std::size_t(list.partitionAt(part[k]).count()) || std::memcmp(at, probes[k], W) != 0) continue;
-            mine[k] = &list.partitionAt(part[k]).items[offset];
+            if (search[k].past) continue;
+            int offset = search[k].offset();
+            auto const& items = list.partitionAt(search[k].part).items;
+            if (offset >= int(items.size()) || std::memcmp(list.keyAt(search[k].part, offset), search[k].probe, width) != 0) continue;
+            mine[k] = &items[std::size_t(offset)];
             __builtin_prefetch(mine[k]->row(), 1);
         }
         // The previous group's rows have had this group's searches to arrive.
@@ -472,11 +505,16 @@ std::vector<Record> IndexSort::findEach(std::vector<Record const*> const& keys) 
     std::vector<Record> found(keys.size());
     std::shared_lock<std::shared_mutex> lock(m_lock);
     switch (m_records.keyWidth()) {
+    case 0:
+        for (std::size_t i = 0; i < keys.size(); ++i) findLocked(*keys[i], -1, &found[i]);
+        break;
+    case 4: findEachByKeys<4>(m_records, keys, found); break;
+    case 8: findEachByKeys<8>(m_records, keys, found); break;
     case 12: findEachByKeys<12>(m_records, keys, found); break;
     case 16: findEachByKeys<16>(m_records, keys, found); break;
+    case 20: findEachByKeys<20>(m_records, keys, found); break;
     case 24: findEachByKeys<24>(m_records, keys, found); break;
-    default:
-        for (std::size_t i = 0; i < keys.size(); ++i) findLocked(*keys[i], -1, &found[i]);
+    default: findEachByKeys<0>(m_records, keys, found); break;
     }
     return found;
 }
