@@ -31,12 +31,12 @@ public:
             if (need > m_buffer.size()) {
                 // A QByteArray ends below 2 GiB: a line longer than that is refused whole.
                 if (need > kLimit) throw Exception(QStringLiteral("the batch text would exceed %1 bytes").arg(kLimit));
-                m_buffer.resize(int(std::min<qint64>(kLimit, std::max<qint64>(2 * qint64(m_buffer.size()), need + 256))));
+                grow(std::max<qint64>(2 * qint64(m_buffer.size()), need + 256));
             }
         }
-        return m_buffer.data() + m_used;
+        return m_data + m_used;
     }
-    void advance(char* end) { m_used = int(end - m_buffer.data()); }
+    void advance(char* end) { m_used = int(end - m_data); }
     void put(char c) { *room(1) = c; ++m_used; }
     void put(char const* text, int n)
     {
@@ -45,10 +45,13 @@ public:
     }
     void put(QByteArray const& text) { put(text.constData(), text.size()); }
 
-    void reserve(qint64 n) { if (!m_sink) m_buffer.resize(int(std::min<qint64>(kLimit, std::max<qint64>(m_buffer.size(), n)))); }
+    int size() const { return m_used; }
+    void reserve(qint64 n) { if (!m_sink && n > m_buffer.size()) grow(n); }
     QByteArray take()
     {
+        // The doubling may have left up to as much again unused.
         m_buffer.resize(m_used);
+        m_buffer.squeeze();
         return std::move(m_buffer);
     }
     void flush()
@@ -58,10 +61,17 @@ public:
     }
 
 private:
+    void grow(qint64 n)
+    {
+        m_buffer.resize(int(std::min<qint64>(kLimit, n)));
+        m_data = m_buffer.data();
+    }
+
     static constexpr int kChunk = 1 << 20;
     static constexpr int kLimit = 0x7FFFFFFF - 4096;
     QCryptographicHash* m_sink;
     QByteArray m_buffer;
+    char* m_data = nullptr;   // m_buffer's, kept apart from its header
     int m_used = 0;
 };
 
@@ -168,11 +178,12 @@ void putDateTime(Writer& w, std::int64_t ms)
         throw Refusal{QStringLiteral("%1 ms is outside the years 0001 to 9999").arg(ms)};
     dbtime::Civil const c = dbtime::civil(ms);
     auto two = [](char* p, int v) { p[0] = char('0' + v / 10); p[1] = char('0' + v % 10); };
-    char* p = w.room(25);
-    char const year[] = {char('0' + c.year / 1000), char('0' + c.year / 100 % 10), char('0' + c.year / 10 % 10),
-                         char('0' + c.year % 10)};
+    char p[25];
     p[0] = '"';
-    std::memcpy(p + 1, year, 4);
+    p[1] = char('0' + c.year / 1000);
+    p[2] = char('0' + c.year / 100 % 10);
+    p[3] = char('0' + c.year / 10 % 10);
+    p[4] = char('0' + c.year % 10);
     p[5] = '-';
     two(p + 6, c.month);
     p[8] = '-';
@@ -187,7 +198,7 @@ void putDateTime(Writer& w, std::int64_t ms)
     p[21] = char('0' + c.msec / 100);
     two(p + 22, c.msec % 100);
     p[24] = '"';
-    w.advance(p + 25);
+    w.put(p, 25);
 }
 
 void putValue(Writer& w, Field const& f)
@@ -273,13 +284,20 @@ void encodeTableInto(Writer& w, Table const& table)
     int const columns = table.columnCount();
     if (auto const* master = table.masterIndex()) {
         auto const& rows = master->records();
+        qint64 const count = rows.count();
+        bool first = true;
         for (Record const& r : rows) {
+            int const start = w.size();
             w.put(",{\"insert\":{", 12);
             for (int c = 0; c < columns; ++c) {
                 if (c) w.put(',');
                 putRow(w, table, keys, r.row(), c);
             }
             w.put("}}", 2);
+            // Sized once from the first row, so that a large table's text is
+            // seldom copied while it grows; what is left over is given back.
+            if (first) w.reserve(start + (w.size() - start) * count * 5 / 4 + 256);
+            first = false;
         }
     }
     w.put("]}", 2);
@@ -321,8 +339,6 @@ QByteArray BatchEncoder::encode(Batch const& batch)
 QByteArray BatchEncoder::encodeTable(Table const& table)
 {
     Writer w;
-    // A row's text is seldom more than a few times its buffer.
-    w.reserve(qint64(table.rowCount()) * table.rowSize() + 256);
     encodeTableInto(w, table);
     return w.take();
 }
