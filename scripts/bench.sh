@@ -35,6 +35,7 @@ run updates 100k '^update_'
 run miss-1m 1m '^miss\.'
 run volat 100k '^(engine|volat_result)\.'
 run margin 100k '^vm(_sa)?\.'
+run encode 100k '^encode\.'
 
 echo
 echo "Machine: $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p'); load average $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -18,29 +18,35 @@ struct RowError { QString reason; };
 
 QString columnText(ColumnDef const& c) { return QStringLiteral("column '%1'").arg(c.name); }
 
-// Digits with an optional sign and fraction, into a mantissa at `scale`.
+// Digits with an optional sign and fraction, into a mantissa at `scale`
+// (negative: the text's last -scale whole digits are below the scale). A
+// negative value may reach one past `limit`, as two's complement does.
 template <class Int>
 bool parseFixed(char const* b, char const* e, int scale, Int limit, Int& out, bool& lostDigits)
 {
     bool neg = false;
     if (b < e && (*b == '-' || *b == '+')) { neg = *b == '-'; ++b; }
     if (b == e) return false;
+    if (neg) ++limit;
+    char const* point = std::find(b, e, '.');
+    long long power = point - b;   // of the digit after the next one read
     Int m = 0;
-    int places = 0;
-    bool point = false, any = false;
+    long long lowest = -scale;     // the power of ten of m's last digit
+    bool any = false;
     lostDigits = false;
-    for (; b < e; ++b) {
-        char c = *b;
-        if (c == '.') { if (point) return false; point = true; continue; }
-        if (c < '0' || c > '9') return false;
+    for (char const* p = b; p < e; ++p) {
+        char c = *p;
+        if (p == point) continue;
+        if (c < '0' || c > '9') return false;   // a second point too
         any = true;
-        if (point && places >= scale) { if (c != '0') lostDigits = true; continue; }
+        --power;
+        if (power < -scale) { if (c != '0') lostDigits = true; continue; }
         if (m > (limit - (c - '0')) / 10) return false;
         m = m * 10 + (c - '0');
-        if (point) ++places;
+        lowest = power;
     }
     if (!any) return false;
-    for (; places < scale; ++places) {
+    for (long long k = lowest + scale; k > 0; --k) {
         if (m > limit / 10) return false;
         m *= 10;
     }

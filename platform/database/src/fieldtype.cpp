@@ -98,25 +98,36 @@ bool parse(QStringRef const& text, std::int64_t& msecs)
 
 bool parse(char const* text, int length, std::int64_t& msecs) { return parseImpl(text, length, msecs); }
 
-QString format(std::int64_t msecs)
+Civil civil(std::int64_t msecs)
 {
-    if (msecs == 0) return QString();
-    std::int64_t days = msecs >= 0 ? msecs / 86400000 : -((-msecs + 86399999) / 86400000);
+    // Floor division without negating, so that no value overflows.
+    std::int64_t days = msecs / 86400000;
+    if (msecs % 86400000 < 0) --days;
     std::int64_t rem = msecs - days * 86400000;
-    // civil from days
     std::int64_t z = days + 719468;
     const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
     const unsigned doe = unsigned(z - era * 146097);
     const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    std::int64_t y = std::int64_t(yoe) + era * 400;
     const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
     const unsigned mp = (5 * doy + 2) / 153;
-    const unsigned d = doy - (153 * mp + 2) / 5 + 1;
-    const unsigned m = mp < 10 ? mp + 3 : mp - 9;
-    y += m <= 2;
-    int h = int(rem / 3600000), mi = int(rem / 60000 % 60), s = int(rem / 1000 % 60), ms = int(rem % 1000);
+    Civil c;
+    c.day = int(doy - (153 * mp + 2) / 5 + 1);
+    c.month = int(mp < 10 ? mp + 3 : mp - 9);
+    c.year = std::int64_t(yoe) + era * 400 + (c.month <= 2);
+    c.hour = int(rem / 3600000);
+    c.minute = int(rem / 60000 % 60);
+    c.second = int(rem / 1000 % 60);
+    c.msec = int(rem % 1000);
+    return c;
+}
+
+QString format(std::int64_t msecs)
+{
+    if (msecs == 0) return QString();
+    Civil const c = civil(msecs);
     char buf[64];
-    std::snprintf(buf, sizeof buf, "%04d.%02u.%02u %02d:%02d:%02d.%03d", int(y), m, d, h, mi, s, ms);
+    std::snprintf(buf, sizeof buf, "%04lld.%02d.%02d %02d:%02d:%02d.%03d", static_cast<long long>(c.year), c.month, c.day,
+                  c.hour, c.minute, c.second, c.msec);
     return QString::fromLatin1(buf);
 }
 
