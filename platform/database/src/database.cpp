@@ -42,6 +42,12 @@ QStringList Database::tableNames() const
     return names;
 }
 
+QStringList Database::tableNamesInSchemaOrder() const
+{
+    std::shared_lock<std::shared_mutex> lock(m_tablesLock);
+    return m_order;
+}
+
 Qt::HANDLE Database::updatingThread() const
 {
     std::shared_lock<std::shared_mutex> lock(m_tablesLock);
@@ -79,6 +85,7 @@ QSharedPointer<Table> Database::createTable(TableSchema const& schema)
     if (m_tables.contains(schema.name)) throw Exception(QStringLiteral("Table '%1' already exists").arg(schema.name));
     table->setUpdatingThread(m_updatingThread);
     m_tables.insert(schema.name, table);
+    m_order.append(schema.name);
     return table;
 }
 
@@ -88,6 +95,7 @@ void Database::dropTable(QString const& name)
     {
         std::unique_lock<std::shared_mutex> lock(m_tablesLock);
         dropped = m_tables.take(name);
+        m_order.removeAll(name);
     }
     // Released outside the lock: dropping a table runs index destructors.
 }
@@ -167,5 +175,14 @@ void Database::loadSchemaJson(QByteArray const& json, QString const& origin)
 void Database::apply(Batch const& batch)
 {
     BatchPlan plan = BatchApplier::plan(batch);
-    BatchApplier::apply(batch.table.data(), plan, batch.origin);
+    try {
+        BatchApplier::apply(batch.table.data(), plan, batch.origin);
+    } catch (HookFailure const&) {
+        // Applied whole all the same: whoever follows the database must see it.
+        if (m_appliedObserver) m_appliedObserver(batch);
+        throw;
+    }
+    if (m_appliedObserver) m_appliedObserver(batch);
 }
+
+void Database::setAppliedObserver(std::function<void(Batch const&)> observer) { m_appliedObserver = std::move(observer); }

@@ -27,7 +27,10 @@ public:
     void loadSchemaJson(QByteArray const& json, QString const& origin = QStringLiteral("schema"));
     QSharedPointer<Table> createTable(TableSchema const& schema);
     void dropTable(QString const& name);
-    QStringList tableNames() const;
+    QStringList tableNames() const;   // sorted
+    // In the order the tables were created (a schema's own order): the
+    // order in which a copy of the tables loads as the exchange sends them.
+    QStringList tableNamesInSchemaOrder() const;
 
     // The updating thread: the one thread that applies batches (and
     // clears, builds, rebuilds tables). By default the thread that created
@@ -47,6 +50,11 @@ public:
     // origin, the row and the reason when rejected; nothing changes then.
     void apply(Batch const& batch);
 
+    // Called on the updating thread after each batch apply() applied (an
+    // exchange that journals and forwards everything that changed its
+    // tables); one at a time, empty to remove.
+    void setAppliedObserver(std::function<void(Batch const&)> observer);
+
     // Decodes `path` (JSON Lines) on a worker thread and applies each batch
     // here as it arrives. Stops at the first bad batch, which is not applied,
     // and throws; the batches before it stay applied. Returns batches applied.
@@ -60,6 +68,8 @@ private:
     // and drops them.
     mutable std::shared_mutex m_tablesLock;
     QHash<QString, QSharedPointer<Table>> m_tables;
+    QStringList m_order;
     Qt::HANDLE m_updatingThread = nullptr;
     QHash<QString, Table::MasterIndexFactory> m_factories;
+    std::function<void(Batch const&)> m_appliedObserver;
 };
