@@ -1,0 +1,669 @@
+#include <database/batch.h>
+#include <database/database.h>
+#include <database/exception.h>
+#include <database/replicationclient.h>
+#include "mailbox.h"
+
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QPointer>
+#include <QRandomGenerator>
+#include <QSocketNotifier>
+#include <QTcpSocket>
+#include <QThread>
+#include <QTimer>
+#include <atomic>
+
+using namespace replication;
+
+// What the worker hands to the applying thread, in the order it read it.
+struct ReplicationClient::Event
+{
+    enum Kind { Connecting, Welcome, SnapshotBegin, SnapshotTable, SnapshotEnd, BatchArrived, ServerLast, Disconnected, Refused, Undecodable };
+    Kind kind = Connecting;
+    quint64 generation = 0;
+    quint64 sequence = 0;
+    qint64 bytes = 0;
+    bool resume = false;
+    QString text, day, history;
+    ::Batch batch;
+};
+
+namespace {
+
+struct Command
+{
+    enum Kind { Quit, ReadMore, Reject, CaughtUp };
+    Kind kind = Quit;
+    quint64 sequence = 0;
+    QString origin, reason;
+};
+
+} // namespace
+
+// Between the two threads: the position a HELLO asks from, which only the
+// applying thread changes and only under the lock, and the connection's
+// generation. A connection that closes moves the generation on, so what it
+// delivered and was not applied yet is dropped, and the next HELLO asks
+// from exactly what was applied.
+struct ReplicationClient::Shared
+{
+    std::mutex handshake;
+    quint64 generation = 1;
+    quint64 after = 0;
+    QString day, history;
+
+    std::atomic<quint64> applied{0};
+    std::atomic<quint64> received{0};
+    std::atomic<int> inFlight{0};
+    Mailbox<Event> events;
+    Mailbox<Command> commands;
+};
+
+// The connection, on the worker thread: reads frames, checks their order,
+// decodes batches, and passes them on.
+class ReplicationClient::Link : public QObject
+{
+public:
+    Link(Database const& database, std::shared_ptr<Shared> shared, Settings settings, QString host, quint16 port, QString login)
+        : m_decoder(database), m_shared(std::move(shared)), m_settings(settings), m_host(std::move(host)), m_port(port),
+          m_login(std::move(login)), m_heartbeat(this), m_silence(this), m_retry(this), m_reader(settings.maxFrame)
+    {
+    }
+
+    // On the worker thread, once it runs.
+    void begin()
+    {
+        m_socket = new QTcpSocket(this);
+        m_socket->setReadBufferSize(8 * 1024 * 1024);
+        connect(m_socket, &QTcpSocket::connected, this, [this] { onConnected(); });
+        connect(m_socket, &QTcpSocket::readyRead, this, [this] {
+            m_silence.start();
+            parse();
+        });
+        connect(m_socket, &QTcpSocket::disconnected, this, [this] { drop(QStringLiteral("connection lost")); });
+        connect(m_socket, &QAbstractSocket::errorOccurred, this, [this](QAbstractSocket::SocketError e) {
+            if (e == QAbstractSocket::ConnectionRefusedError) drop(QStringLiteral("connection refused"));
+            else if (e == QAbstractSocket::RemoteHostClosedError) drop(QStringLiteral("connection lost"));
+            else drop(m_socket->errorString());
+        });
+        m_heartbeat.setInterval(m_settings.heartbeatIntervalMs);
+        connect(&m_heartbeat, &QTimer::timeout, this, [this] { send(sequenceFrame(FrameType::Heartbeat, m_shared->applied.load())); });
+        m_silence.setSingleShot(true);
+        m_silence.setInterval(m_settings.heartbeatTimeoutMs);
+        connect(&m_silence, &QTimer::timeout, this, [this] {
+            // Bytes the worker has not read yet (it paused for the applier) are not silence.
+            if (m_socket->bytesAvailable() > 0 || m_reader.buffered() > 0) m_silence.start();
+            else drop(QStringLiteral("heartbeat timeout"));
+        });
+        m_retry.setSingleShot(true);
+        connect(&m_retry, &QTimer::timeout, this, [this] { connectNow(); });
+        m_commands = new QSocketNotifier(m_shared->commands.descriptor(), QSocketNotifier::Read, this);
+        connect(m_commands, &QSocketNotifier::activated, this, [this] { takeCommands(); });
+        connectNow();
+    }
+
+private:
+    enum class Phase { Idle, AwaitWelcome, AwaitSnapshot, Snapshot, Stream, Halted };
+
+    void post(Event&& event)
+    {
+        event.generation = m_generation;
+        m_shared->events.post(std::move(event));
+    }
+    void postKind(Event::Kind kind, QString const& text = QString())
+    {
+        Event e;
+        e.kind = kind;
+        e.text = text;
+        post(std::move(e));
+    }
+
+    void connectNow()
+    {
+        if (m_stopped) return;
+        m_reader = FrameReader(m_settings.maxFrame);
+        m_phase = Phase::Idle;
+        m_connected = true;
+        postKind(Event::Connecting);
+        m_socket->connectToHost(m_host, m_port);
+        m_silence.start();
+    }
+
+    void onConnected()
+    {
+        QJsonObject hello{{QStringLiteral("protocol"), kProtocol}, {QStringLiteral("login"), m_login},
+                          {QStringLiteral("compression"), QJsonArray{QStringLiteral("zstd")}}};
+        {
+            // From here on, what an earlier connection delivered and was not
+            // applied yet is dropped; HELLO asks from what was.
+            std::lock_guard<std::mutex> lock(m_shared->handshake);
+            m_generation = ++m_shared->generation;
+            m_after = m_shared->after;
+            hello.insert(QStringLiteral("after"), double(m_shared->after));
+            hello.insert(QStringLiteral("day"), m_shared->day);
+            hello.insert(QStringLiteral("history"), m_shared->history);
+        }
+        m_shared->received = m_after;
+        send(jsonFrame(FrameType::Hello, hello));
+        m_phase = Phase::AwaitWelcome;
+        m_heartbeat.start();
+        m_silence.start();
+    }
+
+    void send(QByteArray const& bytes)
+    {
+        if (m_socket->state() != QAbstractSocket::ConnectedState) return;
+        m_socket->write(bytes);
+        if (m_socket->bytesToWrite() > m_settings.maxSendBuffer) drop(QStringLiteral("the server takes nothing of what is sent"));
+    }
+
+    void parse()
+    {
+        while (m_connected && m_phase != Phase::Halted && m_phase != Phase::Idle && m_shared->inFlight.load() < m_settings.readAhead) {
+            Frame frame;
+            if (!m_reader.next(frame)) {
+                if (!m_reader.error().isEmpty()) return drop(QStringLiteral("malformed frame: ") + m_reader.error());
+                qint64 const available = m_socket->bytesAvailable();
+                if (available <= 0) return;
+                m_reader.append(m_socket->read(qMin<qint64>(available, 4 * 1024 * 1024)));
+                continue;
+            }
+            handle(frame);
+        }
+    }
+
+    void malformed(QString const& what) { drop(QStringLiteral("malformed frame: ") + what); }
+
+    void handle(Frame const& frame)
+    {
+        QString error;
+        switch (frame.type) {
+        case FrameType::Heartbeat: {
+            quint64 last = 0;
+            if (!readSequence(frame.payload, last)) return malformed(QStringLiteral("a short HEARTBEAT"));
+            Event e;
+            e.kind = Event::ServerLast;
+            e.sequence = last;
+            return post(std::move(e));
+        }
+        case FrameType::Bye: {
+            QJsonObject const o = readJson(frame.payload, error);
+            return drop(error.isEmpty() ? o.value(QStringLiteral("reason")).toString() : QStringLiteral("the server ended the session"));
+        }
+        case FrameType::Error: {
+            QJsonObject const o = readJson(frame.payload, error);
+            QString const text = error.isEmpty() ? o.value(QStringLiteral("error")).toString() : QStringLiteral("refused by the server");
+            m_stopped = true;
+            postKind(Event::Refused, text);
+            return close();
+        }
+        default: break;
+        }
+        switch (m_phase) {
+        case Phase::AwaitWelcome:
+            if (frame.type != FrameType::Welcome) return malformed(QStringLiteral("%1 before WELCOME").arg(frameName(frame.type)));
+            return welcome(frame.payload);
+        case Phase::AwaitSnapshot:
+        case Phase::Stream:
+            if (frame.type == FrameType::SnapshotBegin) return snapshotBegin(frame.payload);
+            if (frame.type == FrameType::Batch && m_phase == Phase::Stream) return batch(frame.payload);
+            return malformed(QStringLiteral("%1 out of place").arg(frameName(frame.type)));
+        case Phase::Snapshot:
+            if (frame.type == FrameType::SnapshotData) return snapshotData(frame.payload);
+            if (frame.type == FrameType::SnapshotEnd) return snapshotEnd(frame.payload);
+            return malformed(QStringLiteral("%1 inside a snapshot").arg(frameName(frame.type)));
+        case Phase::Idle:
+        case Phase::Halted: return;
+        }
+    }
+
+    void welcome(QByteArray const& payload)
+    {
+        QString error;
+        QJsonObject const o = readJson(payload, error);
+        if (!error.isEmpty()) return malformed(QStringLiteral("WELCOME: ") + error);
+        if (o.value(QStringLiteral("protocol")).toInt() != kProtocol || !o.value(QStringLiteral("last")).isDouble() ||
+            !o.value(QStringLiteral("resume")).isBool() || !o.value(QStringLiteral("day")).isString() || !o.value(QStringLiteral("history")).isString())
+            return malformed(QStringLiteral("WELCOME lacks protocol, day, history, last or resume"));
+        Event e;
+        e.kind = Event::Welcome;
+        e.resume = o.value(QStringLiteral("resume")).toBool();
+        e.sequence = quint64(o.value(QStringLiteral("last")).toDouble());
+        e.day = o.value(QStringLiteral("day")).toString();
+        e.history = o.value(QStringLiteral("history")).toString();
+        if (e.resume && e.sequence < m_after) return malformed(QStringLiteral("WELCOME resumes from a sequence the server does not have"));
+        m_phase = e.resume ? Phase::Stream : Phase::AwaitSnapshot;
+        m_expected = m_after + 1;
+        m_day = e.day;
+        m_history = e.history;
+        post(std::move(e));
+    }
+
+    void snapshotBegin(QByteArray const& payload)
+    {
+        QString error;
+        QJsonObject const o = readJson(payload, error);
+        if (!error.isEmpty()) return malformed(QStringLiteral("SNAPSHOT_BEGIN: ") + error);
+        QString const compression = o.value(QStringLiteral("compression")).toString();
+        if (!o.value(QStringLiteral("seq")).isDouble() || !o.value(QStringLiteral("tables")).isDouble() || !o.value(QStringLiteral("bytes")).isDouble() ||
+            (compression != QLatin1String("zstd") && compression != QLatin1String("none")))
+            return malformed(QStringLiteral("SNAPSHOT_BEGIN lacks seq, tables, bytes or a known compression"));
+        m_snapshotSequence = quint64(o.value(QStringLiteral("seq")).toDouble());
+        m_snapshotTables = o.value(QStringLiteral("tables")).toInt();
+        m_snapshotBytes = qint64(o.value(QStringLiteral("bytes")).toDouble());
+        m_linesSeen = 0;
+        m_bytesSeen = 0;
+        m_text.clear();
+        m_decompressor.reset(compression == QLatin1String("zstd") ? new Decompressor : nullptr);
+        m_phase = Phase::Snapshot;
+        m_shared->received = m_snapshotSequence;
+        Event e;
+        e.kind = Event::SnapshotBegin;
+        e.sequence = m_snapshotSequence;
+        e.bytes = m_snapshotBytes;
+        post(std::move(e));
+    }
+
+    void snapshotData(QByteArray const& payload)
+    {
+        qint64 const limit = m_snapshotBytes - m_bytesSeen + m_text.size();
+        if (m_decompressor) {
+            QString error;
+            if (!m_decompressor->decompress(payload, m_text, limit, error)) return malformed(error);
+        } else {
+            if (m_text.size() + payload.size() > limit) return malformed(QStringLiteral("the snapshot is longer than it announced"));
+            m_text.append(payload);
+        }
+        int start = 0;
+        for (;;) {
+            int const end = m_text.indexOf('\n', start);
+            if (end < 0) break;
+            ++m_linesSeen;
+            if (m_linesSeen > m_snapshotTables) return malformed(QStringLiteral("the snapshot has more tables than it announced"));
+            m_bytesSeen += end + 1 - start;
+            QByteArray const line = QByteArray::fromRawData(m_text.constData() + start, end - start);
+            Event e;
+            e.sequence = m_snapshotSequence;
+            e.bytes = m_bytesSeen;
+            try {
+                e.batch = m_decoder.decode(line, QStringLiteral("snapshot %1, table %2").arg(m_snapshotSequence).arg(m_linesSeen));
+                e.kind = Event::SnapshotTable;
+            } catch (Exception const& x) {
+                e.kind = Event::Undecodable;
+                e.text = x.message();
+                m_phase = Phase::Halted;
+            }
+            ++m_shared->inFlight;
+            post(std::move(e));
+            start = end + 1;
+            if (m_phase == Phase::Halted) return;
+        }
+        m_text.remove(0, start);
+    }
+
+    void snapshotEnd(QByteArray const& payload)
+    {
+        QString error;
+        QJsonObject const o = readJson(payload, error);
+        if (!error.isEmpty()) return malformed(QStringLiteral("SNAPSHOT_END: ") + error);
+        if (quint64(o.value(QStringLiteral("seq")).toDouble()) != m_snapshotSequence || m_linesSeen != m_snapshotTables ||
+            m_bytesSeen != m_snapshotBytes || !m_text.isEmpty())
+            return malformed(QStringLiteral("the snapshot ended with %1 of %2 tables and %3 of %4 bytes")
+                                 .arg(m_linesSeen).arg(m_snapshotTables).arg(m_bytesSeen).arg(m_snapshotBytes));
+        m_decompressor.reset();
+        m_text = QByteArray();
+        m_phase = Phase::Stream;
+        m_expected = m_snapshotSequence + 1;
+        Event e;
+        e.kind = Event::SnapshotEnd;
+        e.sequence = m_snapshotSequence;
+        e.day = m_day;
+        e.history = m_history;
+        post(std::move(e));
+    }
+
+    void batch(QByteArray const& payload)
+    {
+        quint64 sequence = 0;
+        if (!readSequence(payload, sequence)) return malformed(QStringLiteral("a short BATCH"));
+        if (sequence != m_expected)
+            return drop(QStringLiteral("sequence gap: expected %1, got %2").arg(m_expected).arg(sequence));
+        ++m_expected;
+        m_shared->received = sequence;
+        Event e;
+        e.sequence = sequence;
+        try {
+            e.batch = m_decoder.decode(QByteArray::fromRawData(payload.constData() + 8, payload.size() - 8),
+                                       QStringLiteral("replication:%1").arg(sequence));
+            e.kind = Event::BatchArrived;
+        } catch (Exception const& x) {
+            e.kind = Event::Undecodable;
+            e.text = x.message();
+            m_phase = Phase::Halted;
+        }
+        ++m_shared->inFlight;
+        post(std::move(e));
+    }
+
+    void close()
+    {
+        m_connected = false;
+        m_phase = Phase::Idle;
+        m_heartbeat.stop();
+        m_silence.stop();
+        m_socket->blockSignals(true);
+        m_socket->abort();
+        m_socket->blockSignals(false);
+    }
+
+    // Closes the connection and tries again later. What it delivered in
+    // order stays good to apply until the next connection says where it
+    // resumes from.
+    void drop(QString const& why)
+    {
+        if (!m_connected) return;
+        close();
+        Event e;
+        e.kind = Event::Disconnected;
+        e.text = why;
+        post(std::move(e));
+        if (m_stopped) return;
+        int const ceiling = int(qMin<qint64>(m_settings.backoffMaxMs, qint64(m_settings.backoffFirstMs) << qMin(m_attempt, 20)));
+        int const delay = ceiling / 2 + int(QRandomGenerator::global()->bounded(ceiling / 2 + 1));
+        ++m_attempt;
+        m_retry.start(delay);
+    }
+
+    void takeCommands()
+    {
+        Command c;
+        while (m_shared->commands.take(c)) {
+            switch (c.kind) {
+            case Command::Quit:
+                m_stopped = true;
+                m_retry.stop();
+                if (m_socket) close();
+                QThread::currentThread()->quit();
+                return;
+            case Command::ReadMore:
+                if (m_socket) parse();
+                break;
+            case Command::CaughtUp: m_attempt = 0; break;
+            case Command::Reject:
+                m_stopped = true;
+                m_retry.stop();
+                if (m_socket && m_socket->state() == QAbstractSocket::ConnectedState) {
+                    m_socket->write(jsonFrame(FrameType::Rejected, QJsonObject{{QStringLiteral("seq"), double(c.sequence)},
+                                                                               {QStringLiteral("origin"), c.origin},
+                                                                               {QStringLiteral("reason"), c.reason}}));
+                    m_socket->flush();
+                    m_socket->waitForBytesWritten(1000);
+                }
+                if (m_socket) close();
+                break;
+            }
+        }
+    }
+
+    BatchDecoder m_decoder;
+    std::shared_ptr<Shared> m_shared;
+    Settings m_settings;
+    QString m_host;
+    quint16 m_port;
+    QString m_login;
+    QTcpSocket* m_socket = nullptr;
+    QSocketNotifier* m_commands = nullptr;
+    QTimer m_heartbeat, m_silence, m_retry;
+    FrameReader m_reader;
+    Phase m_phase = Phase::Idle;
+    quint64 m_generation = 0;
+    quint64 m_after = 0;
+    quint64 m_expected = 1;
+    QString m_day, m_history;
+    bool m_connected = false;
+    bool m_stopped = false;
+    int m_attempt = 0;
+
+    quint64 m_snapshotSequence = 0;
+    int m_snapshotTables = 0;
+    qint64 m_snapshotBytes = 0;
+    int m_linesSeen = 0;
+    qint64 m_bytesSeen = 0;
+    QByteArray m_text;
+    std::unique_ptr<Decompressor> m_decompressor;
+};
+
+ReplicationClient::ReplicationClient(Database* database, QObject* parent)
+    : QObject(parent), m_database(database), m_shared(std::make_shared<Shared>())
+{
+}
+
+ReplicationClient::~ReplicationClient() { stop(); }
+
+void ReplicationClient::setSettings(Settings const& settings) { m_settings = settings; }
+
+QString ReplicationClient::endpoint() const { return QStringLiteral("%1:%2").arg(m_host).arg(m_port); }
+
+void ReplicationClient::start(QString const& host, quint16 port, QString const& login)
+{
+    stop();
+    m_host = host;
+    m_port = port;
+    m_shared = std::make_shared<Shared>();
+    m_lastApplied = m_serverLast = 0;
+    m_day.clear();
+    m_history.clear();
+    m_everLive = false;
+    m_state = State::Disconnected;
+    m_notifier = new QSocketNotifier(m_shared->events.descriptor(), QSocketNotifier::Read, this);
+    connect(m_notifier, &QSocketNotifier::activated, this, &ReplicationClient::drain);
+    m_link.reset(new Link(*m_database, m_shared, m_settings, host, port, login));
+    m_thread = new QThread;
+    m_thread->setObjectName(QStringLiteral("replication"));
+    m_link->moveToThread(m_thread);
+    Link* link = m_link.get();
+    connect(m_thread, &QThread::started, link, [link] { link->begin(); }, Qt::DirectConnection);
+    m_thread->start();
+}
+
+void ReplicationClient::stop()
+{
+    if (!m_thread) return;
+    if (m_applying) {
+        // Called from a signal of a batch being applied: the worker may wait
+        // for the lock this thread holds, so it is joined once the batch is done.
+        m_stopRequested = true;
+        return;
+    }
+    m_shared->commands.post(Command{Command::Quit, 0, {}, {}});
+    m_thread->wait();
+    delete m_thread;
+    m_thread = nullptr;
+    m_link.reset();
+    delete m_notifier;
+    m_notifier = nullptr;
+}
+
+QString ReplicationClient::stateName(State state)
+{
+    switch (state) {
+    case State::Disconnected: return QStringLiteral("disconnected");
+    case State::Connecting: return QStringLiteral("connecting");
+    case State::LoadingSnapshot: return QStringLiteral("loading the snapshot");
+    case State::Behind: return QStringLiteral("behind");
+    case State::Live: return QStringLiteral("live");
+    case State::Stopped: return QStringLiteral("stopped");
+    }
+    return QString();
+}
+
+QString ReplicationClient::stateText() const
+{
+    switch (m_state) {
+    case State::Disconnected:
+        if (!m_since) return QStringLiteral("disconnected");
+        return QStringLiteral("disconnected since %1: %2").arg(QDateTime::fromMSecsSinceEpoch(m_since).toString(QStringLiteral("HH:mm:ss")), m_reason);
+    case State::Connecting: return QStringLiteral("connecting to %1").arg(endpoint());
+    case State::LoadingSnapshot: return QStringLiteral("loading the snapshot at sequence %1").arg(m_snapshotSequence);
+    case State::Behind: return QStringLiteral("behind by %1 batches").arg(lag());
+    case State::Live: return QStringLiteral("live at sequence %1").arg(m_lastApplied);
+    case State::Stopped: return QStringLiteral("stopped: %1").arg(m_reason);
+    }
+    return QString();
+}
+
+void ReplicationClient::setState(State state, QString const& reason)
+{
+    if (state == m_state && reason == m_reason) return;
+    m_state = state;
+    m_reason = reason;
+    if (state == State::Disconnected) m_since = QDateTime::currentMSecsSinceEpoch();
+    emit stateChanged(state, stateText());
+}
+
+void ReplicationClient::drain()
+{
+    QPointer<ReplicationClient> alive(this);
+    QElapsedTimer slice;
+    slice.start();
+    std::shared_ptr<Shared> const shared = m_shared;   // stop() from a slot replaces it
+    Event event;
+    while (shared->events.take(event)) {
+        handle(event);
+        if (!alive || shared != m_shared) return;
+        if (m_stopRequested) {
+            m_stopRequested = false;
+            stop();
+            return;
+        }
+        if (slice.elapsed() >= m_settings.applySliceMs) return;   // the descriptor stays ready: more next turn
+    }
+}
+
+void ReplicationClient::handle(Event& e)
+{
+    bool const carriesBatch = e.kind == Event::SnapshotTable || e.kind == Event::BatchArrived || e.kind == Event::Undecodable;
+    if (carriesBatch) {
+        int const left = --m_shared->inFlight;
+        if (left == m_settings.readAhead / 2) m_shared->commands.post(Command{Command::ReadMore, 0, {}, {}});
+    }
+    if (m_state == State::Stopped) return;
+    switch (e.kind) {
+    case Event::Connecting: setState(State::Connecting); return;
+    case Event::Disconnected: setState(State::Disconnected, e.text); return;
+    case Event::Refused: setState(State::Stopped, e.text); return;
+    default: break;
+    }
+    std::unique_lock<std::mutex> lock(m_shared->handshake);
+    if (e.generation != m_shared->generation) return;   // from a connection since closed
+    switch (e.kind) {
+    case Event::Welcome:
+        m_serverLast = e.sequence;
+        lock.unlock();
+        if (e.resume) evaluate();
+        return;
+    case Event::ServerLast:
+        m_serverLast = qMax(m_serverLast, e.sequence);
+        lock.unlock();
+        evaluate();
+        return;
+    case Event::SnapshotBegin:
+        // The tables are being replaced: until the end, there is nothing to resume from.
+        m_shared->after = 0;
+        m_shared->day.clear();
+        m_shared->history.clear();
+        m_snapshotSequence = e.sequence;
+        m_snapshotBytes = e.bytes;
+        lock.unlock();
+        setState(State::LoadingSnapshot);
+        emit snapshotProgress(0, e.bytes);
+        return;
+    case Event::SnapshotTable: {
+        QString const refused = applyBatch(e, lock);
+        if (!refused.isEmpty()) return reject(e.sequence, refused);
+        emit snapshotProgress(e.bytes, m_snapshotBytes);
+        return;
+    }
+    case Event::SnapshotEnd:
+        m_shared->after = e.sequence;
+        m_shared->day = e.day;
+        m_shared->history = e.history;
+        m_shared->applied = e.sequence;
+        m_lastApplied = e.sequence;
+        m_day = e.day;
+        m_history = e.history;
+        m_serverLast = qMax(m_serverLast, e.sequence);
+        lock.unlock();
+        emit snapshotLoaded(e.sequence);
+        evaluate();
+        return;
+    case Event::BatchArrived: {
+        if (e.sequence != m_lastApplied + 1) {
+            lock.unlock();
+            reject(e.sequence, QStringLiteral("replication:%1: out of order after %2").arg(e.sequence).arg(m_lastApplied));
+            return;
+        }
+        m_shared->applied = e.sequence;   // before: a heartbeat may say so while the batch applies
+        QString const refused = applyBatch(e, lock);
+        if (!refused.isEmpty()) return reject(e.sequence, refused);
+        m_lastApplied = e.sequence;
+        emit batchApplied(e.sequence, e.batch.table ? e.batch.table->name() : QString());
+        evaluate();
+        return;
+    }
+    case Event::Undecodable:
+        lock.unlock();
+        reject(e.sequence, e.text);
+        return;
+    default: return;
+    }
+}
+
+// Applies under the handshake lock, so that a HELLO never asks from a
+// position a batch is half-way to; the lock is released before anything is
+// signalled. Gives the database's refusal, or an empty string.
+QString ReplicationClient::applyBatch(Event& e, std::unique_lock<std::mutex>& lock)
+{
+    QString hookFailure;
+    ++m_applying;
+    try {
+        m_database->apply(e.batch);
+    } catch (HookFailure const& failure) {
+        hookFailure = failure.message();
+    } catch (Exception const& x) {
+        m_shared->applied = m_lastApplied;
+        --m_applying;
+        lock.unlock();
+        return x.message();
+    }
+    --m_applying;
+    if (e.kind == Event::BatchArrived) m_shared->after = e.sequence;
+    lock.unlock();
+    if (!hookFailure.isEmpty()) emit indexFailed(hookFailure);
+    return QString();
+}
+
+void ReplicationClient::reject(quint64 sequence, QString const& message)
+{
+    m_shared->commands.post(Command{Command::Reject, sequence, QStringLiteral("replication:%1").arg(sequence), message});
+    setState(State::Stopped, message);
+}
+
+void ReplicationClient::evaluate()
+{
+    if (m_state == State::Stopped || m_state == State::Disconnected) return;
+    quint64 const top = qMax(m_serverLast, m_shared->received.load());
+    m_serverLast = top;
+    quint64 const behind = top > m_lastApplied ? top - m_lastApplied : 0;
+    if (behind == 0) {
+        if (m_state != State::Live) {
+            m_everLive = true;
+            m_shared->commands.post(Command{Command::CaughtUp, 0, {}, {}});
+            setState(State::Live);
+        }
+    } else if (m_state != State::Live || behind > quint64(m_settings.behindTolerance)) {
+        if (m_state != State::Behind) setState(State::Behind);
+    }
+}
