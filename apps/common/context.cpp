@@ -61,11 +61,30 @@ bool readTerminalContext(QString const& path, TerminalContext& context, QString&
             QString why = loginProblem(it.value().toString());
             if (!why.isEmpty()) return refuse(QStringLiteral("'login': ") + why);
             context.login = it.value().toString();
+        } else if (key == QLatin1String("day")) {
+            static QRegularExpression const shape(QStringLiteral("^[0-9A-Za-z._-]{1,32}$"));
+            if (!it.value().isString() || !shape.match(it.value().toString()).hasMatch())
+                return refuse(QStringLiteral("'day' needs 1 to 32 letters, digits, '.', '_' or '-'"));
+            context.day = it.value().toString();
         } else {
             return refuse(QStringLiteral("unknown key '%1'").arg(key));
         }
     }
+    if (context.day.isEmpty() && context.hasNow) context.day = formatMoment(context.now).left(10);
     return true;
+}
+
+QString parseEndpoint(QString const& text, QString& host, quint16& port, bool anyPort)
+{
+    int const colon = text.lastIndexOf(QLatin1Char(':'));
+    bool ok = false;
+    uint const number = colon > 0 ? text.mid(colon + 1).toUInt(&ok) : 0;
+    if (colon <= 0 || !ok || number > 65535 || (number == 0 && !anyPort))
+        return QStringLiteral("'%1' is not HOST:PORT").arg(text);
+    host = text.left(colon);
+    if (host.startsWith(QLatin1Char('[')) && host.endsWith(QLatin1Char(']'))) host = host.mid(1, host.size() - 2);
+    port = quint16(number);
+    return QString();
 }
 
 } // namespace apps

@@ -12,11 +12,15 @@ struct TerminalContext
     bool hasNow = false;
     qint64 now = 0;     // milliseconds of the exchange's wall clock, read as UTC
     QString login;      // empty: none given
+    QString day;        // the trading day's id: "day", else the date of "now"; empty: neither
 };
 
 // Reads `path`. A missing file gives an empty context; a malformed one gives
 // false and `error` naming the file and what is wrong.
 bool readTerminalContext(QString const& path, TerminalContext& context, QString& error);
+
+// "HOST:PORT" with a port from 1 (0 too when `anyPort`) to 65535. Gives why not, or an empty string.
+QString parseEndpoint(QString const& text, QString& host, quint16& port, bool anyPort = false);
 
 // "yyyy-MM-dd HH:mm:ss", a real date and time, and nothing else.
 bool parseMoment(QString const& text, qint64& msecs);

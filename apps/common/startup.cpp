@@ -53,15 +53,19 @@ CommonOptions::CommonOptions(QCommandLineParser& parser, QString const& dataRoot
       m_as(QStringLiteral("as"), QStringLiteral("The terminal user's login, the core's current login (default: the login in terminal.json)."),
            QStringLiteral("login")),
       m_lang(QStringLiteral("lang"), QStringLiteral("Language of the library's texts: ru or en (default: ru in a Russian locale, else en)."),
-             QStringLiteral("ru|en"))
+             QStringLiteral("ru|en")),
+      m_connect(QStringLiteral("connect"),
+                QStringLiteral("Follow the exchange at HOST:PORT (directory-exchange) instead of loading the folder's files; the schema is still read here."),
+                QStringLiteral("host:port"))
 {
-    parser.addOptions({m_data, m_schema, m_replay, m_log, m_pace, m_now, m_as, m_lang});
+    parser.addOptions({m_data, m_schema, m_log, m_pace, m_now, m_as, m_lang});
+    if (replay != Replay::Served) parser.addOptions({m_replay, m_connect});
 }
 
 QString CommonOptions::dataFile(QString const& name) const { return QDir(m_parser.value(m_data)).filePath(name); }
 QString CommonOptions::schema() const { return m_parser.value(m_schema); }
 QString CommonOptions::snapshot() const { return dataFile(QStringLiteral("snapshot.jsonl")); }
-bool CommonOptions::replay() const { return m_parser.isSet(m_replay); }
+bool CommonOptions::replay() const { return m_use == Replay::Served || m_parser.isSet(m_replay); }
 
 QString CommonOptions::log() const
 {
@@ -98,7 +102,15 @@ QString CommonOptions::check()
         }
     }
 
-    for (QString const& file : {schema(), snapshot(), log()})
+    if (m_use != Replay::Served && m_parser.isSet(m_connect)) {
+        QString const why = parseEndpoint(m_parser.value(m_connect), m_host, m_port);
+        if (!why.isEmpty()) return QStringLiteral("--connect: ") + why;
+        if (m_parser.isSet(m_replay) || m_parser.isSet(m_log))
+            return QStringLiteral("--connect follows the exchange's own day: no --replay or --log with it");
+    }
+    QStringList files{schema()};
+    if (!connects()) files << snapshot() << log();
+    for (QString const& file : files)
         if (!file.isEmpty() && !QFileInfo(file).isFile()) return QStringLiteral("%1: no such file").arg(file);
 
     // The moment and the user come from the command line, else from the market's own folder.

@@ -24,8 +24,9 @@ QString exitStatusHelp(QList<ExitStatus> const& statuses);
 // build tree; `fromBinary` is the relative path from the program's folder.
 QString dataRoot(char const* fromBinary);
 
-// The options both programs take: --data, --schema, --replay, --log, --pace,
-// --now, --as and --lang. The object lives as long as the program: it holds
+// The options every program takes: --data, --schema, --replay (not the
+// exchange's), --log, --pace, --now, --as and --lang; the terminal's and the
+// console's also --connect. The object lives as long as the program: it holds
 // the installed translation.
 class CommonOptions
 {
@@ -34,6 +35,7 @@ public:
     enum class Replay {
         AfterSnapshot,   // replayed right after the snapshot, only when asked
         OnDemand,        // offered for replay, started at once with --replay
+        Served,          // played to the exchange's clients, always
     };
 
     // Adds the options to the parser (before it processes the arguments);
@@ -50,6 +52,10 @@ public:
     QString log() const;                    // empty: nothing to replay
     QString dataFile(QString const& name) const;   // a file of the market folder
     bool replay() const;
+    // --connect HOST:PORT (not for Served): the market comes from an exchange, not from files.
+    bool connects() const { return !m_host.isEmpty(); }
+    QString const& host() const { return m_host; }
+    quint16 port() const { return m_port; }
     int pace() const { return m_paceMs; }
     QString const& language() const { return m_language; }
     TerminalContext const& context() const { return m_context; }
@@ -62,11 +68,13 @@ private:
     QCommandLineParser& m_parser;
     QString m_root;
     Replay m_use;
-    QCommandLineOption m_data, m_schema, m_replay, m_log, m_pace, m_now, m_as, m_lang;
+    QCommandLineOption m_data, m_schema, m_replay, m_log, m_pace, m_now, m_as, m_lang, m_connect;
     QTranslator m_translator;
     TerminalContext m_context;
     QString m_language;
     int m_paceMs = 0;
+    QString m_host;
+    quint16 m_port = 0;
 };
 
 } // namespace apps

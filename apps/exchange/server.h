@@ -1,0 +1,99 @@
+#pragma once
+#include "journal.h"
+
+#include <database/replication.h>
+
+#include <QHostAddress>
+#include <QObject>
+#include <QString>
+#include <memory>
+#include <vector>
+
+class Database;
+struct Batch;
+class QTcpServer;
+
+namespace exchange {
+
+class Session;
+
+// The exchange's side of the replication sessions (docs/replication.md):
+// every batch its database applies (from the day's log, or from a
+// transaction its gateway accepted) gets the next sequence, goes to the
+// journal, then to every session. Lives on the database's updating thread.
+class ReplicationServer : public QObject
+{
+    Q_OBJECT
+public:
+    struct Settings
+    {
+        int heartbeatIntervalMs = 1000;
+        int heartbeatTimeoutMs = 5000;
+        qint64 maxFrame = replication::kDefaultMaxFrame;
+        // Batches a session may be behind, in bytes, before it is too slow.
+        qint64 maxSendBuffer = 64 * 1024 * 1024;
+    };
+
+    // `database` holds the market folder's snapshot (sequence 0); `day` is
+    // its trading day. From here on, each batch the database applies is
+    // served.
+    ReplicationServer(Database* database, QString const& day, QObject* parent = nullptr);
+    // Before listen().
+    void setSettings(Settings const& settings) { m_settings = settings; }
+    ~ReplicationServer() override;
+
+    // Opens the journal and applies the batches it holds of this day.
+    // Gives the last log line among them (0: none). Throws a text naming
+    // the file, or the database's refusal, before anything is served.
+    int openJournal(QString const& path);
+
+    // Plays one batch of the day's log, from its line `logLine`, into the
+    // database (and so to everyone). Throws the database's refusal.
+    void applyLogBatch(Batch const& batch, int logLine);
+
+    bool listen(QHostAddress const& address, quint16 port, QString& error);
+    quint16 port() const;
+
+    // BYE with `reason` to every session, then closes them and stops listening.
+    void shutdown(QString const& reason);
+
+    QString const& day() const { return m_day; }
+    QString const& history() const { return m_history; }
+    quint64 lastSequence() const { return m_lines.size(); }
+    int sessionCount() const { return int(m_sessions.size()); }
+    Settings const& settings() const { return m_settings; }
+
+signals:
+    void sessionOpened(QString const& peer, QString const& login, bool resumed, quint64 from);
+    void sessionClosed(QString const& peer, QString const& why);
+    void batchRejected(QString const& peer, quint64 sequence, QString const& origin, QString const& reason);
+    // The journal refused a batch: every session was told the exchange stops.
+    void journalFailed(QString const& why);
+
+private:
+    friend class Session;
+    struct Snapshot;
+    void served(Batch const& batch);
+    std::shared_ptr<Snapshot const> snapshot(bool compressed);
+    QByteArray const& line(quint64 sequence) const { return m_lines[sequence - 1]; }
+    qint64 bytesAfter(quint64 sequence) const { return m_total - m_offsets[sequence]; }
+    void closed(Session* session, QString const& why);
+
+    Database* m_database;
+    QString m_day;
+    QString m_history;
+    Settings m_settings;
+    std::unique_ptr<Journal> m_journal;
+    QTcpServer* m_server = nullptr;
+    std::vector<Session*> m_sessions;
+    std::vector<QByteArray> m_lines;       // batch N at N - 1
+    std::vector<qint64> m_offsets{0};      // bytes of batches 1..N
+    qint64 m_total = 0;
+    // Where the batch being applied came from, for the journal: set around
+    // the log's own batches; anything else is the exchange's.
+    QString m_pendingSource;
+    bool m_replaying = false;   // the journal's own batches are not journalled again
+    std::shared_ptr<Snapshot> m_snapshots[2];
+};
+
+} // namespace exchange
