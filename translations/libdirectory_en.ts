@@ -1452,6 +1452,21 @@ p, li { white-space: pre-wrap; }
             <source>Рынок загружен: %1 пакетов из %2</source>
             <translation>Market loaded: %1 batches from %2</translation>
         </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="1" />
+            <source>Биржа %1: %2 · последовательность %3 · отставание %4</source>
+            <translation>Exchange %1: %2 · sequence %3 · lag %4</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="1" />
+            <source>Репликация остановлена</source>
+            <translation>Replication stopped</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="1" />
+            <source>Рынок загружен с биржи %1</source>
+            <translation>Market loaded from the exchange %1</translation>
+        </message>
     </context>
     <context>
         <name>TradingPath</name>

@@ -14,10 +14,12 @@
 #include <core/defaultcore.h>
 #include <database/database.h>
 #include <database/exception.h>
+#include <database/replicationclient.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QThread>
 
 using namespace console;
@@ -88,6 +90,62 @@ void load(Database* db, CommonOptions const& common, bool quiet, bool every, Sig
     out().flush();
 }
 
+// Follows the exchange at --connect: the snapshot, then each batch as it
+// comes, listed as a replay's are. With `untilLive`, returns once caught up;
+// else follows until the exchange stops the client. Throws why it stopped.
+void follow(Database* db, CommonOptions const& common, bool quiet, bool every, bool untilLive, SignalLog& signalLog)
+{
+    db->loadSchema(common.schema());
+    QList<QObject*> const boundAtStart = bindDirectories(db, DirectoryClass::AtStart);
+    ReplicationClient client(db);
+    QEventLoop loop;
+    QString stoppedWhy;
+    bool bound = false;
+    QObject::connect(&client, &ReplicationClient::stateChanged, [&](ReplicationClient::State state, QString const& text) {
+        if (!quiet) {
+            Progress::clearLine();
+            out() << "replication: " << text << "\n";
+            out().flush();
+        }
+        if (state == ReplicationClient::State::Stopped) {
+            stoppedWhy = client.reason();
+            loop.quit();
+        } else if (state == ReplicationClient::State::Live && untilLive) {
+            loop.quit();
+        }
+    });
+    QObject::connect(&client, &ReplicationClient::snapshotLoaded, [&](quint64 sequence) {
+        deliverQueuedNotifications();
+        int rows = 0;
+        for (QString const& name : db->tableNames()) rows += db->table(name)->rowCount();
+        out() << "Loaded the snapshot of " << client.endpoint() << " at sequence " << sequence << ": " << rows << " rows in "
+              << db->tableNames().size() << " tables\n";
+        out().flush();
+        if (bound) return;
+        // As after a file's snapshot: the views' directories build from full tables.
+        bound = true;
+        QList<QObject*> const watched = bindDirectories(db, DirectoryClass::AfterLoading);
+        for (QObject* d : watched + boundAtStart) signalLog.watch(d);
+        deliverQueuedNotifications();
+        signalLog.take();
+    });
+    QObject::connect(&client, &ReplicationClient::batchApplied, [&](quint64 sequence, QString const& table) {
+        deliverQueuedNotifications();
+        QString const signalled = signalLog.take();
+        if (!quiet && (every || !signalled.isEmpty()))
+            out() << QStringLiteral("batch %1 %2: ").arg(sequence, 4).arg(table, -32)
+                  << (signalled.isEmpty() ? QStringLiteral("(none)") : signalled) << "\n";
+        out().flush();
+    });
+    QObject::connect(&client, &ReplicationClient::indexFailed, [](QString const& message) {
+        QTextStream(stderr) << "directory-console: " << printable(message) << "\n";
+    });
+    client.start(common.host(), common.port(), common.context().login.isEmpty() ? QStringLiteral("console") : common.context().login);
+    loop.exec();
+    client.stop();
+    if (!stoppedWhy.isEmpty()) throw QStringLiteral("the replication stopped: ") + stoppedWhy;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -104,13 +162,16 @@ int main(int argc, char** argv)
     CommonOptions common(parser, dataRoot(DIRECTORY_DATA_FROM_BINARY), CommonOptions::Replay::AfterSnapshot);
     QCommandLineOption const every(QStringLiteral("every-batch"), QStringLiteral("List every replayed batch, also those no directory signalled for."));
     QCommandLineOption const quiet(QStringLiteral("quiet"), QStringLiteral("Neither list replayed batches nor show progress."));
-    parser.addOptions({every, quiet});
+    QCommandLineOption const untilLive(QStringLiteral("until-live"),
+                                       QStringLiteral("With --connect: stop following once caught up with the exchange, answer the lookups and end."));
+    parser.addOptions({every, quiet, untilLive});
     Commands const commands = consoleCommands();
     for (auto const& command : commands) command->addOptions(parser);
     parser.process(app);
 
     QString problem = common.check();
     if (problem.isEmpty()) problem = checkCommands(commands, parser);
+    if (problem.isEmpty() && parser.isSet(untilLive) && !common.connects()) problem = QStringLiteral("--until-live needs --connect");
     if (!problem.isEmpty()) return fail(problem);
 
     DefaultCore& core = common.startCore();
@@ -126,7 +187,10 @@ int main(int argc, char** argv)
     RunContext run{parser, core, common.dataFile(QStringLiteral("templates.json")), signalLog, out()};
     int status = Done;
     try {
-        load(core.database(), common, parser.isSet(quiet), parser.isSet(every), signalLog);
+        if (common.connects())
+            follow(core.database(), common, parser.isSet(quiet), parser.isSet(every), parser.isSet(untilLive), signalLog);
+        else
+            load(core.database(), common, parser.isSet(quiet), parser.isSet(every), signalLog);
         for (auto const& command : commands) {
             int const ran = command->run(run);
             if (ran != Done) status = ran;

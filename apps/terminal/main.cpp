@@ -67,7 +67,9 @@ int main(int argc, char** argv)
     if (QFileInfo(templates).isFile() && !core.transactions()->loadTemplates(templates, error)) return refuse(error);
     SimulatedGateway exchange(&core);
     exchange.plugInto(core.transactions());
-    TerminalWindow window({common.snapshot(), common.log(), common.replay(), common.pace()}, core);
+    TerminalWindow window({common.snapshot(), common.log(), common.replay(), common.pace(), common.host(), common.port(),
+                           common.context().login.isEmpty() ? QStringLiteral("terminal") : common.context().login},
+                          core);
     window.show();
     window.loadMarket();
     return app.exec();

@@ -82,6 +82,9 @@ void NotificationsPanel::add(QString const& notificationText)
     QString shown = rich ? n.message : QTextDocumentFragment::fromHtml(n.message).toPlainText();
     shown.remove(QChar::ObjectReplacementCharacter);   // where an image tag stood
     Entry entry{n.kind, shown, n.link, rich};
+    if (m_skipRepeats)
+        for (Entry const& e : qAsConst(m_entries))
+            if (e.kind == entry.kind && e.message == entry.message && e.link == entry.link) return;
     int const row = m_entries.size();
     m_entries.append(entry);
 

@@ -47,6 +47,9 @@ public:
     QVector<Entry> const& entries() const { return m_entries; }
     // Follows the link of entry `row`, as a click on it does.
     void follow(int row);
+    // While the market is loaded again (a resynchronisation), a notification
+    // identical to one already shown (kind, text and link) is not shown again.
+    void setSkipRepeats(bool skip) { m_skipRepeats = skip; }
 
 public slots:
     void add(QString const& notificationText);
@@ -59,6 +62,7 @@ signals:
 private:
     QListWidget* m_list;
     QVector<Entry> m_entries;
+    bool m_skipRepeats = false;
 };
 
 // The details of a quasi-deal from its notification's link, beside the row

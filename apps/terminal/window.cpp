@@ -17,6 +17,9 @@
 #include <QDockWidget>
 #include <QFileInfo>
 #include <QMessageBox>
+#include <database/replicationclient.h>
+
+#include <QLabel>
 #include <QProgressDialog>
 #include <QStatusBar>
 #include <QTabWidget>
@@ -73,6 +76,10 @@ TerminalWindow::TerminalWindow(TerminalOptions const& options, DefaultCore& core
     bar->setMovable(false);
     bar->addWidget(m_replay);
     statusBar()->showMessage(tr("Загрузка рынка…"));
+    if (!options.host.isEmpty()) {
+        bar->hide();
+        followExchange(db);
+    }
 
     connect(m_market, &MarketView::securityChosen, m_ticket, &OrderTicket::setSecurity);
     connect(m_optionBoard, &OptionBoardView::optionChosen, m_ticket, &OrderTicket::setSecurity);
@@ -117,12 +124,62 @@ TerminalWindow::TerminalWindow(TerminalOptions const& options, DefaultCore& core
 TerminalWindow::~TerminalWindow()
 {
     // Stop the readers before the views they feed go.
+    if (m_replication) m_replication->stop();
     m_logPlayer->stop();
     m_snapshotPlayer->stop();
 }
 
+// The market from the exchange: the replay controls go, a status line
+// tells the connection's state, the sequence applied and the lag.
+void TerminalWindow::followExchange(Database* db)
+{
+    m_replication = new ReplicationClient(db, this);
+    m_connectionStatus = new QLabel;
+    m_connectionStatus->setTextFormat(Qt::PlainText);
+    m_connectionStatus->setObjectName(QStringLiteral("connectionStatus"));
+    statusBar()->addPermanentWidget(m_connectionStatus);
+    // Redrawn at most every 200 ms: a live day changes the sequence far more often.
+    auto* redraw = new QTimer(this);
+    redraw->setSingleShot(true);
+    redraw->setInterval(200);
+    connect(redraw, &QTimer::timeout, this, [this] {
+        ReplicationClient::State const state = m_replication->state();
+        QString shown = ReplicationClient::stateName(state);
+        if (state == ReplicationClient::State::Disconnected || state == ReplicationClient::State::Stopped)
+            shown = m_replication->stateText();
+        m_connectionStatus->setText(tr("Биржа %1: %2 · последовательность %3 · отставание %4")
+                                        .arg(m_replication->endpoint(), shown)
+                                        .arg(m_replication->lastApplied())
+                                        .arg(m_replication->lag()));
+    });
+    auto update = [redraw] { if (!redraw->isActive()) redraw->start(); };
+    connect(m_replication, &ReplicationClient::stateChanged, this, [this, update](ReplicationClient::State state, QString const& text) {
+        update();
+        // A snapshot after the first one loads the market again: what it raises
+        // again (password warnings, stream openings) is already on the screen.
+        if (state == ReplicationClient::State::LoadingSnapshot) m_notifications->setSkipRepeats(m_loaded);
+        if (state == ReplicationClient::State::Stopped) reportError(tr("Репликация остановлена"), text);
+    });
+    connect(m_replication, &ReplicationClient::batchApplied, this, update);
+    connect(m_replication, &ReplicationClient::snapshotLoaded, this, [this, update] {
+        update();
+        m_notifications->setSkipRepeats(false);
+        if (m_loaded) return;
+        m_loaded = true;
+        statusBar()->showMessage(tr("Рынок загружен с биржи %1").arg(m_replication->endpoint()));
+        emit marketLoaded();
+    });
+    connect(m_replication, &ReplicationClient::indexFailed, this,
+            [this](QString const& message) { reportError(tr("Ошибка обработки пакета"), message); });
+    update();
+}
+
 void TerminalWindow::loadMarket()
 {
+    if (m_replication) {
+        m_replication->start(m_options.host, m_options.port, m_options.login);
+        return;
+    }
     QString error;
     if (!m_snapshotPlayer->start(m_options.snapshot, error)) {
         reportError(tr("Ошибка загрузки рынка"), error);

@@ -10,7 +10,9 @@ class NotificationsPanel;
 class OptionBoardView;
 class OrderTicket;
 class OrdersView;
+class QLabel;
 class QTabWidget;
+class ReplicationClient;
 class ReplayPanel;
 class TradingPath;
 struct NotificationLink;
@@ -22,6 +24,10 @@ struct TerminalOptions
     QString log;           // replayed on demand; empty: none
     bool replay = false;   // start replaying as soon as the snapshot is in
     int pace = 0;          // milliseconds between replayed batches
+    // Set: the market comes from the exchange at host:port instead (no replay).
+    QString host;
+    quint16 port = 0;
+    QString login;
 };
 
 // The demo terminal's main window over the library's directories. The
@@ -51,6 +57,10 @@ public:
     FeedPlayer* snapshotPlayer() const { return m_snapshotPlayer; }
     FeedPlayer* logPlayer() const { return m_logPlayer; }
     TradingPath* trading() const { return m_trading; }
+    // Following an exchange: the client, and the status line that shows its
+    // state, sequence and lag. Null when the market comes from files.
+    ReplicationClient* replication() const { return m_replication; }
+    QLabel* connectionStatus() const { return m_connectionStatus; }
     QTabWidget* tabs() const { return m_tabs; }
     // Every error shown so far, oldest first.
     QStringList const& errors() const { return m_errors; }
@@ -64,6 +74,7 @@ signals:
     void errorReported(QString const& message);
 
 private:
+    void followExchange(class Database* db);
     void openStreamTicket(int stock, int board, long long secId, long long streamId);
     void showDeal(NotificationLink const& deal);
 
@@ -77,6 +88,8 @@ private:
     AccountPanel* m_accounts;
     NotificationsPanel* m_notifications;
     ReplayPanel* m_replay;
+    ReplicationClient* m_replication = nullptr;
+    QLabel* m_connectionStatus = nullptr;
     TradingPath* m_trading;
     QTabWidget* m_tabs;
     QStringList m_errors;
