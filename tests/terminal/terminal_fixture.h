@@ -33,8 +33,9 @@
 QString const kMarket = QStringLiteral(MARKET_DIR);
 
 // The terminal as main() sets it up: the market's moment and user, the
-// schema, the directories bound at start, the window, then the snapshot.
-inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/replication.jsonl")
+// schema, the directories bound at start, the window, then the snapshot
+// (from the files, or from the exchange on `exchangePort` of 127.0.0.1).
+inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/replication.jsonl", quint16 exchangePort = 0)
 {
     apps::TerminalContext context;
     QString error;
@@ -51,6 +52,11 @@ inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket
     TerminalOptions options;
     options.snapshot = kMarket + "/snapshot.jsonl";
     options.log = log;
+    if (exchangePort) {
+        options.host = QStringLiteral("127.0.0.1");
+        options.port = exchangePort;
+        options.login = context.login;
+    }
     auto window = std::make_unique<TerminalWindow>(options, *DefaultCore::global());
     window->show();
     QSignalSpy loaded(window.get(), &TerminalWindow::marketLoaded);

@@ -7,9 +7,13 @@
 #include "trading.h"
 
 #include <confirmationdialog.h>
+#include <database/batchreader.h>
+#include <database/replicationclient.h>
+#include <server.h>
 #include <gateway/simulatedgateway.h>
 
 #include <QFile>
+#include <QStatusBar>
 #include <QLabel>
 #include <cmath>
 
@@ -341,4 +345,45 @@ TEST(TerminalThreads, ConfirmedOrdersBecomeRowsAndCancelsWithdrawThemADeclinedOn
     QTRY_VERIFY_WITH_TIMEOUT(ticket->outcome().contains(QString::fromUtf8("отвергнута")), 5000);
     EXPECT_TRUE(ticket->outcome().contains("ZZ99999")) << ticket->outcome().toStdString();
     EXPECT_EQ(exchange.lastOrderId(), placed.last());
+}
+
+// Connected to an exchange (in this process, on 127.0.0.1): the market
+// comes from its snapshot and then batch by batch; the replay controls are
+// gone and the status line says where the terminal stands.
+TEST(TerminalThreads, FollowsTheExchangeLiveWithAStatusLineAndNoReplayControls)
+{
+    Database exchangeDb;
+    exchangeDb.loadSchema(QStringLiteral(SCHEMA_FILE));
+    exchangeDb.loadFileAtomically(kMarket + "/snapshot.jsonl");
+    exchange::ReplicationServer server(&exchangeDb, QStringLiteral("2026-11-20"));
+    QString error;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost, 0, error)) << error.toStdString();
+    BatchReader log(exchangeDb, kMarket + "/replication.jsonl");
+    auto play = [&](int n) {
+        BatchReader::Item item;
+        for (int i = 0; i < n && log.next(item); ++i) server.applyLogBatch(item.batch, i + 1);
+    };
+    play(20);
+
+    auto window = openTerminal(QString(), server.port());
+    ASSERT_TRUE(window->isMarketLoaded());
+    ReplicationClient* client = window->replication();
+    ASSERT_NE(client, nullptr);
+    EXPECT_FALSE(window->replay()->isVisible());
+    play(40);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return client->state() == ReplicationClient::State::Live && client->lastApplied() == 60; }, 20000))
+        << client->stateText().toStdString();
+    QTest::qWait(300);   // the status line is redrawn at most every 200 ms
+    QString const status = window->connectionStatus()->text();
+    EXPECT_TRUE(status.contains(": live · ") && status.contains(" 60 · ")) << status.toStdString();
+    EXPECT_TRUE(status.contains("127.0.0.1:" + QString::number(server.port()))) << status.toStdString();
+    // The views show the exchange's rows, as after loading its files.
+    EXPECT_EQ(window->market()->model()->rowCount(), exchangeDb.table("securities")->rowCount());
+    EXPECT_TRUE(window->errors().isEmpty()) << window->errors().join("\n").toStdString();
+
+    QString const out = qEnvironmentVariable("TERMINAL_STATUS_SCREENSHOT");
+    if (!out.isEmpty()) {
+        QPixmap const shot = window->statusBar()->grab();
+        EXPECT_TRUE(shot.save(out, "PNG")) << out.toStdString();
+    }
 }

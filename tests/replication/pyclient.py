@@ -1,0 +1,359 @@
+#!/usr/bin/env python3
+"""A minimal replication client, written from replication.md and data-format.md alone.
+
+It takes a snapshot (asking for no compression), follows the BATCH stream into
+in-memory tables keyed by each table's master key, and exits 0 once live,
+printing the row count of every table. With --expect-snapshot/--expect-log it
+also loads those files into a second set of tables and compares the two.
+Any refusal (ERROR, BYE, gap, malformed frame, timeout) prints why and exits 1;
+it never reconnects, since its job is to prove one session end to end.
+Standard library only.
+"""
+import argparse, json, re, socket, struct, sys, time
+
+HELLO, WELCOME, SNAP_BEGIN, SNAP_DATA, SNAP_END, BATCH, HEARTBEAT, BYE, ERROR, REJECTED = range(1, 11)
+MAX_FRAME = 64 << 20
+HEARTBEAT_EVERY, DEAD_AFTER, QUIET_FOR_LIVE = 1.0, 5.0, 1.5
+
+
+class Fail(Exception):
+    """Ends the run with exit 1 and the message."""
+
+
+class BatchError(Exception):
+    pass
+
+
+def load_schema(path):
+    schema, n = {}, 0
+    try:
+        with open(path, encoding="utf-8") as f:
+            doc = json.load(f)
+        for n, t in enumerate(doc["tables"], 1):
+            cols = {c["name"]: c for c in t["columns"]}
+            if t["name"] in schema or not t["key"] or any(k not in cols for k in t["key"]):
+                raise ValueError("a repeated name or a bad key")
+            schema[t["name"]] = {"key": list(t["key"]), "cols": cols, "order": n}
+    except (OSError, ValueError, KeyError, TypeError, AttributeError) as e:
+        raise Fail(f"{path}: table entry {n}: {e!r}" if n else f"{path}: {e}")
+    return schema
+
+
+def norm(col, v):
+    """A key value in one canonical form, so 5 and "5" of a 64-bit column are one key."""
+    t = col["type"]
+    if v is None:
+        raise BatchError(f"column '{col['name']}' is a key column and cannot be null")
+    if t in (1, 2):
+        if isinstance(v, str) and t == 2 and re.fullmatch(r"-?[0-9]+", v):
+            v = int(v)
+        if not isinstance(v, int) or isinstance(v, bool):
+            raise BatchError(f"column '{col['name']}': {v!r} is not an integer")
+        bits = 31 if t == 1 else 63
+        if not -(1 << bits) <= v < (1 << bits):
+            raise BatchError(f"column '{col['name']}': {v} is out of range")
+        return v
+    if t == 7 and isinstance(v, str):
+        # The three accepted spellings of a moment collapse to the longest one.
+        m = re.fullmatch(r"(\d{4}-\d\d-\d\d)(?: (\d\d:\d\d:\d\d)(\.\d{3})?)?", v)
+        if m:
+            return f"{m[1]} {m[2] or '00:00:00'}{m[3] or '.000'}"
+    if not isinstance(v, (str, int, float)) or isinstance(v, bool):
+        raise BatchError(f"column '{col['name']}': {v!r} is not a key value")
+    return v
+
+
+def key_of(spec, row):
+    missing = [k for k in spec["key"] if k not in row]
+    if missing:
+        raise BatchError(f"key column '{missing[0]}' is missing")
+    return tuple(norm(spec["cols"][k], row[k]) for k in spec["key"])
+
+
+def check_row(spec, row, insert):
+    if not isinstance(row, dict):
+        raise BatchError("the row is not an object")
+    for name, v in row.items():
+        col = spec["cols"].get(name)
+        if col is None:
+            raise BatchError(f"unknown column '{name}'")
+        if v is None and not col.get("nullable", False):
+            raise BatchError(f"column '{name}' is not nullable")
+    if insert:
+        for name, col in spec["cols"].items():
+            if not col.get("nullable", False) and name not in row:
+                raise BatchError(f"column '{name}' is missing")
+
+
+def apply_batch(schema, tables, batch):
+    """Validates the whole batch against an overlay, then commits it: all or nothing."""
+    if not isinstance(batch, dict) or not isinstance(batch.get("ops"), list):
+        raise BatchError("not a batch object with 'ops'")
+    spec = schema.get(batch.get("table"))
+    if spec is None:
+        raise BatchError(f"unknown table {batch.get('table')!r}")
+    base = tables.setdefault(batch["table"], {})
+    cleared, changes = False, {}  # key -> row, or None for a deleted row
+
+    def current(k):
+        return changes[k] if k in changes else (None if cleared else base.get(k))
+
+    for i, op in enumerate(batch["ops"], 1):
+        try:
+            if not isinstance(op, dict) or len(op) != 1:
+                raise BatchError("an op must be an object with one key")
+            (kind, row), = op.items()
+            if kind == "clear":
+                if row is not True:
+                    raise BatchError("'clear' takes true")
+                cleared, changes = True, {}
+                continue
+            if kind not in ("insert", "update", "delete"):
+                raise BatchError(f"unknown op '{kind}'")
+            check_row(spec, row, kind == "insert")
+            k = key_of(spec, row)
+            old = current(k)
+            if kind == "insert":
+                if old is not None:
+                    raise BatchError("the key already exists")
+                changes[k] = dict(row)
+            elif old is None:
+                raise BatchError(f"{kind} of a missing row")
+            else:
+                changes[k] = {**old, **row} if kind == "update" else None
+        except BatchError as e:
+            raise BatchError(f"table '{batch['table']}': row {i}: {e}") from None
+    if cleared:
+        base.clear()
+    for k, row in changes.items():
+        if row is None:
+            base.pop(k, None)
+        else:
+            base[k] = row
+
+
+def load_file(schema, tables, path):
+    n = 0
+    try:
+        with open(path, encoding="utf-8") as f:
+            for n, line in enumerate(f, 1):
+                if line.strip():  # blank lines are skipped
+                    apply_batch(schema, tables, json.loads(line, parse_constant=no_constant))
+    except (OSError, ValueError, BatchError) as e:
+        raise Fail(f"{path}:{n}: {e}")
+
+
+def no_constant(name):
+    raise ValueError(f"{name} is not JSON")
+
+
+def fields(payload, what, spec):
+    """Decodes a JSON object and checks the listed keys' types; other keys are ignored."""
+    try:
+        obj = json.loads(payload.decode("utf-8"), parse_constant=no_constant)
+    except ValueError:
+        raise Fail(f"malformed frame: {what} is not UTF-8 JSON")
+    if not isinstance(obj, dict):
+        raise Fail(f"malformed frame: {what} is not a JSON object")
+    for key, typ in spec.items():
+        v = obj.get(key)
+        if not isinstance(v, typ) or (typ is int and isinstance(v, bool)) or (typ is int and v < 0):
+            raise Fail(f"malformed frame: {what} has no valid '{key}'")
+    return obj
+
+
+def frame(ftype, payload):
+    return struct.pack(">IB", len(payload) + 1, ftype) + payload
+
+
+class Session:
+    def __init__(self, sock, schema, deadline):
+        self.sock, self.schema, self.deadline = sock, schema, deadline
+        self.tables = {name: {} for name in schema}
+        self.buf = b""
+        self.applied = self.server_last = None
+        self.last_sent = self.last_heard = self.last_batch = time.monotonic()
+
+    def send(self, ftype, payload):
+        self.sock.sendall(frame(ftype, payload))
+        self.last_sent = time.monotonic()
+
+    def next_frame(self, live_check=False):
+        """The next frame, sending heartbeats while waiting; None once the session is live."""
+        while True:
+            if len(self.buf) >= 4:
+                (length,) = struct.unpack(">I", self.buf[:4])
+                if not 1 <= length <= MAX_FRAME:
+                    raise Fail(f"malformed frame: length {length}")
+                if len(self.buf) >= 4 + length:
+                    ftype, payload = self.buf[4], self.buf[5:4 + length]
+                    self.buf = self.buf[4 + length:]
+                    return ftype, payload
+            now = time.monotonic()
+            if now >= self.deadline:
+                raise Fail("timeout: not live within --timeout")
+            if now - self.last_heard >= DEAD_AFTER:
+                raise Fail("heartbeat timeout: nothing from the server for 5 s")
+            if live_check and self.applied == self.server_last and now - self.last_batch >= QUIET_FOR_LIVE:
+                return None
+            if now - self.last_sent >= HEARTBEAT_EVERY:
+                self.send(HEARTBEAT, struct.pack(">Q", self.applied or 0))
+            wake = [self.deadline, self.last_heard + DEAD_AFTER, self.last_sent + HEARTBEAT_EVERY]
+            if live_check:
+                wake.append(self.last_batch + QUIET_FOR_LIVE)
+            self.sock.settimeout(max(0.01, min(wake) - time.monotonic()))
+            try:
+                data = self.sock.recv(1 << 16)
+            except socket.timeout:
+                continue
+            if not data:
+                raise Fail("connection lost")
+            self.buf += data
+            self.last_heard = time.monotonic()  # any bytes show the peer is alive
+
+    def common(self, ftype, payload, allowed, where):
+        """Handles what every state treats alike; returns True when the frame was consumed."""
+        if ftype not in allowed:
+            raise Fail(f"malformed frame: type {ftype} is not allowed {where}")
+        if ftype == HEARTBEAT:
+            if len(payload) != 8:
+                raise Fail("malformed frame: a HEARTBEAT carries 8 bytes")
+            self.server_last = struct.unpack(">Q", payload)[0]
+            return True
+        if ftype == ERROR:
+            raise Fail("ERROR: " + fields(payload, "ERROR", {"error": str})["error"])
+        if ftype == BYE:
+            raise Fail("BYE: " + fields(payload, "BYE", {"reason": str})["reason"])
+        return False
+
+    def apply(self, seq, batch):
+        try:
+            apply_batch(self.schema, self.tables, batch)
+        except BatchError as e:
+            self.send(REJECTED, json.dumps({"seq": seq, "origin": f"replication:{seq}", "reason": str(e)}).encode())
+            raise Fail(f"batch {seq} rejected: {e}")
+
+    def snapshot(self, begin):
+        b = fields(begin, "SNAPSHOT_BEGIN", {"seq": int, "tables": int, "bytes": int, "compression": str})
+        if b["compression"] != "none":
+            raise Fail(f"malformed frame: compression '{b['compression']}' was not asked for")
+        names = sorted(self.schema, key=lambda n: self.schema[n]["order"])
+        got_bytes, lines, pending = 0, 0, b""
+        while True:
+            ftype, payload = self.next_frame()
+            if self.common(ftype, payload, {SNAP_DATA, SNAP_END, HEARTBEAT, BYE}, "in a snapshot"):
+                continue
+            if ftype == SNAP_END:
+                end = fields(payload, "SNAPSHOT_END", {"seq": int})
+                if end["seq"] != b["seq"] or pending or lines != b["tables"] or got_bytes != b["bytes"]:
+                    raise Fail(f"malformed frame: the snapshot ends at {end['seq']} with {lines} lines and "
+                               f"{got_bytes} bytes, SNAPSHOT_BEGIN said {b['seq']}, {b['tables']}, {b['bytes']}")
+                self.applied = b["seq"]
+                self.server_last = max(self.server_last, self.applied)
+                self.last_batch = time.monotonic()
+                return
+            if len(payload) > 1 << 20:
+                raise Fail("malformed frame: SNAPSHOT_DATA over 1 MiB")
+            got_bytes += len(payload)
+            if got_bytes > b["bytes"]:
+                raise Fail(f"malformed frame: the snapshot passes the {b['bytes']} bytes announced")
+            *whole, pending = (pending + payload).split(b"\n")
+            for line in whole:
+                if lines >= len(names) or lines >= b["tables"]:
+                    raise Fail(f"malformed frame: the snapshot has more than {b['tables']} lines")
+                batch = fields(line, f"snapshot line {lines + 1}", {})
+                if batch.get("table") != names[lines]:  # one line per table, in the schema's order
+                    raise Fail(f"malformed frame: snapshot line {lines + 1} is not table '{names[lines]}'")
+                self.apply(b["seq"], batch)
+                lines += 1
+
+    def run(self, login):
+        hello = {"protocol": 1, "login": login, "day": "", "history": "", "after": 0, "compression": []}
+        self.send(HELLO, json.dumps(hello).encode())
+        while True:
+            ftype, payload = self.next_frame()
+            if not self.common(ftype, payload, {WELCOME, ERROR, HEARTBEAT}, "before WELCOME"):
+                break
+        w = fields(payload, "WELCOME", {"protocol": int, "day": str, "history": str, "last": int, "resume": bool})
+        if w["protocol"] != 1 or w["resume"]:
+            raise Fail(f"malformed frame: WELCOME protocol {w['protocol']}, resume {w['resume']} after 0")
+        self.server_last = w["last"]
+        while True:
+            got = self.next_frame(live_check=self.applied is not None)
+            if got is None:
+                return
+            ftype, payload = got
+            if self.common(ftype, payload, {BATCH, SNAP_BEGIN, HEARTBEAT, BYE}, "after WELCOME"):
+                continue
+            if ftype == SNAP_BEGIN:
+                self.snapshot(payload)
+                continue
+            if self.applied is None:
+                raise Fail("malformed frame: a BATCH before any snapshot")
+            if len(payload) < 9:
+                raise Fail("malformed frame: a BATCH without sequence and line")
+            seq = struct.unpack(">Q", payload[:8])[0]
+            if seq != self.applied + 1:
+                raise Fail(f"sequence gap: expected {self.applied + 1}, got {seq}")
+            self.apply(seq, fields(payload[8:], f"BATCH {seq}", {}))
+            self.applied = seq
+            self.server_last = max(self.server_last, seq)
+            self.last_batch = time.monotonic()
+
+
+def main(argv=None):
+    p = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    p.add_argument("--connect", required=True, metavar="HOST:PORT")
+    p.add_argument("--schema", required=True)
+    p.add_argument("--login", default="FA01U01")
+    p.add_argument("--timeout", type=float, default=60.0)
+    p.add_argument("--expect-snapshot")
+    p.add_argument("--expect-log")
+    a = p.parse_args(argv)
+    if bool(a.expect_snapshot) != bool(a.expect_log):
+        p.error("--expect-snapshot and --expect-log go together")
+    if not re.fullmatch(r"[!-{}~]{1,12}", a.login):  # printable ASCII, no space and no '|'
+        p.error("--login takes 1 to 12 printable characters, no spaces and no '|'")
+    try:
+        schema = load_schema(a.schema)
+        host, _, port = a.connect.rpartition(":")
+        if not host or not port.isdigit():
+            raise Fail(f"--connect takes HOST:PORT, not '{a.connect}'")
+        deadline = time.monotonic() + a.timeout
+        try:
+            sock = socket.create_connection((host, int(port)), timeout=min(5.0, a.timeout))
+        except OSError as e:
+            raise Fail(f"connection refused: {e}")
+        with sock:
+            s = Session(sock, schema, deadline)
+            s.run(a.login)
+        print(f"live at sequence {s.applied}")
+        for name in sorted(s.tables):
+            print(f"{name} {len(s.tables[name])}")
+        if a.expect_snapshot:
+            want = {name: {} for name in schema}
+            load_file(schema, want, a.expect_snapshot)
+            load_file(schema, want, a.expect_log)
+            diffs = []
+            for name in sorted(schema):
+                mine, theirs = s.tables[name], want[name]
+                if len(mine) != len(theirs):
+                    diffs.append(f"{name}: {len(mine)} rows, the files give {len(theirs)}")
+                extra, missing = mine.keys() - theirs.keys(), theirs.keys() - mine.keys()
+                if extra or missing:
+                    diffs.append(f"{name}: keys only here {sorted(extra, key=repr)[:5]}, "
+                                 f"only in the files {sorted(missing, key=repr)[:5]}")
+            if diffs:
+                raise Fail("differs from the files:\n" + "\n".join(diffs))
+            print(f"identical to the files: {len(schema)} tables, {sum(map(len, want.values()))} rows")
+    except Fail as e:
+        print(e, file=sys.stderr)
+        return 1
+    except OSError as e:
+        print(f"connection lost: {e}", file=sys.stderr)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
