@@ -287,16 +287,7 @@ private:
             Event e;
             e.sequence = m_snapshotSequence;
             e.bytes = m_bytesSeen;
-            try {
-                e.batch = m_decoder.decode(line, QStringLiteral("snapshot %1, table %2").arg(m_snapshotSequence).arg(m_linesSeen));
-                e.kind = Event::SnapshotTable;
-            } catch (Exception const& x) {
-                e.kind = Event::Undecodable;
-                e.text = x.message();
-                m_phase = Phase::Halted;
-            }
-            ++m_shared->inFlight;
-            post(std::move(e));
+            passOn(std::move(e), Event::SnapshotTable, line, QStringLiteral("snapshot %1, table %2").arg(m_snapshotSequence).arg(m_linesSeen));
             start = end + 1;
             if (m_phase == Phase::Halted) return;
         }
@@ -334,10 +325,18 @@ private:
         m_shared->received = sequence;
         Event e;
         e.sequence = sequence;
+        passOn(std::move(e), Event::BatchArrived, QByteArray::fromRawData(payload.constData() + 8, payload.size() - 8),
+               QStringLiteral("replication:%1").arg(sequence));
+    }
+
+    // Decodes a batch here, off the applying thread, and hands it on; one
+    // the database cannot take halts the reading, and the applier refuses it
+    // in its turn, after everything before it.
+    void passOn(Event&& e, Event::Kind kind, QByteArray const& line, QString const& origin)
+    {
         try {
-            e.batch = m_decoder.decode(QByteArray::fromRawData(payload.constData() + 8, payload.size() - 8),
-                                       QStringLiteral("replication:%1").arg(sequence));
-            e.kind = Event::BatchArrived;
+            e.batch = m_decoder.decode(line, origin);
+            e.kind = kind;
         } catch (Exception const& x) {
             e.kind = Event::Undecodable;
             e.text = x.message();
