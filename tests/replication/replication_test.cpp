@@ -11,7 +11,10 @@
 #include <database/replicationclient.h>
 
 #include <QCoreApplication>
+#include <QJsonObject>
 #include <QSignalSpy>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -240,6 +243,60 @@ TEST(ReplicationThreads, ABatchTheDatabaseRefusesStopsTheClientAndTheExchangeHea
     QTest::qWait(300);
     EXPECT_TRUE(f.applied.isEmpty());
     EXPECT_EQ(f.client.state(), State::Stopped);
+}
+
+// A server that misbehaves on purpose, to see what the client does: a
+// sequence that skips one, then a frame of a type that does not exist.
+TEST(ReplicationThreads, AGapOrAMalformedFrameClosesTheConnectionAndTheClientAsksAgainFromWhatItApplied)
+{
+    using namespace replication;
+    QTcpServer fake;
+    ASSERT_TRUE(fake.listen(QHostAddress::LocalHost, 0));
+    QList<QJsonObject> hellos;
+    QByteArray const table = R"({"table":"stocks","ops":[{"clear":true}]})" "\n";
+    QObject::connect(&fake, &QTcpServer::newConnection, [&] {
+        QTcpSocket* socket = fake.nextPendingConnection();
+        auto reader = std::make_shared<FrameReader>();
+        QObject::connect(socket, &QTcpSocket::readyRead, socket, [&, socket, reader] {
+            reader->append(socket->readAll());
+            Frame f;
+            while (reader->next(f)) {
+                if (f.type != FrameType::Hello) continue;
+                QString error;
+                hellos << readJson(f.payload, error);
+                if (hellos.size() == 1) {
+                    socket->write(jsonFrame(FrameType::Welcome, {{"protocol", 1}, {"day", "d"}, {"history", "h"}, {"last", 5}, {"resume", false}}));
+                    socket->write(jsonFrame(FrameType::SnapshotBegin, {{"seq", 5}, {"tables", 1}, {"bytes", table.size()}, {"compression", "none"}}));
+                    socket->write(frame(FrameType::SnapshotData, table));
+                    socket->write(jsonFrame(FrameType::SnapshotEnd, {{"seq", 5}}));
+                    socket->write(sequenceFrame(FrameType::Batch, 7, R"({"table":"stocks","ops":[{"clear":true}]})"));
+                } else if (hellos.size() == 2) {
+                    socket->write(jsonFrame(FrameType::Welcome, {{"protocol", 1}, {"day", "d"}, {"history", "h"}, {"last", 5}, {"resume", true}}));
+                    socket->write(QByteArray("\0\0\0\1\x2a", 5));
+                } else {
+                    socket->write(jsonFrame(FrameType::Bye, {{"reason", "enough"}}));
+                }
+            }
+        });
+    });
+    Follower f;
+    QStringList reasons;
+    QObject::connect(&f.client, &ReplicationClient::stateChanged, [&](State state, QString const&) {
+        if (state == State::Disconnected) reasons << f.client.reason();
+    });
+    f.start(fake.serverPort());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return hellos.size() >= 3; }, 10000)) << reasons.join("; ").toStdString();
+    f.client.stop();
+    ASSERT_GE(reasons.size(), 2);
+    EXPECT_EQ(reasons[0], QStringLiteral("sequence gap: expected 6, got 7"));
+    EXPECT_EQ(reasons[1], QStringLiteral("malformed frame: unknown frame type 42"));
+    EXPECT_EQ(hellos[0].value("after").toInt(), 0);
+    for (int i : {1, 2}) {
+        EXPECT_EQ(hellos[i].value("after").toInt(), 5) << i;
+        EXPECT_EQ(hellos[i].value("history").toString(), QStringLiteral("h")) << i;
+    }
+    EXPECT_EQ(f.client.lastApplied(), 5u);
+    EXPECT_TRUE(f.applied.isEmpty());
 }
 
 } // namespace
