@@ -8,7 +8,7 @@ packages=(build-essential cmake qtbase5-dev qttools5-dev qttools5-dev-tools libg
           libqt5charts5-dev # the demo terminal's smile chart
           xvfb xauth        # an X server for the terminal's screenshot test
           libgmp-dev        # exact reference of the decimal differential test
-          libzstd-dev pkgconf openssl # the replication session's compressed snapshot; certificates of network tests
+          libzstd-dev pkgconf # the replication session's compressed snapshots
           libquantlib0-dev) # independent option prices for the engine's tests and benchmark
 missing=()
 for p in "${packages[@]}"; do
