@@ -59,6 +59,16 @@ public:
 
     QString const& peer() const { return m_peer; }
 
+    // The server goes first: nothing of the socket may call back into it.
+    void detach()
+    {
+        m_finished = true;
+        m_beat.stop();
+        m_silence.stop();
+        m_socket->disconnect(this);
+        m_socket->abort();
+    }
+
     // Sends what is due, as far as the connection takes it.
     void pump()
     {
@@ -203,7 +213,11 @@ ReplicationServer::ReplicationServer(Database* database, QString const& day, QOb
 ReplicationServer::~ReplicationServer()
 {
     m_database->setAppliedObserver({});
-    for (Session* s : m_sessions) s->disconnect();
+    for (Session* s : m_sessions) {
+        s->detach();
+        delete s;
+    }
+    m_sessions.clear();
 }
 
 int ReplicationServer::openJournal(QString const& path)
