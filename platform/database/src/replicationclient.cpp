@@ -384,6 +384,11 @@ private:
                 m_stopped = true;
                 m_retry.stop();
                 if (m_socket) close();
+                // Gone with this thread's last deferred deletions, on this thread.
+                m_commands->setEnabled(false);
+                m_commands->deleteLater();
+                if (m_socket) m_socket->deleteLater();
+                m_socket = nullptr;
                 QThread::currentThread()->quit();
                 return;
             case Command::ReadMore:
