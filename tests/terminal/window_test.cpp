@@ -387,3 +387,38 @@ TEST(TerminalThreads, FollowsTheExchangeLiveWithAStatusLineAndNoReplayControls)
         EXPECT_TRUE(shot.save(out, "PNG")) << out.toStdString();
     }
 }
+
+// A new trading day on the exchange loads every table again: what the
+// reload raises again (the password warning) is not shown twice.
+TEST(TerminalThreads, AResynchronisationShowsNoNotificationTwice)
+{
+    auto serve = [](Database& db, QString const& day, quint16 port) {
+        db.loadSchema(QStringLiteral(SCHEMA_FILE));
+        db.loadFileAtomically(kMarket + "/snapshot.jsonl");
+        auto server = std::make_unique<exchange::ReplicationServer>(&db, day);
+        QString error;
+        EXPECT_TRUE(server->listen(QHostAddress::LocalHost, port, error)) << error.toStdString();
+        return server;
+    };
+    auto firstDb = std::make_unique<Database>();
+    auto first = serve(*firstDb, QStringLiteral("2026-11-20"), 0);
+    quint16 const port = first->port();
+    auto window = openTerminal(QString(), port);
+    ReplicationClient* client = window->replication();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return client->state() == ReplicationClient::State::Live; }, 20000));
+    auto const& entries = window->notifications()->entries();
+    ASSERT_EQ(entries.size(), 1);
+    EXPECT_EQ(entries[0].kind, 2);   // the password warning of a fresh load
+
+    first.reset();
+    Database secondDb;
+    auto second = serve(secondDb, QStringLiteral("2026-11-21"), port);
+    QSignalSpy reloaded(client, &ReplicationClient::snapshotLoaded);
+    ASSERT_TRUE(reloaded.wait(20000)) << client->stateText().toStdString();
+    QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(client->day(), QStringLiteral("2026-11-21"));
+    QStringList texts;
+    for (auto const& e : entries) texts << QString::number(e.kind) + " " + e.message + " " + e.link;
+    EXPECT_EQ(texts.removeDuplicates(), 0) << texts.join("\n").toStdString();
+    EXPECT_EQ(texts.filter(QRegularExpression("^2 ")).size(), 1);
+}
