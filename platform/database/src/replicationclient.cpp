@@ -11,7 +11,7 @@
 #include <QRandomGenerator>
 #include <QSocketNotifier>
 #include <QTcpSocket>
-#include <QThread>
+#include <QEventLoop>
 #include <QTimer>
 #include <atomic>
 
@@ -66,8 +66,8 @@ struct ReplicationClient::Shared
 class ReplicationClient::Link : public QObject
 {
 public:
-    Link(Database const& database, std::shared_ptr<Shared> shared, Settings settings, QString host, quint16 port, QString login)
-        : m_decoder(database), m_shared(std::move(shared)), m_settings(settings), m_host(std::move(host)), m_port(port),
+    Link(Database const& database, std::shared_ptr<Shared> shared, Settings settings, QString host, quint16 port, QString login, QEventLoop* loop)
+        : m_loop(loop), m_decoder(database), m_shared(std::move(shared)), m_settings(settings), m_host(std::move(host)), m_port(port),
           m_login(std::move(login)), m_heartbeat(this), m_silence(this), m_retry(this), m_reader(settings.maxFrame)
     {
     }
@@ -384,12 +384,7 @@ private:
                 m_stopped = true;
                 m_retry.stop();
                 if (m_socket) close();
-                // Gone with this thread's last deferred deletions, on this thread.
-                m_commands->setEnabled(false);
-                m_commands->deleteLater();
-                if (m_socket) m_socket->deleteLater();
-                m_socket = nullptr;
-                QThread::currentThread()->quit();
+                m_loop->quit();   // the link and its socket go with the thread's frame, on it
                 return;
             case Command::ReadMore:
                 if (m_socket) parse();
@@ -411,6 +406,7 @@ private:
         }
     }
 
+    QEventLoop* m_loop;
     BatchDecoder m_decoder;
     std::shared_ptr<Shared> m_shared;
     Settings m_settings;
@@ -463,18 +459,23 @@ void ReplicationClient::start(QString const& host, quint16 port, QString const& 
     m_state = State::Disconnected;
     m_notifier = new QSocketNotifier(m_shared->events.descriptor(), QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &ReplicationClient::drain);
-    m_link.reset(new Link(*m_database, m_shared, m_settings, host, port, login));
-    m_thread = new QThread;
-    m_thread->setObjectName(QStringLiteral("replication"));
-    m_link->moveToThread(m_thread);
-    Link* link = m_link.get();
-    connect(m_thread, &QThread::started, link, [link] { link->begin(); }, Qt::DirectConnection);
-    m_thread->start();
+    // A thread of the standard library, like the file reader's: its start and
+    // join are what every thread checker sees; the link, its socket and its
+    // timers are made, run and destroyed on it.
+    Database const* database = m_database;
+    std::shared_ptr<Shared> const shared = m_shared;
+    Settings const settings = m_settings;
+    m_thread = std::thread([database, shared, settings, host, port, login] {
+        QEventLoop loop;
+        Link link(*database, shared, settings, host, port, login, &loop);
+        link.begin();
+        loop.exec();
+    });
 }
 
 void ReplicationClient::stop()
 {
-    if (!m_thread) return;
+    if (!m_thread.joinable()) return;
     if (m_applying) {
         // Called from a signal of a batch being applied: the worker may wait
         // for the lock this thread holds, so it is joined once the batch is done.
@@ -482,10 +483,7 @@ void ReplicationClient::stop()
         return;
     }
     m_shared->commands.post(Command{Command::Quit, 0, {}, {}});
-    m_thread->wait();
-    delete m_thread;
-    m_thread = nullptr;
-    m_link.reset();
+    m_thread.join();
     delete m_notifier;
     m_notifier = nullptr;
 }

@@ -6,6 +6,7 @@
 #include <QString>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 class Database;
 
@@ -93,8 +94,7 @@ private:
     Database* m_database;
     Settings m_settings;
     std::shared_ptr<Shared> m_shared;
-    std::unique_ptr<Link> m_link;
-    class QThread* m_thread = nullptr;
+    std::thread m_thread;
     class QSocketNotifier* m_notifier = nullptr;
     QString m_host;
     quint16 m_port = 0;
