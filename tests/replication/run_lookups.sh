@@ -1,17 +1,13 @@
 #!/usr/bin/env bash
-# The directories of a console that followed the exchange to the end of its
-# day answer every lookup exactly as those of a console that loaded the same
-# files and replayed the same log.
+# Usage: run_lookups.sh CONSOLE SCHEMA MARKET PORT
+# The directories of a console that followed the exchange on PORT to the end
+# of its day answer every lookup exactly as those of a console that loaded
+# the same files and replayed the same log.
 set -euo pipefail
-exchange=$1 console=$2 schema=$3 market=$4
+console=$1 schema=$2 market=$3 port=$4
 export QT_QPA_PLATFORM=offscreen LANG=C
 work=$(mktemp -d)
-"$exchange" --listen 127.0.0.1:0 --data "$market" --schema "$schema" --pace 0 --lang en >"$work/exchange" 2>&1 &
-pid=$!
-trap 'kill -TERM $pid 2>/dev/null; wait $pid 2>/dev/null; rm -rf "$work"' EXIT
-for _ in $(seq 300); do grep -q "log is played" "$work/exchange" && break; sleep 0.1; done
-port=$(grep -o 'listening on 127.0.0.1:[0-9]*' "$work/exchange" | cut -d: -f2)
-[ -n "$port" ] || { cat "$work/exchange"; echo "the exchange did not start" >&2; exit 1; }
+trap 'rm -rf "$work"' EXIT
 lookups=(--tables --security 1,1,100001 --sec-code VLT-1226 --board 1,14 --market 1 --option-board VLT --time
          --login FA01U01 --account FA01001)
 # What follows the loading: the lookups' answers (notifications differ: a
