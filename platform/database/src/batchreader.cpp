@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string>
 #include <vector>
-#include <sys/eventfd.h>
+#include "readysignal.h"
 #include <unistd.h>
 
 BatchReader::BatchReader(Database const& db, QString const& path, qint64 maxLineBytes)
@@ -19,7 +19,7 @@ BatchReader::BatchReader(Database const& db, QString const& path, qint64 maxLine
     m_file = std::fopen(QFile::encodeName(path).constData(), "rb");
     if (!m_file) throw Exception(QStringLiteral("%1: cannot open").arg(path));
     m_total = QFileInfo(path).size();
-    m_readyFd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    m_readyFd = makeReadyDescriptor();
     if (m_readyFd < 0) {
         std::fclose(m_file);
         throw Exception(QStringLiteral("%1: cannot create the reader's ready descriptor").arg(path));
@@ -39,18 +39,7 @@ BatchReader::~BatchReader()
     ::close(m_readyFd);
 }
 
-void BatchReader::updateReady()
-{
-    bool const ready = !m_queue.empty() || m_done;
-    if (ready == m_readySignalled) return;
-    std::uint64_t value = 1;
-    ssize_t n;
-    // The descriptor is a counter: a write makes it readable, a read empties it.
-    do {
-        n = ready ? ::write(m_readyFd, &value, sizeof value) : ::read(m_readyFd, &value, sizeof value);
-    } while (n < 0 && errno == EINTR);
-    m_readySignalled = ready;
-}
+void BatchReader::updateReady() { setReady(m_readyFd, !m_queue.empty() || m_done, m_readySignalled); }
 
 bool BatchReader::next(Item& item)
 {

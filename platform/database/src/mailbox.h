@@ -1,10 +1,7 @@
 #pragma once
-#include <QSocketNotifier>
 #include <deque>
 #include <mutex>
-#include <sys/eventfd.h>
-#include <unistd.h>
-#include <cerrno>
+#include "readysignal.h"
 #include <stdexcept>
 
 // A queue from one thread to another whose consumer is woken by a
@@ -16,7 +13,7 @@ class Mailbox
 public:
     Mailbox()
     {
-        m_fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+        m_fd = makeReadyDescriptor();
         if (m_fd < 0) throw std::runtime_error("cannot create an event descriptor");
     }
     ~Mailbox() { ::close(m_fd); }
@@ -29,7 +26,7 @@ public:
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_items.push_back(std::move(item));
-        signal(true);
+        setReady(m_fd, true, m_signalled);
     }
 
     bool take(T& item)
@@ -38,22 +35,11 @@ public:
         if (m_items.empty()) return false;
         item = std::move(m_items.front());
         m_items.pop_front();
-        if (m_items.empty()) signal(false);
+        if (m_items.empty()) setReady(m_fd, false, m_signalled);
         return true;
     }
 
 private:
-    void signal(bool ready)   // under m_mutex
-    {
-        if (ready == m_signalled) return;
-        quint64 value = 1;
-        ssize_t n;
-        do {
-            n = ready ? ::write(m_fd, &value, sizeof value) : ::read(m_fd, &value, sizeof value);
-        } while (n < 0 && errno == EINTR);
-        m_signalled = ready;
-    }
-
     std::mutex m_mutex;
     std::deque<T> m_items;
     int m_fd = -1;
