@@ -97,6 +97,7 @@ int main(int argc, char** argv)
     try {
         if (parser.isSet(journal)) {
             resumeAfter = server.openJournal(parser.value(journal));
+            if (!server.journalAside().isEmpty()) out() << "Journal of another day kept as " << server.journalAside() << "\n";
             out() << "Journal " << parser.value(journal) << ": " << server.lastSequence() << " batches of day " << server.day() << "\n";
         }
         if (!common.log().isEmpty()) log.reset(new BatchReader(*db, common.log()));

@@ -282,21 +282,23 @@ std::shared_ptr<ReplicationServer::Snapshot const> ReplicationServer::snapshot(b
 {
     std::shared_ptr<Snapshot>& cached = m_snapshots[compressed ? 1 : 0];
     if (cached && cached->sequence == lastSequence()) return cached;
-    auto made = std::make_shared<Snapshot>();
-    made->sequence = lastSequence();
-    QStringList const names = m_database->tableNamesInSchemaOrder();
-    QByteArray text;
-    Compressor compressor;
-    for (QString const& name : names) {
-        QByteArray line = BatchEncoder::encodeTable(*m_database->table(name));
-        line.append('\n');
-        made->bytes += line.size();
-        ++made->tables;
-        if (compressed) made->data.append(compressor.compress(line.constData(), line.size(), false));
-        else made->data.append(line);
+    // The tables are written out once per sequence; the compressed form is
+    // made from that text when a client first asks for it.
+    std::shared_ptr<Snapshot>& text = m_snapshots[0];
+    if (!text || text->sequence != lastSequence()) {
+        text = std::make_shared<Snapshot>();
+        text->sequence = lastSequence();
+        for (QString const& name : m_database->tableNamesInSchemaOrder()) {
+            text->data.append(BatchEncoder::encodeTable(*m_database->table(name)));
+            text->data.append('\n');
+            ++text->tables;
+        }
+        text->bytes = text->data.size();
     }
-    if (compressed) made->data.append(compressor.compress(nullptr, 0, true));
-    made->compressed = compressed;
+    if (!compressed) return text;
+    auto made = std::make_shared<Snapshot>(*text);
+    made->data = Compressor().compress(text->data.constData(), text->data.size(), true);
+    made->compressed = true;
     cached = made;
     return made;
 }

@@ -61,6 +61,8 @@ public:
     QString const& history() const { return m_history; }
     quint64 lastSequence() const { return m_lines.size(); }
     int sessionCount() const { return int(m_sessions.size()); }
+    // Where openJournal() moved another day's journal; empty when it did not.
+    QString journalAside() const { return m_journal ? m_journal->aside() : QString(); }
     Settings const& settings() const { return m_settings; }
 
 signals:

@@ -455,7 +455,6 @@ void ReplicationClient::start(QString const& host, quint16 port, QString const& 
     m_lastApplied = m_serverLast = 0;
     m_day.clear();
     m_history.clear();
-    m_everLive = false;
     m_state = State::Disconnected;
     m_notifier = new QSocketNotifier(m_shared->events.descriptor(), QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &ReplicationClient::drain);
@@ -661,7 +660,6 @@ void ReplicationClient::evaluate()
     quint64 const behind = top > m_lastApplied ? top - m_lastApplied : 0;
     if (behind == 0) {
         if (m_state != State::Live) {
-            m_everLive = true;
             m_shared->commands.post(Command{Command::CaughtUp, 0, {}, {}});
             setState(State::Live);
         }

@@ -107,7 +107,6 @@ private:
     quint64 m_snapshotSequence = 0;
     qint64 m_snapshotBytes = 0;
     QString m_day, m_history;
-    bool m_everLive = false;
     int m_applying = 0;
     bool m_stopRequested = false;
 };
