@@ -37,6 +37,36 @@ int fail(QString const& message)
 
 void deliverQueuedNotifications() { QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall); }
 
+int rowCount(Database const* db)
+{
+    int rows = 0;
+    for (QString const& name : db->tableNames()) rows += db->table(name)->rowCount();
+    return rows;
+}
+
+// The directories a view would use, bound once the snapshot is in so that
+// they build from the full tables; from here on every batch is listed.
+void bindViews(Database* db, QList<QObject*> const& boundAtStart, SignalLog& signalLog)
+{
+    QList<QObject*> const watched = bindDirectories(db, DirectoryClass::AfterLoading);
+    for (QObject* d : watched + boundAtStart) signalLog.watch(d);
+    deliverQueuedNotifications();
+}
+
+// One line for a batch after which directories signalled (every batch
+// with `every`): its number, its table and who signalled.
+void listBatch(qint64 number, QString const& table, bool quiet, bool every, SignalLog& signalLog)
+{
+    deliverQueuedNotifications();
+    QString const signalled = signalLog.take();
+    if (!quiet && (every || !signalled.isEmpty())) {
+        Progress::clearLine();
+        out() << QStringLiteral("batch %1 %2: ").arg(number, 4).arg(table, -32)
+              << (signalled.isEmpty() ? QStringLiteral("(none)") : signalled) << "\n";
+    }
+    out().flush();
+}
+
 // Loads the snapshot and replays the log, if any, listing the batches that
 // directories signalled for (all of them with `every`). Throws what the
 // loader refuses.
@@ -54,17 +84,10 @@ void load(Database* db, CommonOptions const& common, bool quiet, bool every, Sig
         deliverQueuedNotifications();
         loading.step(done, total);
     });
-    int rows = 0;
-    for (QString const& name : db->tableNames()) rows += db->table(name)->rowCount();
-    out() << "Loaded " << common.snapshot() << ": " << batches << " batches, " << rows << " rows in " << db->tableNames().size()
+    out() << "Loaded " << common.snapshot() << ": " << batches << " batches, " << rowCount(db) << " rows in " << db->tableNames().size()
           << " tables, " << timer.elapsed() << " ms\n";
     out().flush();
-
-    // The directories a view would use, bound after the snapshot so that
-    // they build from the full tables.
-    QList<QObject*> const watched = bindDirectories(db, DirectoryClass::AfterLoading);
-    for (QObject* d : watched + boundAtStart) signalLog.watch(d);
-    deliverQueuedNotifications();
+    bindViews(db, boundAtStart, signalLog);
 
     QString const log = common.log();
     if (log.isEmpty()) return;
@@ -75,14 +98,7 @@ void load(Database* db, CommonOptions const& common, bool quiet, bool every, Sig
               << " (number, table: directories; \"x20\": 20 signals in that batch)\n";
     Progress replaying("replay", !quiet);
     int replayed = db->loadFileAtomically(log, [&](int done, int total, QString const& table) {
-        deliverQueuedNotifications();
-        QString signalled = signalLog.take();
-        if (!quiet && (every || !signalled.isEmpty())) {
-            Progress::clearLine();
-            out() << QStringLiteral("batch %1 %2: ").arg(done, 4).arg(table, -32)
-                  << (signalled.isEmpty() ? QStringLiteral("(none)") : signalled) << "\n";
-        }
-        out().flush();
+        listBatch(done, table, quiet, every, signalLog);
         replaying.step(done, total);
         if (common.pace() > 0) QThread::msleep(ulong(common.pace()));
     });
@@ -116,26 +132,16 @@ void follow(Database* db, CommonOptions const& common, bool quiet, bool every, b
     });
     QObject::connect(&client, &ReplicationClient::snapshotLoaded, [&](quint64 sequence) {
         deliverQueuedNotifications();
-        int rows = 0;
-        for (QString const& name : db->tableNames()) rows += db->table(name)->rowCount();
-        out() << "Loaded the snapshot of " << client.endpoint() << " at sequence " << sequence << ": " << rows << " rows in "
+        out() << "Loaded the snapshot of " << client.endpoint() << " at sequence " << sequence << ": " << rowCount(db) << " rows in "
               << db->tableNames().size() << " tables\n";
         out().flush();
         if (bound) return;
-        // As after a file's snapshot: the views' directories build from full tables.
         bound = true;
-        QList<QObject*> const watched = bindDirectories(db, DirectoryClass::AfterLoading);
-        for (QObject* d : watched + boundAtStart) signalLog.watch(d);
-        deliverQueuedNotifications();
+        bindViews(db, boundAtStart, signalLog);
         signalLog.take();
     });
     QObject::connect(&client, &ReplicationClient::batchApplied, [&](quint64 sequence, QString const& table) {
-        deliverQueuedNotifications();
-        QString const signalled = signalLog.take();
-        if (!quiet && (every || !signalled.isEmpty()))
-            out() << QStringLiteral("batch %1 %2: ").arg(sequence, 4).arg(table, -32)
-                  << (signalled.isEmpty() ? QStringLiteral("(none)") : signalled) << "\n";
-        out().flush();
+        listBatch(qint64(sequence), table, quiet, every, signalLog);
     });
     QObject::connect(&client, &ReplicationClient::indexFailed, [](QString const& message) {
         QTextStream(stderr) << "directory-console: " << printable(message) << "\n";
