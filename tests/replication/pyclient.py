@@ -63,24 +63,24 @@ def norm(col, v):
     return v
 
 
-def key_of(spec, row):
-    missing = [k for k in spec["key"] if k not in row]
+def key_of(layout, row):
+    missing = [k for k in layout["key"] if k not in row]
     if missing:
         raise BatchError(f"key column '{missing[0]}' is missing")
-    return tuple(norm(spec["cols"][k], row[k]) for k in spec["key"])
+    return tuple(norm(layout["cols"][k], row[k]) for k in layout["key"])
 
 
-def check_row(spec, row, insert):
+def check_row(layout, row, insert):
     if not isinstance(row, dict):
         raise BatchError("the row is not an object")
     for name, v in row.items():
-        col = spec["cols"].get(name)
+        col = layout["cols"].get(name)
         if col is None:
             raise BatchError(f"unknown column '{name}'")
         if v is None and not col.get("nullable", False):
             raise BatchError(f"column '{name}' is not nullable")
     if insert:
-        for name, col in spec["cols"].items():
+        for name, col in layout["cols"].items():
             if not col.get("nullable", False) and name not in row:
                 raise BatchError(f"column '{name}' is missing")
 
@@ -89,8 +89,8 @@ def apply_batch(schema, tables, batch):
     """Validates the whole batch against an overlay, then commits it: all or nothing."""
     if not isinstance(batch, dict) or not isinstance(batch.get("ops"), list):
         raise BatchError("not a batch object with 'ops'")
-    spec = schema.get(batch.get("table"))
-    if spec is None:
+    layout = schema.get(batch.get("table"))
+    if layout is None:
         raise BatchError(f"unknown table {batch.get('table')!r}")
     base = tables.setdefault(batch["table"], {})
     cleared, changes = False, {}  # key -> row, or None for a deleted row
@@ -110,8 +110,8 @@ def apply_batch(schema, tables, batch):
                 continue
             if kind not in ("insert", "update", "delete"):
                 raise BatchError(f"unknown op '{kind}'")
-            check_row(spec, row, kind == "insert")
-            k = key_of(spec, row)
+            check_row(layout, row, kind == "insert")
+            k = key_of(layout, row)
             old = current(k)
             if kind == "insert":
                 if old is not None:
@@ -147,7 +147,7 @@ def no_constant(name):
     raise ValueError(f"{name} is not JSON")
 
 
-def fields(payload, what, spec):
+def fields(payload, what, layout):
     """Decodes a JSON object and checks the listed keys' types; other keys are ignored."""
     try:
         obj = json.loads(payload.decode("utf-8"), parse_constant=no_constant)
@@ -155,7 +155,7 @@ def fields(payload, what, spec):
         raise Fail(f"malformed frame: {what} is not UTF-8 JSON")
     if not isinstance(obj, dict):
         raise Fail(f"malformed frame: {what} is not a JSON object")
-    for key, typ in spec.items():
+    for key, typ in layout.items():
         v = obj.get(key)
         if not isinstance(v, typ) or (typ is int and isinstance(v, bool)) or (typ is int and v < 0):
             raise Fail(f"malformed frame: {what} has no valid '{key}'")
