@@ -9,6 +9,7 @@ packages=(build-essential cmake qtbase5-dev qttools5-dev qttools5-dev-tools libg
           xvfb xauth        # an X server for the terminal's screenshot test
           libgmp-dev        # exact reference of the decimal differential test
           libzstd-dev pkgconf # the replication session's compressed snapshots
+          zlib1g-dev        # the replication frames' checksums
           libquantlib0-dev) # independent option prices for the engine's tests and benchmark
 missing=()
 for p in "${packages[@]}"; do

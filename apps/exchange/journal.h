@@ -30,6 +30,7 @@ public:
     std::vector<Entry> const& entries() const { return m_entries; }
     void releaseEntries() { std::vector<Entry>().swap(m_entries); }
     QString const& aside() const { return m_aside; }
+    QString const& path() const { return m_path; }
 
     // Appends and flushes. Throws a text when the disk refuses.
     void append(quint64 sequence, QString const& source, QByteArray const& batch);

@@ -85,6 +85,10 @@ public:
                 }
                 continue;
             }
+            if (m_day != m_server->m_dayNumber) {
+                beginSnapshot();
+                continue;
+            }
             if (m_next > m_server->lastSequence()) break;
             write(sequenceFrame(FrameType::Batch, m_next, m_server->line(m_next)));
             ++m_next;
@@ -101,7 +105,12 @@ public:
         m_closing = true;
         m_why = text;
         m_socket->disconnectFromHost();
+        // A client too slow to take what is queued before the last word
+        // would hold the session and its buffer for as long as it likes.
+        QTimer::singleShot(m_server->settings().heartbeatTimeoutMs, this, [this] { finish(m_why); });
     }
+
+    qint64 queued() const { return m_finished ? 0 : m_socket->bytesToWrite(); }
 
 private:
     void write(QByteArray const& bytes)
@@ -152,31 +161,40 @@ private:
         m_login = o.value(QStringLiteral("login")).toString();
         QString const why = apps::loginProblem(m_login);
         if (!why.isEmpty()) return say(FrameType::Error, QStringLiteral("error"), QStringLiteral("the login: ") + why);
-        bool zstd = false;
-        for (QJsonValue const& v : o.value(QStringLiteral("compression")).toArray()) zstd = zstd || v.toString() == QLatin1String("zstd");
+        for (QJsonValue const& v : o.value(QStringLiteral("compression")).toArray()) m_zstd = m_zstd || v.toString() == QLatin1String("zstd");
 
         quint64 const from = quint64(after.toDouble());
+        // A client further behind than the send limit would be too slow
+        // at once: it takes a snapshot instead.
         bool const resume = from > 0 && o.value(QStringLiteral("day")).toString() == m_server->day() &&
-                            o.value(QStringLiteral("history")).toString() == m_server->history() && from <= m_server->lastSequence();
+                            o.value(QStringLiteral("history")).toString() == m_server->history() && from <= m_server->lastSequence() &&
+                            m_server->bytesAfter(from) <= m_server->settings().maxSendBuffer;
         write(jsonFrame(FrameType::Welcome, QJsonObject{{QStringLiteral("protocol"), kProtocol},
                                                         {QStringLiteral("day"), m_server->day()},
                                                         {QStringLiteral("history"), m_server->history()},
                                                         {QStringLiteral("last"), double(m_server->lastSequence())},
                                                         {QStringLiteral("resume"), resume}}));
         m_streaming = true;
-        if (resume) {
-            m_next = from + 1;
-        } else {
-            m_snapshot = m_server->snapshot(zstd);
-            m_offset = 0;
-            write(jsonFrame(FrameType::SnapshotBegin, QJsonObject{{QStringLiteral("seq"), double(m_snapshot->sequence)},
-                                                                  {QStringLiteral("tables"), m_snapshot->tables},
-                                                                  {QStringLiteral("bytes"), double(m_snapshot->bytes)},
-                                                                  {QStringLiteral("compression"), m_snapshot->compressed ? QStringLiteral("zstd") : QStringLiteral("none")}}));
-            m_next = m_snapshot->sequence + 1;
-        }
+        m_day = m_server->m_dayNumber;
+        if (resume) m_next = from + 1;
+        else beginSnapshot();
         emit m_server->sessionOpened(m_peer, m_login, resume, resume ? from : m_next - 1);
         pump();
+    }
+
+    // The tables as they are now, of the day being served; batches follow from after them.
+    void beginSnapshot()
+    {
+        m_snapshot = m_server->snapshot(m_zstd);
+        m_offset = 0;
+        m_day = m_server->m_dayNumber;
+        write(jsonFrame(FrameType::SnapshotBegin, QJsonObject{{QStringLiteral("seq"), double(m_snapshot->sequence)},
+                                                              {QStringLiteral("tables"), m_snapshot->tables},
+                                                              {QStringLiteral("bytes"), double(m_snapshot->bytes)},
+                                                              {QStringLiteral("compression"), m_snapshot->compressed ? QStringLiteral("zstd") : QStringLiteral("none")},
+                                                              {QStringLiteral("day"), m_server->day()},
+                                                              {QStringLiteral("history"), m_server->history()}}));
+        m_next = m_snapshot->sequence + 1;
     }
 
     void finish(QString const& why)
@@ -199,6 +217,8 @@ private:
     bool m_closing = false;
     bool m_finished = false;
     bool m_sentSinceBeat = false;
+    bool m_zstd = false;
+    int m_day = 0;   // the server's day this session serves; another one means a new snapshot
     std::shared_ptr<ReplicationServer::Snapshot const> m_snapshot;
     qint64 m_offset = 0;
     quint64 m_next = 1;
@@ -303,6 +323,36 @@ std::shared_ptr<ReplicationServer::Snapshot const> ReplicationServer::snapshot(b
     return made;
 }
 
+void ReplicationServer::beginDay(QString const& day, std::function<void()> const& load)
+{
+    // The load's batches are the new day's sequence 0, not batches of the old one.
+    m_database->setAppliedObserver({});
+    try {
+        load();
+    } catch (...) {
+        m_database->setAppliedObserver([this](Batch const& batch) { served(batch); });
+        throw;
+    }
+    m_database->setAppliedObserver([this](Batch const& batch) { served(batch); });
+    m_day = day;
+    ++m_dayNumber;
+    m_lines.clear();
+    m_offsets.assign(1, 0);
+    m_total = 0;
+    m_snapshots[0].reset();
+    m_snapshots[1].reset();
+    if (m_journal) {
+        QString const path = m_journal->path();
+        m_journal.reset();
+        m_journal.reset(new Journal(path, day));   // keeps the old day's aside
+        m_history = m_journal->history();
+    } else {
+        m_history = newHistory();
+    }
+    std::vector<Session*> const sessions = m_sessions;
+    for (Session* s : sessions) s->pump();
+}
+
 bool ReplicationServer::listen(QHostAddress const& address, quint16 port, QString& error)
 {
     if (!m_server) {
@@ -314,6 +364,13 @@ bool ReplicationServer::listen(QHostAddress const& address, quint16 port, QStrin
     if (m_server->listen(address, port)) return true;
     error = m_server->errorString();
     return false;
+}
+
+qint64 ReplicationServer::queuedBytes() const
+{
+    qint64 sum = 0;
+    for (Session const* s : m_sessions) sum += s->queued();
+    return sum;
 }
 
 quint16 ReplicationServer::port() const { return m_server ? m_server->serverPort() : 0; }

@@ -5,6 +5,7 @@
 
 #include <QHostAddress>
 #include <QObject>
+#include <functional>
 #include <QString>
 #include <memory>
 #include <vector>
@@ -51,6 +52,13 @@ public:
     // database (and so to everyone). Throws the database's refusal.
     void applyLogBatch(Batch const& batch, int logLine);
 
+    // A new trading day without a restart: `load` replaces the database's
+    // tables with the day's snapshot (its batches are not served as
+    // batches); the sequence starts again from 0 under a new history (and
+    // a new journal, the old one kept aside), and every session is sent the
+    // new day's snapshot once any snapshot it is being sent is complete.
+    void beginDay(QString const& day, std::function<void()> const& load);
+
     bool listen(QHostAddress const& address, quint16 port, QString& error);
     quint16 port() const;
 
@@ -61,6 +69,9 @@ public:
     QString const& history() const { return m_history; }
     quint64 lastSequence() const { return m_lines.size(); }
     int sessionCount() const { return int(m_sessions.size()); }
+    // What the sessions' connections hold unsent: a session is refilled up to
+    // a high-water mark of 1 MiB and one frame, never with the whole backlog.
+    qint64 queuedBytes() const;
     // Where openJournal() moved another day's journal; empty when it did not.
     QString journalAside() const { return m_journal ? m_journal->aside() : QString(); }
     Settings const& settings() const { return m_settings; }
@@ -83,6 +94,7 @@ private:
 
     Database* m_database;
     QString m_day;
+    int m_dayNumber = 0;   // how many times the day was begun anew
     QString m_history;
     Settings m_settings;
     std::unique_ptr<Journal> m_journal;

@@ -9,9 +9,10 @@ Any refusal (ERROR, BYE, gap, malformed frame, timeout) prints why and exits 1;
 it never reconnects, since its job is to prove one session end to end.
 Standard library only.
 """
-import argparse, json, re, socket, struct, sys, time
+import argparse, json, re, socket, struct, sys, time, zlib
 
 HELLO, WELCOME, SNAP_BEGIN, SNAP_DATA, SNAP_END, BATCH, HEARTBEAT, BYE, ERROR, REJECTED = range(1, 11)
+PROTOCOL = 2
 MAX_FRAME = 64 << 20
 HEARTBEAT_EVERY, DEAD_AFTER, QUIET_FOR_LIVE = 1.0, 5.0, 1.5
 
@@ -163,7 +164,8 @@ def fields(payload, what, layout):
 
 
 def frame(ftype, payload):
-    return struct.pack(">IB", len(payload) + 1, ftype) + payload
+    head = struct.pack(">IB", len(payload) + 1, ftype)
+    return head + struct.pack(">I", zlib.crc32(head)) + payload + struct.pack(">I", zlib.crc32(payload))
 
 
 class Session:
@@ -181,13 +183,18 @@ class Session:
     def next_frame(self, live_check=False):
         """The next frame, sending heartbeats while waiting; None once the session is live."""
         while True:
-            if len(self.buf) >= 4:
-                (length,) = struct.unpack(">I", self.buf[:4])
+            if len(self.buf) >= 9:
+                length, ftype, head_crc = struct.unpack(">IBI", self.buf[:9])
+                if head_crc != zlib.crc32(self.buf[:5]):
+                    raise Fail("malformed frame: a damaged frame header")
                 if not 1 <= length <= MAX_FRAME:
                     raise Fail(f"malformed frame: length {length}")
-                if len(self.buf) >= 4 + length:
-                    ftype, payload = self.buf[4], self.buf[5:4 + length]
-                    self.buf = self.buf[4 + length:]
+                end = 9 + length - 1
+                if len(self.buf) >= end + 4:
+                    payload = self.buf[9:end]
+                    if struct.unpack(">I", self.buf[end:end + 4])[0] != zlib.crc32(payload):
+                        raise Fail(f"malformed frame: a damaged frame of type {ftype}")
+                    self.buf = self.buf[end + 4:]
                     return ftype, payload
             now = time.monotonic()
             if now >= self.deadline:
@@ -234,7 +241,7 @@ class Session:
             raise Fail(f"batch {seq} rejected: {e}")
 
     def snapshot(self, begin):
-        b = fields(begin, "SNAPSHOT_BEGIN", {"seq": int, "tables": int, "bytes": int, "compression": str})
+        b = fields(begin, "SNAPSHOT_BEGIN", {"seq": int, "tables": int, "bytes": int, "compression": str, "day": str, "history": str})
         if b["compression"] != "none":
             raise Fail(f"malformed frame: compression '{b['compression']}' was not asked for")
         names = sorted(self.schema, key=lambda n: self.schema[n]["order"])
@@ -268,14 +275,14 @@ class Session:
                 lines += 1
 
     def run(self, login):
-        hello = {"protocol": 1, "login": login, "day": "", "history": "", "after": 0, "compression": []}
+        hello = {"protocol": PROTOCOL, "login": login, "day": "", "history": "", "after": 0, "compression": []}
         self.send(HELLO, json.dumps(hello).encode())
         while True:
             ftype, payload = self.next_frame()
             if not self.common(ftype, payload, {WELCOME, ERROR, HEARTBEAT}, "before WELCOME"):
                 break
         w = fields(payload, "WELCOME", {"protocol": int, "day": str, "history": str, "last": int, "resume": bool})
-        if w["protocol"] != 1 or w["resume"]:
+        if w["protocol"] != PROTOCOL or w["resume"]:
             raise Fail(f"malformed frame: WELCOME protocol {w['protocol']}, resume {w['resume']} after 0")
         self.server_last = w["last"]
         while True:

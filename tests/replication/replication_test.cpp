@@ -1,14 +1,9 @@
 // An exchange and a terminal's database in one process, over real sockets
 // on 127.0.0.1: what the client holds must be, table for table, what the
 // exchange holds, through snapshots, reconnects and a new trading day.
-#include "server.h"
+#include "harness.h"
 
-#include <database/batch.h>
-#include <database/batchencoder.h>
-#include <database/batchreader.h>
-#include <database/database.h>
 #include <database/exception.h>
-#include <database/replicationclient.h>
 
 #include <QCoreApplication>
 #include <QJsonObject>
@@ -16,97 +11,8 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
-#include <QTest>
-#include <gtest/gtest.h>
-#include <memory>
 
 namespace {
-
-QString const kSchema = QStringLiteral(SOURCE_DIR "/data/schema.json");
-QString const kMarket = QStringLiteral(SOURCE_DIR "/data/market");
-
-using State = ReplicationClient::State;
-
-QMap<QString, QByteArray> checksums(Database const& db)
-{
-    QMap<QString, QByteArray> sums;
-    for (QString const& name : db.tableNames()) sums.insert(name, tableChecksum(*db.table(name)));
-    return sums;
-}
-
-// One exchange: its own database, loaded from the market folder, serving
-// on a free port.
-struct Exchange
-{
-    Database db;
-    std::unique_ptr<exchange::ReplicationServer> server;
-    std::unique_ptr<BatchReader> log;
-
-    int resumeAfter = 0;   // the log's lines the journal already held
-
-    explicit Exchange(QString const& day, quint16 port = 0, QString const& journal = QString())
-    {
-        db.loadSchema(kSchema);
-        db.loadFileAtomically(kMarket + QStringLiteral("/snapshot.jsonl"));
-        server.reset(new exchange::ReplicationServer(&db, day));
-        if (!journal.isEmpty()) resumeAfter = server->openJournal(journal);
-        exchange::ReplicationServer::Settings s;
-        s.heartbeatIntervalMs = 100;
-        s.heartbeatTimeoutMs = 1000;
-        server->setSettings(s);
-        QString error;
-        EXPECT_TRUE(server->listen(QHostAddress::LocalHost, port, error)) << error.toStdString();
-        log.reset(new BatchReader(db, kMarket + QStringLiteral("/replication.jsonl")));
-    }
-    // Plays `n` more batches of the day's log.
-    void play(int n)
-    {
-        BatchReader::Item item;
-        for (int i = 0; i < n && log->next(item);) {
-            ASSERT_TRUE(item.error.isEmpty()) << item.error.toStdString();
-            int const line = item.batch.origin.section(QLatin1Char(':'), -1).toInt();
-            if (line <= resumeAfter) continue;
-            server->applyLogBatch(item.batch, line);
-            ++i;
-        }
-    }
-};
-
-struct Follower
-{
-    Database db;
-    ReplicationClient client{&db};
-    QList<State> states;
-    QList<quint64> applied;
-    QStringList disconnections;   // why, each time
-
-    Follower()
-    {
-        db.loadSchema(kSchema);
-        ReplicationClient::Settings s;
-        s.heartbeatIntervalMs = 100;
-        s.heartbeatTimeoutMs = 1000;
-        s.backoffFirstMs = 20;
-        s.backoffMaxMs = 200;
-        client.setSettings(s);
-        QObject::connect(&client, &ReplicationClient::stateChanged, [this](State state, QString const&) {
-            states << state;
-            if (state == State::Disconnected) disconnections << client.reason();
-        });
-        QObject::connect(&client, &ReplicationClient::batchApplied, [this](quint64 seq, QString const&) { applied << seq; });
-    }
-    void start(quint16 port) { client.start(QStringLiteral("127.0.0.1"), port, QStringLiteral("FA01U01")); }
-    bool caughtUpWith(Exchange const& x, int ms = 15000)
-    {
-        return QTest::qWaitFor([&] { return client.state() == State::Live && client.lastApplied() == x.server->lastSequence(); }, ms);
-    }
-};
-
-// Every batch applied once, in order, with none skipped.
-void expectConsecutive(QList<quint64> const& applied)
-{
-    for (int i = 1; i < applied.size(); ++i) ASSERT_EQ(applied[i], applied[i - 1] + 1) << "at " << i;
-}
 
 TEST(ReplicationThreads, SnapshotThenLiveBatchesLeaveIdenticalTables)
 {
@@ -270,14 +176,14 @@ TEST(ReplicationThreads, AGapOrAMalformedFrameClosesTheConnectionAndTheClientAsk
                 QString error;
                 hellos << readJson(f.payload, error);
                 if (hellos.size() == 1) {
-                    socket->write(jsonFrame(FrameType::Welcome, {{"protocol", 1}, {"day", "d"}, {"history", "h"}, {"last", 5}, {"resume", false}}));
-                    socket->write(jsonFrame(FrameType::SnapshotBegin, {{"seq", 5}, {"tables", 1}, {"bytes", table.size()}, {"compression", "none"}}));
+                    socket->write(jsonFrame(FrameType::Welcome, {{"protocol", kProtocol}, {"day", "d"}, {"history", "h"}, {"last", 5}, {"resume", false}}));
+                    socket->write(jsonFrame(FrameType::SnapshotBegin, {{"seq", 5}, {"tables", 1}, {"bytes", table.size()}, {"compression", "none"}, {"day", "d"}, {"history", "h"}}));
                     socket->write(frame(FrameType::SnapshotData, table));
                     socket->write(jsonFrame(FrameType::SnapshotEnd, {{"seq", 5}}));
                     socket->write(sequenceFrame(FrameType::Batch, 7, R"({"table":"stocks","ops":[{"clear":true}]})"));
                 } else if (hellos.size() == 2) {
-                    socket->write(jsonFrame(FrameType::Welcome, {{"protocol", 1}, {"day", "d"}, {"history", "h"}, {"last", 5}, {"resume", true}}));
-                    socket->write(QByteArray("\0\0\0\1\x2a", 5));
+                    socket->write(jsonFrame(FrameType::Welcome, {{"protocol", kProtocol}, {"day", "d"}, {"history", "h"}, {"last", 5}, {"resume", true}}));
+                    socket->write(frame(FrameType(42)));
                 } else {
                     socket->write(jsonFrame(FrameType::Bye, {{"reason", "enough"}}));
                 }

@@ -3,6 +3,8 @@
 
 #include <QJsonDocument>
 #include <QtEndian>
+#include <cstring>
+#include <zlib.h>
 #include <zstd.h>
 
 namespace replication {
@@ -24,15 +26,24 @@ char const* frameName(FrameType type)
     return "?";
 }
 
+namespace {
+quint32 checksum(char const* data, qint64 size)
+{
+    uLong crc = crc32(0L, Z_NULL, 0);
+    // zlib takes at most 4 GiB a call; frames are far below that.
+    return quint32(crc32(crc, reinterpret_cast<Bytef const*>(data), uInt(size)));
+}
+} // namespace
+
 QByteArray frame(FrameType type, QByteArray const& payload)
 {
-    QByteArray out;
-    out.reserve(5 + payload.size());
-    char head[5];
-    qToBigEndian<quint32>(quint32(payload.size() + 1), head);
-    head[4] = char(type);
-    out.append(head, 5);
-    out.append(payload);
+    QByteArray out(kHeaderSize + payload.size() + kTrailerSize, Qt::Uninitialized);
+    char* at = out.data();
+    qToBigEndian<quint32>(quint32(payload.size() + 1), at);
+    at[4] = char(type);
+    qToBigEndian<quint32>(checksum(at, 5), at + 5);
+    std::memcpy(at + kHeaderSize, payload.constData(), size_t(payload.size()));
+    qToBigEndian<quint32>(checksum(payload.constData(), payload.size()), at + kHeaderSize + payload.size());
     return out;
 }
 
@@ -53,8 +64,12 @@ bool FrameReader::next(Frame& frame)
 {
     if (!m_error.isEmpty()) return false;
     qint64 const available = m_buffer.size() - m_offset;
-    if (available < 5) return false;
+    if (available < kHeaderSize) return false;
     char const* at = m_buffer.constData() + m_offset;
+    if (qFromBigEndian<quint32>(at + 5) != checksum(at, 5)) {
+        m_error = QStringLiteral("a damaged frame header");
+        return false;
+    }
     quint32 const length = qFromBigEndian<quint32>(at);
     if (length == 0) {
         m_error = QStringLiteral("a frame of length 0");
@@ -69,10 +84,17 @@ bool FrameReader::next(Frame& frame)
         m_error = QStringLiteral("unknown frame type %1").arg(type);
         return false;
     }
-    if (available < 4 + qint64(length)) return false;
+    qint64 const payloadSize = qint64(length) - 1;
+    qint64 const whole = kHeaderSize + payloadSize + kTrailerSize;
+    if (available < whole) return false;
+    char const* payload = at + kHeaderSize;
+    if (qFromBigEndian<quint32>(payload + payloadSize) != checksum(payload, payloadSize)) {
+        m_error = QStringLiteral("a damaged %1 frame").arg(QLatin1String(frameName(FrameType(type))));
+        return false;
+    }
     frame.type = FrameType(type);
-    frame.payload = QByteArray(at + 5, int(length - 1));
-    m_offset += 4 + int(length);
+    frame.payload = QByteArray(payload, int(payloadSize));
+    m_offset += int(whole);
     // Drop what was read once it is the larger part, so that the buffer
     // neither grows for ever nor is moved for every frame.
     if (m_offset > (1 << 20) && m_offset * 2 > m_buffer.size()) {

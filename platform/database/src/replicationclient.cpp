@@ -93,8 +93,9 @@ public:
         m_silence.setSingleShot(true);
         m_silence.setInterval(m_settings.heartbeatTimeoutMs);
         connect(&m_silence, &QTimer::timeout, this, [this] {
-            // Bytes the worker has not read yet (it paused for the applier) are not silence.
-            if (m_socket->bytesAvailable() > 0 || m_reader.buffered() > 0) m_silence.start();
+            // While the worker waits for the applier it reads nothing: that is
+            // not silence. A frame begun and never finished is.
+            if (m_shared->inFlight.load() >= m_settings.readAhead) m_silence.start();
             else drop(QStringLiteral("heartbeat timeout"));
         });
         m_retry.setSingleShot(true);
@@ -248,8 +249,12 @@ private:
         if (!error.isEmpty()) return malformed(QStringLiteral("SNAPSHOT_BEGIN: ") + error);
         QString const compression = o.value(QStringLiteral("compression")).toString();
         if (!o.value(QStringLiteral("seq")).isDouble() || !o.value(QStringLiteral("tables")).isDouble() || !o.value(QStringLiteral("bytes")).isDouble() ||
+            !o.value(QStringLiteral("day")).isString() || !o.value(QStringLiteral("history")).isString() ||
             (compression != QLatin1String("zstd") && compression != QLatin1String("none")))
-            return malformed(QStringLiteral("SNAPSHOT_BEGIN lacks seq, tables, bytes or a known compression"));
+            return malformed(QStringLiteral("SNAPSHOT_BEGIN lacks seq, tables, bytes, day, history or a known compression"));
+        // A new trading day may begin while connected: the snapshot says whose it is.
+        m_day = o.value(QStringLiteral("day")).toString();
+        m_history = o.value(QStringLiteral("history")).toString();
         m_snapshotSequence = quint64(o.value(QStringLiteral("seq")).toDouble());
         m_snapshotTables = o.value(QStringLiteral("tables")).toInt();
         m_snapshotBytes = qint64(o.value(QStringLiteral("bytes")).toDouble());
@@ -446,15 +451,21 @@ void ReplicationClient::setSettings(Settings const& settings) { m_settings = set
 
 QString ReplicationClient::endpoint() const { return QStringLiteral("%1:%2").arg(m_host).arg(m_port); }
 
-void ReplicationClient::start(QString const& host, quint16 port, QString const& login)
+ReplicationClient::Position ReplicationClient::position() const { return Position{m_day, m_history, m_lastApplied}; }
+
+void ReplicationClient::start(QString const& host, quint16 port, QString const& login, Position const& from)
 {
     stop();
     m_host = host;
     m_port = port;
     m_shared = std::make_shared<Shared>();
-    m_lastApplied = m_serverLast = 0;
-    m_day.clear();
-    m_history.clear();
+    m_shared->after = from.sequence;
+    m_shared->day = from.day;
+    m_shared->history = from.history;
+    m_shared->applied = from.sequence;
+    m_lastApplied = m_serverLast = from.sequence;
+    m_day = from.day;
+    m_history = from.history;
     m_state = State::Disconnected;
     m_notifier = new QSocketNotifier(m_shared->events.descriptor(), QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &ReplicationClient::drain);
@@ -587,7 +598,8 @@ void ReplicationClient::handle(Event& e)
         emit snapshotProgress(e.bytes, m_snapshotBytes);
         return;
     }
-    case Event::SnapshotEnd:
+    case Event::SnapshotEnd: {
+        QString const history = m_history;
         m_shared->after = e.sequence;
         m_shared->day = e.day;
         m_shared->history = e.history;
@@ -595,11 +607,13 @@ void ReplicationClient::handle(Event& e)
         m_lastApplied = e.sequence;
         m_day = e.day;
         m_history = e.history;
-        m_serverLast = qMax(m_serverLast, e.sequence);
+        // Another history (a new trading day) numbers its batches afresh.
+        m_serverLast = history != e.history ? e.sequence : qMax(m_serverLast, e.sequence);
         lock.unlock();
         emit snapshotLoaded(e.sequence);
         evaluate();
         return;
+    }
     case Event::BatchArrived: {
         if (e.sequence != m_lastApplied + 1) {
             lock.unlock();

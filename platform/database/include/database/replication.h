@@ -9,7 +9,10 @@
 // shared by the server and the client so that both read and write one framing.
 namespace replication {
 
-constexpr int kProtocol = 1;
+constexpr int kProtocol = 2;
+// Length, type and the header's checksum; the payload's checksum follows it.
+constexpr int kHeaderSize = 9;
+constexpr int kTrailerSize = 4;
 constexpr qint64 kDefaultMaxFrame = 64 * 1024 * 1024;
 constexpr int kSnapshotPiece = 1024 * 1024;
 
@@ -28,6 +31,14 @@ enum class FrameType : unsigned char {
 
 DATABASE_EXPORT char const* frameName(FrameType type);
 
+// Where a database stands in an exchange's stream: the batch it applied
+// last, of which day and history (sequence 0: nothing to resume from).
+struct Position
+{
+    QString day, history;
+    quint64 sequence = 0;
+};
+
 struct Frame
 {
     FrameType type = FrameType::Heartbeat;
@@ -40,8 +51,10 @@ DATABASE_EXPORT QByteArray jsonFrame(FrameType type, QJsonObject const& object);
 DATABASE_EXPORT QByteArray sequenceFrame(FrameType type, quint64 sequence, QByteArray const& rest = QByteArray());
 
 // Cuts frames out of the bytes a connection delivers, in whatever pieces
-// they come. A length of 0 or past the limit, or an unknown type, is an
-// error: the connection cannot be trusted after it.
+// they come. A header or a payload whose checksum does not match, a length
+// of 0 or past the limit, or an unknown type, is an error: the connection
+// cannot be trusted after it. The header's own checksum lets a damaged
+// length be refused at once, instead of waiting for bytes that never come.
 class DATABASE_EXPORT FrameReader
 {
 public:

@@ -52,9 +52,13 @@ public:
     void setSettings(Settings const& settings);
     Settings const& settings() const { return m_settings; }
 
+    using Position = replication::Position;
+
     // Connects and follows until stop(), reconnecting as often as needed.
-    // `login` as docs/replication.md says.
-    void start(QString const& host, quint16 port, QString const& login);
+    // `login` as docs/replication.md says. `from`: where the database stands
+    // (the position() of a client that followed into it before); the
+    // exchange resumes from there when it still can, else sends a snapshot.
+    void start(QString const& host, quint16 port, QString const& login, Position const& from = Position());
     // Closes the connection and ends the worker; nothing more is applied.
     void stop();
 
@@ -64,6 +68,7 @@ public:
     QString stateText() const;
     static QString stateName(State state);
     quint64 lastApplied() const { return m_lastApplied; }
+    Position position() const;
     quint64 serverLast() const { return m_serverLast; }
     quint64 lag() const { return m_serverLast > m_lastApplied ? m_serverLast - m_lastApplied : 0; }
     QString const& day() const { return m_day; }

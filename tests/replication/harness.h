@@ -1,0 +1,145 @@
+// What the replication tests share: an exchange serving on 127.0.0.1, and a
+// follower with the core's database and the library's directories.
+#pragma once
+#include "binding.h"
+#include "server.h"
+
+#include <core/icore.h>
+#include <database/batch.h>
+#include <database/batchencoder.h>
+#include <database/batchreader.h>
+#include <database/database.h>
+#include <database/replicationclient.h>
+#include <registry.h>
+
+#include <QTest>
+#include <gtest/gtest.h>
+#include <memory>
+#include <utility>
+
+// Readable texts in assertion messages.
+inline void PrintTo(QString const& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
+
+inline QString const kSchema = QStringLiteral(SOURCE_DIR "/data/schema.json");
+inline QString const kMarket = QStringLiteral(SOURCE_DIR "/data/market");
+
+using State = ReplicationClient::State;
+
+inline QMap<QString, QByteArray> checksums(Database const& db)
+{
+    QMap<QString, QByteArray> sums;
+    for (QString const& name : db.tableNames()) sums.insert(name, tableChecksum(*db.table(name)));
+    return sums;
+}
+
+// One exchange: its own database, loaded from the market folder, serving
+// on a free port.
+struct Exchange
+{
+    Database db;
+    std::unique_ptr<exchange::ReplicationServer> server;
+    std::unique_ptr<BatchReader> log;
+
+    int resumeAfter = 0;   // the log's lines the journal already held
+
+    explicit Exchange(QString const& day, quint16 port = 0, QString const& journal = QString())
+    {
+        db.loadSchema(kSchema);
+        db.loadFileAtomically(kMarket + QStringLiteral("/snapshot.jsonl"));
+        server.reset(new exchange::ReplicationServer(&db, day));
+        if (!journal.isEmpty()) resumeAfter = server->openJournal(journal);
+        exchange::ReplicationServer::Settings s;
+        s.heartbeatIntervalMs = 100;
+        s.heartbeatTimeoutMs = 1000;
+        server->setSettings(s);
+        QString error;
+        EXPECT_TRUE(server->listen(QHostAddress::LocalHost, port, error)) << error.toStdString();
+        log.reset(new BatchReader(db, kMarket + QStringLiteral("/replication.jsonl")));
+    }
+    // Plays `n` more batches of the day's log; false once it is played.
+    bool play(int n)
+    {
+        BatchReader::Item item;
+        for (int i = 0; i < n;) {
+            if (!log->next(item)) return false;
+            EXPECT_TRUE(item.error.isEmpty()) << item.error.toStdString();
+            if (!item.error.isEmpty()) return false;
+            int const line = item.batch.origin.section(QLatin1Char(':'), -1).toInt();
+            if (line <= resumeAfter) continue;
+            server->applyLogBatch(item.batch, line);
+            ++i;
+        }
+        return true;
+    }
+};
+
+// A terminal's side: the core's database, so that the library's directories
+// can be bound to it and asked.
+struct Follower
+{
+    Database& db = *ICore::instance()->database();
+    ReplicationClient client{&db};
+    QList<State> states;
+    QList<quint64> applied;
+    // Every snapshot loaded (true) and batch applied (false), with its sequence, in order.
+    QList<QPair<bool, quint64>> trail;
+    QStringList disconnections;   // why, each time
+
+    Follower()
+    {
+        if (db.tableNames().isEmpty()) db.loadSchema(kSchema);
+        ReplicationClient::Settings s;
+        s.heartbeatIntervalMs = 100;
+        s.heartbeatTimeoutMs = 1000;
+        s.backoffFirstMs = 20;
+        s.backoffMaxMs = 200;
+        client.setSettings(s);
+        QObject::connect(&client, &ReplicationClient::stateChanged, [this](State state, QString const&) {
+            states << state;
+            if (state == State::Disconnected) disconnections << client.reason();
+        });
+        QObject::connect(&client, &ReplicationClient::batchApplied, [this](quint64 seq, QString const&) {
+            applied << seq;
+            trail << qMakePair(false, seq);
+        });
+        QObject::connect(&client, &ReplicationClient::snapshotLoaded, [this](quint64 seq) { trail << qMakePair(true, seq); });
+    }
+    // The directories a terminal binds: those that follow every batch now,
+    // the others once the first snapshot is in.
+    void bindDirectories()
+    {
+        apps::bindDirectories(&db, DirectoryClass::AtStart);
+        QObject::connect(&client, &ReplicationClient::snapshotLoaded, [this, bound = false]() mutable {
+            if (!std::exchange(bound, true)) apps::bindDirectories(&db, DirectoryClass::AfterLoading);
+        });
+    }
+    void start(quint16 port) { client.start(QStringLiteral("127.0.0.1"), port, QStringLiteral("FA01U01")); }
+    bool caughtUpWith(Exchange const& x, int ms = 15000)
+    {
+        return QTest::qWaitFor([&] { return client.state() == State::Live && client.lastApplied() == x.server->lastSequence(); }, ms);
+    }
+};
+
+// Every batch applied once, in order, with none skipped.
+inline void expectConsecutive(QList<quint64> const& applied)
+{
+    for (int i = 1; i < applied.size(); ++i) ASSERT_EQ(applied[i], applied[i - 1] + 1) << "at " << i;
+}
+
+// The same through snapshots: after each, the batches from just after it,
+// each once, in order.
+inline void expectEachBatchOnceInOrder(QList<QPair<bool, quint64>> const& trail)
+{
+    quint64 next = 0;
+    for (int i = 0; i < trail.size(); ++i) {
+        if (trail[i].first) next = trail[i].second + 1;
+        else ASSERT_EQ(trail[i].second, next++) << "at " << i;
+    }
+}
+
+// The follower's directories, asked by key, answer with the exchange's rows:
+// every security (each of its columns) and every board and market by its
+// identity. Market 5 is read as market 1 by the securities' lookups, so its
+// rows are asked of the table's own lookup instead.
+void expectDirectoriesAnswerAs(Database const& exchange);
+
