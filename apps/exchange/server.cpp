@@ -90,7 +90,7 @@ public:
                 continue;
             }
             if (m_next > m_server->lastSequence()) break;
-            write(sequenceFrame(FrameType::Batch, m_next, m_server->line(m_next)));
+            write(m_server->batchFrame(m_next));
             ++m_next;
         }
         if (m_next <= m_server->lastSequence() && m_server->bytesAfter(m_next - 1) > m_server->settings().maxSendBuffer)
@@ -280,7 +280,7 @@ void ReplicationServer::applyLogBatch(Batch const& batch, int logLine)
 void ReplicationServer::served(Batch const& batch)
 {
     QByteArray const text = BatchEncoder::encode(batch);
-    quint64 const sequence = m_lines.size() + 1;
+    quint64 const sequence = m_frames.size() + 1;
     if (m_journal && !m_replaying) {
         try {
             m_journal->append(sequence, m_pendingSource.isEmpty() ? QStringLiteral("exchange") : m_pendingSource, text);
@@ -291,8 +291,9 @@ void ReplicationServer::served(Batch const& batch)
             return;
         }
     }
-    m_lines.push_back(text);
-    m_total += text.size();
+    // Framed once, sent as it is to every session.
+    m_frames.push_back(sequenceFrame(FrameType::Batch, sequence, text));
+    m_total += m_frames.back().size();
     m_offsets.push_back(m_total);
     std::vector<Session*> const sessions = m_sessions;
     for (Session* s : sessions) s->pump();
@@ -336,7 +337,7 @@ void ReplicationServer::beginDay(QString const& day, std::function<void()> const
     m_database->setAppliedObserver([this](Batch const& batch) { served(batch); });
     m_day = day;
     ++m_dayNumber;
-    m_lines.clear();
+    m_frames.clear();
     m_offsets.assign(1, 0);
     m_total = 0;
     m_snapshots[0].reset();

@@ -67,7 +67,7 @@ public:
 
     QString const& day() const { return m_day; }
     QString const& history() const { return m_history; }
-    quint64 lastSequence() const { return m_lines.size(); }
+    quint64 lastSequence() const { return m_frames.size(); }
     int sessionCount() const { return int(m_sessions.size()); }
     // What the sessions' connections hold unsent: a session is refilled up to
     // a high-water mark of 1 MiB and one frame, never with the whole backlog.
@@ -88,7 +88,7 @@ private:
     struct Snapshot;
     void served(Batch const& batch);
     std::shared_ptr<Snapshot const> snapshot(bool compressed);
-    QByteArray const& line(quint64 sequence) const { return m_lines[sequence - 1]; }
+    QByteArray const& batchFrame(quint64 sequence) const { return m_frames[sequence - 1]; }
     qint64 bytesAfter(quint64 sequence) const { return m_total - m_offsets[sequence]; }
     void closed(Session* session, QString const& why);
 
@@ -100,7 +100,7 @@ private:
     std::unique_ptr<Journal> m_journal;
     QTcpServer* m_server = nullptr;
     std::vector<Session*> m_sessions;
-    std::vector<QByteArray> m_lines;       // batch N at N - 1
+    std::vector<QByteArray> m_frames;      // batch N's BATCH frame at N - 1
     std::vector<qint64> m_offsets{0};      // bytes of batches 1..N
     qint64 m_total = 0;
     // Where the batch being applied came from, for the journal: set around

@@ -120,7 +120,7 @@ INSTANTIATE_TEST_SUITE_P(Seeds, CutThreads, ::testing::Range(1, 9));
 
 TEST_F(FaultThreads, AStallPastTheHeartbeatTimeoutIsADeadPeerAndTheFollowerResumes)
 {
-    proxy.add(Fault{Fault::Stall, 1, 200, 0, replication::FrameType::Batch, 2000});
+    proxy.add(Fault{Fault::Stall, 1, 200, 0, replication::FrameType::Batch, kHeartbeatTimeoutMs + 1500});
     follow();
     EXPECT_TRUE(disconnectedFor(QStringLiteral("heartbeat timeout"))) << f.disconnections.join("; ").toStdString();
 }
@@ -161,7 +161,7 @@ TEST_F(FaultThreads, ASlowFollowerIsDroppedWithBoundedMemoryAndResynchronises)
     x.server.reset(new exchange::ReplicationServer(&x.db, QStringLiteral("2026-11-20")));
     exchange::ReplicationServer::Settings s;
     s.heartbeatIntervalMs = 100;
-    s.heartbeatTimeoutMs = 1000;
+    s.heartbeatTimeoutMs = kHeartbeatTimeoutMs;
     s.maxSendBuffer = 2 * 1024 * 1024;
     x.server->setSettings(s);
     QString error;

@@ -20,6 +20,10 @@
 // Readable texts in assertion messages.
 inline void PrintTo(QString const& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
 
+// Short enough for the tests to see a dead peer soon, long enough that a
+// loaded machine (sanitizers, parallel tests) does not fake one.
+constexpr int kHeartbeatTimeoutMs = 3000;
+
 inline QString const kSchema = QStringLiteral(SOURCE_DIR "/data/schema.json");
 inline QString const kMarket = QStringLiteral(SOURCE_DIR "/data/market");
 
@@ -50,7 +54,7 @@ struct Exchange
         if (!journal.isEmpty()) resumeAfter = server->openJournal(journal);
         exchange::ReplicationServer::Settings s;
         s.heartbeatIntervalMs = 100;
-        s.heartbeatTimeoutMs = 1000;
+        s.heartbeatTimeoutMs = kHeartbeatTimeoutMs;
         server->setSettings(s);
         QString error;
         EXPECT_TRUE(server->listen(QHostAddress::LocalHost, port, error)) << error.toStdString();
@@ -90,7 +94,7 @@ struct Follower
         if (db.tableNames().isEmpty()) db.loadSchema(kSchema);
         ReplicationClient::Settings s;
         s.heartbeatIntervalMs = 100;
-        s.heartbeatTimeoutMs = 1000;
+        s.heartbeatTimeoutMs = kHeartbeatTimeoutMs;
         s.backoffFirstMs = 20;
         s.backoffMaxMs = 200;
         client.setSettings(s);
