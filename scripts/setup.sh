@@ -10,6 +10,8 @@ packages=(build-essential cmake qtbase5-dev qttools5-dev qttools5-dev-tools libg
           libgmp-dev        # exact reference of the decimal differential test
           libzstd-dev pkgconf # the replication session's compressed snapshots
           zlib1g-dev        # the replication frames' checksums
+          libargon2-dev     # the exchange's password hashes
+          openssl           # the replication tests' certificates, made when they run
           libquantlib0-dev) # independent option prices for the engine's tests and benchmark
 missing=()
 for p in "${packages[@]}"; do

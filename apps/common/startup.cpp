@@ -1,11 +1,14 @@
 #include "startup.h"
 
+#include "password.h"
+
 #include <core/clock.h>
 #include <core/defaultcore.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QLocale>
 #include <QTextStream>
@@ -55,11 +58,20 @@ CommonOptions::CommonOptions(QCommandLineParser& parser, QString const& dataRoot
       m_lang(QStringLiteral("lang"), QStringLiteral("Language of the library's texts: ru or en (default: ru in a Russian locale, else en)."),
              QStringLiteral("ru|en")),
       m_connect(QStringLiteral("connect"),
-                QStringLiteral("Follow the exchange at HOST:PORT (directory-exchange) instead of loading the folder's files; the schema is still read here."),
-                QStringLiteral("host:port"))
+                QStringLiteral("Follow the exchange at HOST:PORT (directory-exchange) instead of loading the folder's files; the schema is still "
+                               "read here. The password is read from standard input (typed without echo at a terminal)."),
+                QStringLiteral("host:port")),
+      m_ca(QStringLiteral("ca"), QStringLiteral("With --connect: the certificate authorities (PEM) the exchange's TLS certificate must chain to."),
+           QStringLiteral("file")),
+      m_cert(QStringLiteral("cert"), QStringLiteral("The exchange's TLS certificate, its chain after it (PEM)."), QStringLiteral("file")),
+      m_key(QStringLiteral("key"), QStringLiteral("The private key of --cert (PEM, unencrypted)."), QStringLiteral("file")),
+      m_insecure(QStringLiteral("insecure"),
+                 replay == Replay::Served ? QStringLiteral("Serve plain TCP instead of TLS: passwords travel readable. For a local demo only.")
+                                          : QStringLiteral("With --connect: plain TCP instead of TLS, the password readable on the way. For a local demo only."))
 {
-    parser.addOptions({m_data, m_schema, m_log, m_pace, m_now, m_as, m_lang});
-    if (replay != Replay::Served) parser.addOptions({m_replay, m_connect});
+    parser.addOptions({m_data, m_schema, m_log, m_pace, m_now, m_as, m_lang, m_insecure});
+    if (replay != Replay::Served) parser.addOptions({m_replay, m_connect, m_ca});
+    else parser.addOptions({m_cert, m_key});
 }
 
 QString CommonOptions::dataFile(QString const& name) const { return QDir(m_parser.value(m_data)).filePath(name); }
@@ -73,6 +85,57 @@ QString CommonOptions::log() const
     QString const own = dataFile(QStringLiteral("replication.jsonl"));
     if (m_use == Replay::AfterSnapshot) return replay() ? own : QString();
     return QFileInfo(own).isFile() ? own : QString();   // a folder without a day has nothing to offer
+}
+
+// Sessions are encrypted unless --insecure: the exchange needs its
+// certificate and key, a client the authorities to verify it with.
+QString CommonOptions::checkTls()
+{
+    m_insecureSet = m_parser.isSet(m_insecure);
+    if (m_use == Replay::Served) {
+        if (m_insecureSet) {
+            if (m_parser.isSet(m_cert) || m_parser.isSet(m_key)) return QStringLiteral("--insecure serves no TLS: no --cert or --key with it");
+            return QString();
+        }
+        if (!m_parser.isSet(m_cert) || !m_parser.isSet(m_key))
+            return QStringLiteral("sessions are encrypted: give --cert and --key (or --insecure for a local demo)");
+        m_chain = QSslCertificate::fromPath(m_parser.value(m_cert), QSsl::Pem);
+        if (m_chain.isEmpty()) return QStringLiteral("--cert %1: no PEM certificate in it").arg(m_parser.value(m_cert));
+        QFile keyFile(m_parser.value(m_key));
+        if (!keyFile.open(QIODevice::ReadOnly)) return QStringLiteral("--key %1: %2").arg(m_parser.value(m_key), keyFile.errorString());
+        QByteArray const pem = keyFile.readAll();
+        for (QSsl::KeyAlgorithm algorithm : {QSsl::Rsa, QSsl::Ec, QSsl::Dsa}) {
+            m_privateKey = QSslKey(pem, algorithm, QSsl::Pem);
+            if (!m_privateKey.isNull()) break;
+        }
+        if (m_privateKey.isNull()) return QStringLiteral("--key %1: no unencrypted PEM private key in it").arg(m_parser.value(m_key));
+        return QString();
+    }
+    if (!m_parser.isSet(m_connect)) {
+        if (m_parser.isSet(m_ca) || m_insecureSet) return QStringLiteral("--ca and --insecure go with --connect");
+        return QString();
+    }
+    if (m_insecureSet) {
+        if (m_parser.isSet(m_ca)) return QStringLiteral("--insecure verifies no server: no --ca with it");
+        return QString();
+    }
+    if (!m_parser.isSet(m_ca)) return QStringLiteral("--connect verifies the exchange: give --ca (or --insecure for a local demo)");
+    m_authorities = QSslCertificate::fromPath(m_parser.value(m_ca), QSsl::Pem);
+    if (m_authorities.isEmpty()) return QStringLiteral("--ca %1: no PEM certificate in it").arg(m_parser.value(m_ca));
+    return QString();
+}
+
+ReplicationClient::Settings CommonOptions::replicationSettings() const
+{
+    ReplicationClient::Settings settings;
+    settings.insecure = m_insecureSet;
+    settings.authorities = m_authorities;
+    return settings;
+}
+
+QByteArray CommonOptions::readSessionPassword() const
+{
+    return readPassword(QStringLiteral("Password of %1 at %2:%3: ").arg(m_context.login, m_host).arg(m_port));
 }
 
 QString CommonOptions::check()
@@ -108,6 +171,8 @@ QString CommonOptions::check()
         if (m_parser.isSet(m_replay) || m_parser.isSet(m_log))
             return QStringLiteral("--connect follows the exchange's own day: no --replay or --log with it");
     }
+    QString const tls = checkTls();
+    if (!tls.isEmpty()) return tls;
     QStringList files{schema()};
     if (!connects()) files << snapshot() << log();
     for (QString const& file : files)
@@ -126,6 +191,7 @@ QString CommonOptions::check()
         if (!why.isEmpty()) return QStringLiteral("--as '%1': %2").arg(m_parser.value(m_as), why);
         m_context.login = m_parser.value(m_as);
     }
+    if (connects() && m_context.login.isEmpty()) return QStringLiteral("--connect logs in: give --as LOGIN (or a login in terminal.json)");
     return QString();
 }
 

@@ -1,8 +1,12 @@
 #pragma once
 #include "context.h"
 
+#include <database/replicationclient.h>
+
 #include <QCommandLineOption>
 #include <QList>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <QString>
 #include <QTranslator>
 
@@ -57,6 +61,18 @@ public:
     QString const& host() const { return m_host; }
     quint16 port() const { return m_port; }
     int pace() const { return m_paceMs; }
+    // TLS: the exchange's certificate chain and key; a client's authorities.
+    // --insecure: neither, plain TCP.
+    bool insecure() const { return m_insecureSet; }
+    QList<QSslCertificate> const& certificateChain() const { return m_chain; }
+    QSslKey const& privateKey() const { return m_privateKey; }
+    QList<QSslCertificate> const& authorities() const { return m_authorities; }
+    // What a client of --connect follows with: TLS verified against --ca, or --insecure.
+    ReplicationClient::Settings replicationSettings() const;
+    // The login of the session (--as, else terminal.json's) and its
+    // password, read from standard input as readPassword() says.
+    QByteArray readSessionPassword() const;
+
     QString const& language() const { return m_language; }
     TerminalContext const& context() const { return m_context; }
 
@@ -65,16 +81,21 @@ public:
     DefaultCore& startCore() const;
 
 private:
+    QString checkTls();
+
     QCommandLineParser& m_parser;
     QString m_root;
     Replay m_use;
-    QCommandLineOption m_data, m_schema, m_replay, m_log, m_pace, m_now, m_as, m_lang, m_connect;
+    QCommandLineOption m_data, m_schema, m_replay, m_log, m_pace, m_now, m_as, m_lang, m_connect, m_ca, m_cert, m_key, m_insecure;
     QTranslator m_translator;
     TerminalContext m_context;
     QString m_language;
     int m_paceMs = 0;
     QString m_host;
     quint16 m_port = 0;
+    bool m_insecureSet = false;
+    QList<QSslCertificate> m_chain, m_authorities;
+    QSslKey m_privateKey;
 };
 
 } // namespace apps

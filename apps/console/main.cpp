@@ -146,7 +146,10 @@ void follow(Database* db, CommonOptions const& common, bool quiet, bool every, b
     QObject::connect(&client, &ReplicationClient::indexFailed, [](QString const& message) {
         QTextStream(stderr) << "directory-console: " << printable(message) << "\n";
     });
-    client.start(common.host(), common.port(), common.context().login.isEmpty() ? QStringLiteral("console") : common.context().login);
+    client.setSettings(common.replicationSettings());
+    QByteArray password = common.readSessionPassword();
+    client.start(common.host(), common.port(), common.context().login, password);
+    password.fill('\0');
     loop.exec();
     client.stop();
     if (!stoppedWhy.isEmpty()) throw QStringLiteral("the replication stopped: ") + stoppedWhy;

@@ -3,6 +3,7 @@
 // pace, so that connected terminals follow a live day. Every batch applied
 // is journalled (with --journal) before anyone is sent it.
 #include "context.h"
+#include "password.h"
 #include "server.h"
 #include "startup.h"
 
@@ -59,6 +60,8 @@ int main(int argc, char** argv)
         QStringLiteral("Serves a market's replication over TCP: loads the folder's snapshot, plays its day's log at a pace\n"
                        "into its tables, and sends every client a snapshot and then each batch in order. With --journal,\n"
                        "every batch is written to FILE before it is sent; a restarted exchange goes on from there.\n"
+                       "Sessions are TLS (--cert, --key) and log in with a password of --users FILE; --add-user LOGIN\n"
+                       "sets a login's password there (read from standard input, without echo at a terminal) and ends.\n"
                        "SIGINT or SIGTERM tells the clients and ends.\n") +
         exitStatusHelp({Done, BadInput}));
     parser.addHelpOption();
@@ -67,13 +70,40 @@ int main(int argc, char** argv)
                                     QStringLiteral("host:port"));
     QCommandLineOption const journal(QStringLiteral("journal"), QStringLiteral("Journal every applied batch to this file, and go on from it."),
                                      QStringLiteral("file"));
-    parser.addOptions({listen, journal});
+    QCommandLineOption const users(QStringLiteral("users"), QStringLiteral("The logins that may open a session, with their password hashes."),
+                                   QStringLiteral("file"));
+    QCommandLineOption const addUser(QStringLiteral("add-user"), QStringLiteral("Set LOGIN's password in --users FILE (created if need be), then end."),
+                                     QStringLiteral("login"));
+    parser.addOptions({listen, journal, users, addUser});
     parser.process(app);
+
+    if (parser.isSet(addUser)) {
+        if (!parser.isSet(users)) return fail(QStringLiteral("--add-user needs --users FILE"));
+        QByteArray password = readPassword(QStringLiteral("Password for %1: ").arg(parser.value(addUser)));
+        try {
+            exchange::Users::setPassword(parser.value(users), parser.value(addUser), password);
+        } catch (QString const& why) {
+            password.fill('\0');
+            return fail(why);
+        }
+        password.fill('\0');
+        out() << "The password of " << parser.value(addUser) << " is set in " << parser.value(users) << "\n";
+        return Done;
+    }
 
     QString problem = common.check();
     QString host;
     quint16 port = 0;
     if (problem.isEmpty() && !parser.isSet(listen)) problem = QStringLiteral("--listen HOST:PORT is needed");
+    if (problem.isEmpty() && !parser.isSet(users)) problem = QStringLiteral("--users FILE is needed: sessions log in with a password");
+    std::shared_ptr<exchange::Users const> logins;
+    if (problem.isEmpty()) {
+        try {
+            logins = std::make_shared<exchange::Users const>(parser.value(users));
+        } catch (QString const& why) {
+            problem = why;
+        }
+    }
     if (problem.isEmpty()) problem = parseEndpoint(parser.value(listen), host, port, true);
     if (problem.isEmpty() && common.context().day.isEmpty())
         problem = QStringLiteral("%1: the market names no trading day ('day' or 'now')").arg(common.dataFile(QStringLiteral("terminal.json")));
@@ -94,6 +124,8 @@ int main(int argc, char** argv)
     }
     // Sequence 0 is the folder's snapshot: only what changes it from here on is served.
     exchange::ReplicationServer server(db, common.context().day);
+    server.setUsers(logins);
+    if (!common.insecure()) server.setTls(common.certificateChain(), common.privateKey());
     try {
         if (parser.isSet(journal)) {
             resumeAfter = server.openJournal(parser.value(journal));
@@ -109,9 +141,14 @@ int main(int argc, char** argv)
     QString error;
     if (!server.listen(QHostAddress(host), port, error)) return fail(QStringLiteral("cannot listen on %1: %2").arg(parser.value(listen), error));
     out() << "directory-exchange: listening on " << host << ":" << server.port() << ", day " << server.day() << ", history "
-          << server.history() << ", sequence " << server.lastSequence() << "\n";
+          << server.history() << ", sequence " << server.lastSequence() << (server.encrypted() ? ", TLS" : ", INSECURE: plain TCP") << ", "
+          << logins->size() << " users\n";
     out().flush();
 
+    QObject::connect(&server, &exchange::ReplicationServer::connectionRefused, [](QString const& peer, QString const& why) {
+        out() << "connection " << peer << " refused: " << why << "\n";
+        out().flush();
+    });
     QObject::connect(&server, &exchange::ReplicationServer::sessionOpened, [](QString const& peer, QString const& login, bool resumed, quint64 from) {
         out() << "session " << peer << " (" << login << "): " << (resumed ? "resumes after " : "snapshot at ") << from << "\n";
         out().flush();

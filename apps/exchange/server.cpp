@@ -6,9 +6,13 @@
 #include <database/batchencoder.h>
 #include <database/database.h>
 #include <database/exception.h>
+#include <database/record.h>
+#include <database/table.h>
 
 #include <QJsonArray>
 #include <QPointer>
+#include <QSslConfiguration>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -19,6 +23,18 @@ using namespace replication;
 namespace exchange {
 
 namespace {
+// Hands each accepted descriptor over as it is, so that the session's socket
+// can be a TLS one from its first byte.
+class Listener : public QTcpServer
+{
+public:
+    using QTcpServer::QTcpServer;
+    std::function<void(qintptr)> incoming;
+
+protected:
+    void incomingConnection(qintptr descriptor) override { incoming(descriptor); }
+};
+
 // A session's socket is refilled while it holds less than this, so that a
 // slow reader holds one high-water mark, not the whole day, in memory.
 constexpr qint64 kHighWater = 1024 * 1024;
@@ -38,10 +54,27 @@ struct ReplicationServer::Snapshot
 class Session : public QObject
 {
 public:
-    Session(ReplicationServer* server, QTcpSocket* socket) : QObject(server), m_server(server), m_socket(socket), m_reader(server->settings().maxFrame)
+    Session(ReplicationServer* server, QTcpSocket* socket)
+        : QObject(server), m_server(server), m_socket(socket), m_reader(server->settings().maxClientFrame),
+          m_tokens(server->settings().messageBurst)
     {
         socket->setParent(this);
-        m_peer = QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort());
+        m_address = socket->peerAddress();
+        m_peer = QStringLiteral("%1:%2").arg(m_address.toString()).arg(socket->peerPort());
+        if (auto* tls = qobject_cast<QSslSocket*>(socket)) {
+            connect(tls, QOverload<QList<QSslError> const&>::of(&QSslSocket::sslErrors), this, [this](QList<QSslError> const& errors) {
+                QStringList texts;
+                for (QSslError const& e : errors) texts << e.errorString();
+                finish(QStringLiteral("TLS: ") + texts.join(QStringLiteral("; ")));
+            });
+        }
+        connect(socket, &QAbstractSocket::errorOccurred, this, [this](QAbstractSocket::SocketError e) {
+            if (e == QAbstractSocket::SslHandshakeFailedError) finish(QStringLiteral("TLS handshake failed: ") + m_socket->errorString());
+        });
+        m_sinceRefill.start();
+        m_hello.setSingleShot(true);
+        connect(&m_hello, &QTimer::timeout, this, [this] { finish(QStringLiteral("no HELLO within %1 ms").arg(m_server->settings().helloTimeoutMs)); });
+        m_hello.start(server->settings().helloTimeoutMs);
         connect(socket, &QTcpSocket::readyRead, this, [this] { read(); });
         connect(socket, &QTcpSocket::bytesWritten, this, [this] { pump(); });
         connect(socket, &QTcpSocket::disconnected, this, [this] { finish(QStringLiteral("connection lost")); });
@@ -58,6 +91,10 @@ public:
     }
 
     QString const& peer() const { return m_peer; }
+    QString const& login() const { return m_login; }
+    QString address() const { return m_address.toString(); }
+    // Logged in: past the password check.
+    bool loggedIn() const { return m_streaming; }
 
     // The server goes first: nothing of the socket may call back into it.
     void detach()
@@ -122,15 +159,35 @@ private:
     void read()
     {
         m_silence.start();
-        m_reader.append(m_socket->readAll());
+        // Read no more than a frame can be: a flood stays in the kernel's
+        // buffers, and is refused by the rate below, not held here.
+        m_reader.append(m_socket->read(m_server->settings().maxClientFrame + kHeaderSize + kTrailerSize));
         Frame f;
-        while (!m_closing && m_reader.next(f)) handle(f);
-        if (!m_reader.error().isEmpty()) finish(QStringLiteral("malformed frame: ") + m_reader.error());
+        while (!m_closing && !m_finished && m_reader.next(f)) {
+            if (!allowMessage()) return;
+            handle(f);
+        }
+        if (!m_reader.error().isEmpty()) return finish(QStringLiteral("malformed frame: ") + m_reader.error());
+        if (!m_closing && !m_finished && m_socket->bytesAvailable() > 0) QTimer::singleShot(0, this, [this] { read(); });
+    }
+
+    // A token bucket: `messagesPerSecond` on average, `messageBurst` at once.
+    bool allowMessage()
+    {
+        ReplicationServer::Settings const& s = m_server->settings();
+        m_tokens = qMin<double>(s.messageBurst, m_tokens + m_sinceRefill.restart() * s.messagesPerSecond / 1000.0);
+        if (m_tokens >= 1) {
+            m_tokens -= 1;
+            return true;
+        }
+        say(FrameType::Error, QStringLiteral("error"), QStringLiteral("too many messages: at most %1 a second").arg(s.messagesPerSecond));
+        return false;
     }
 
     void handle(Frame const& f)
     {
         if (f.type == FrameType::Heartbeat) return;
+        if (m_checking) return finish(QStringLiteral("malformed frame: %1 while the password is checked").arg(frameName(f.type)));
         if (!m_streaming) {
             if (f.type != FrameType::Hello) return finish(QStringLiteral("malformed frame: %1 before HELLO").arg(frameName(f.type)));
             return hello(f.payload);
@@ -161,14 +218,40 @@ private:
         m_login = o.value(QStringLiteral("login")).toString();
         QString const why = apps::loginProblem(m_login);
         if (!why.isEmpty()) return say(FrameType::Error, QStringLiteral("error"), QStringLiteral("the login: ") + why);
+        if (!o.value(QStringLiteral("password")).isString())
+            return say(FrameType::Error, QStringLiteral("error"), QStringLiteral("a malformed HELLO: it needs a password"));
         for (QJsonValue const& v : o.value(QStringLiteral("compression")).toArray()) m_zstd = m_zstd || v.toString() == QLatin1String("zstd");
+        m_from = quint64(after.toDouble());
+        m_helloDay = o.value(QStringLiteral("day")).toString();
+        m_helloHistory = o.value(QStringLiteral("history")).toString();
 
-        quint64 const from = quint64(after.toDouble());
+        // An unknown login is checked against a decoy, so that the refusal
+        // takes as long whichever was wrong.
+        QByteArray hash = m_server->m_users ? m_server->m_users->hashOf(m_login) : QByteArray();
+        bool const known = !hash.isEmpty() && m_server->isMarketUser(m_login);
+        if (hash.isEmpty()) hash = Users::decoy();
+        m_checking = true;
+        m_hello.stop();
+        m_server->m_checker->check(hash, o.value(QStringLiteral("password")).toString().toUtf8(), this, [this, known](bool ok) {
+            m_checking = false;
+            if (ok && known) return open();
+            int const delay = m_server->refusalDelay(m_address);
+            m_checking = true;   // nothing more is read from it meanwhile
+            QTimer::singleShot(delay, this, [this] {
+                m_checking = false;
+                say(FrameType::Error, QStringLiteral("error"), QStringLiteral("the login or the password is wrong"));
+            });
+        });
+    }
+
+    void open()
+    {
+        m_server->loggedIn(m_address);
+        quint64 const from = m_from;
         // A client further behind than the send limit would be too slow
         // at once: it takes a snapshot instead.
-        bool const resume = from > 0 && o.value(QStringLiteral("day")).toString() == m_server->day() &&
-                            o.value(QStringLiteral("history")).toString() == m_server->history() && from <= m_server->lastSequence() &&
-                            m_server->bytesAfter(from) <= m_server->settings().maxSendBuffer;
+        bool const resume = from > 0 && m_helloDay == m_server->day() && m_helloHistory == m_server->history() &&
+                            from <= m_server->lastSequence() && m_server->bytesAfter(from) <= m_server->settings().maxSendBuffer;
         write(jsonFrame(FrameType::Welcome, QJsonObject{{QStringLiteral("protocol"), kProtocol},
                                                         {QStringLiteral("day"), m_server->day()},
                                                         {QStringLiteral("history"), m_server->history()},
@@ -210,9 +293,15 @@ private:
 
     ReplicationServer* m_server;
     QTcpSocket* m_socket;
+    QHostAddress m_address;
     FrameReader m_reader;
-    QTimer m_beat, m_silence;
+    QTimer m_beat, m_silence, m_hello;
     QString m_peer, m_login, m_why;
+    quint64 m_from = 0;
+    QString m_helloDay, m_helloHistory;
+    double m_tokens;
+    QElapsedTimer m_sinceRefill;
+    bool m_checking = false;   // the password is being checked, or its refusal delayed
     bool m_streaming = false;
     bool m_closing = false;
     bool m_finished = false;
@@ -228,6 +317,14 @@ ReplicationServer::ReplicationServer(Database* database, QString const& day, QOb
     : QObject(parent), m_database(database), m_day(day), m_history(newHistory())
 {
     m_database->setAppliedObserver([this](Batch const& batch) { served(batch); });
+    m_checker = new PasswordChecker(this);
+    m_clock.start();
+}
+
+void ReplicationServer::setTls(QList<QSslCertificate> const& chain, QSslKey const& key)
+{
+    m_chain = chain;
+    m_key = key;
 }
 
 ReplicationServer::~ReplicationServer()
@@ -296,7 +393,13 @@ void ReplicationServer::served(Batch const& batch)
     m_total += m_frames.back().size();
     m_offsets.push_back(m_total);
     std::vector<Session*> const sessions = m_sessions;
-    for (Session* s : sessions) s->pump();
+    bool const usersChanged = batch.table && batch.table->name() == QLatin1String("k3.user");
+    for (Session* s : sessions) {
+        // A login taken out of the market's users is out of its session too.
+        if (usersChanged && s->loggedIn() && !isMarketUser(s->login()))
+            s->say(FrameType::Error, QStringLiteral("error"), QStringLiteral("the login %1 was removed from the market's users").arg(s->login()));
+        else s->pump();
+    }
 }
 
 std::shared_ptr<ReplicationServer::Snapshot const> ReplicationServer::snapshot(bool compressed)
@@ -357,14 +460,75 @@ void ReplicationServer::beginDay(QString const& day, std::function<void()> const
 bool ReplicationServer::listen(QHostAddress const& address, quint16 port, QString& error)
 {
     if (!m_server) {
-        m_server = new QTcpServer(this);
-        connect(m_server, &QTcpServer::newConnection, this, [this] {
-            while (QTcpSocket* socket = m_server->nextPendingConnection()) m_sessions.push_back(new Session(this, socket));
-        });
+        auto* listener = new Listener(this);
+        listener->incoming = [this](qintptr descriptor) { accept(descriptor); };
+        m_server = listener;
     }
     if (m_server->listen(address, port)) return true;
     error = m_server->errorString();
     return false;
+}
+
+void ReplicationServer::accept(qintptr descriptor)
+{
+    auto* socket = new QSslSocket;
+    if (!socket->setSocketDescriptor(descriptor)) {
+        delete socket;
+        return;
+    }
+    QString const address = socket->peerAddress().toString();
+    QString const peer = QStringLiteral("%1:%2").arg(address).arg(socket->peerPort());
+    int pending = 0;
+    for (Session const* s : m_sessions) pending += !s->loggedIn();
+    QString refusal;
+    if (pending >= m_settings.pendingTotal) refusal = QStringLiteral("too many connections not logged in");
+    else if (pendingFrom(address) >= m_settings.pendingPerAddress) refusal = QStringLiteral("too many connections not logged in from %1").arg(address);
+    if (!refusal.isEmpty()) {
+        // Closed before a byte is read: a flood of connections costs no handshake.
+        socket->abort();
+        delete socket;
+        emit connectionRefused(peer, refusal);
+        return;
+    }
+    if (encrypted()) {
+        QSslConfiguration tls = socket->sslConfiguration();
+        tls.setLocalCertificateChain(m_chain);
+        tls.setPrivateKey(m_key);
+        tls.setProtocol(QSsl::TlsV1_2OrLater);
+        tls.setPeerVerifyMode(QSslSocket::VerifyNone);   // clients prove who they are by password
+        socket->setSslConfiguration(tls);
+        socket->startServerEncryption();
+    }
+    m_sessions.push_back(new Session(this, socket));
+}
+
+int ReplicationServer::pendingFrom(QString const& address) const
+{
+    int n = 0;
+    for (Session const* s : m_sessions) n += !s->loggedIn() && s->address() == address;
+    return n;
+}
+
+int ReplicationServer::refusalDelay(QHostAddress const& address)
+{
+    qint64 const now = m_clock.elapsed();
+    // Forget addresses quiet for long, so that the table stays small under a flood from many.
+    if (m_failures.size() > 10000) {
+        for (auto it = m_failures.begin(); it != m_failures.end();)
+            it = now - it->last > m_settings.failuresForgottenMs ? m_failures.erase(it) : std::next(it);
+    }
+    Failures& f = m_failures[address.toString()];
+    if (f.count > 0 && now - f.last > m_settings.failuresForgottenMs) f.count = 0;
+    ++f.count;
+    f.last = now;
+    qint64 const delay = qint64(m_settings.refusalDelayFirstMs) << qMin(f.count - 1, 20);
+    return int(qMin<qint64>(delay, m_settings.refusalDelayMaxMs));
+}
+
+bool ReplicationServer::isMarketUser(QString const& login) const
+{
+    QSharedPointer<Table> const users = m_database->table(QStringLiteral("k3.user"));
+    return users && !Record(users.data(), login).isEmpty();
 }
 
 qint64 ReplicationServer::queuedBytes() const

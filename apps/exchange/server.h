@@ -1,10 +1,15 @@
 #pragma once
 #include "journal.h"
+#include "passwords.h"
 
 #include <database/replication.h>
 
 #include <QHostAddress>
+#include <QElapsedTimer>
+#include <QHash>
 #include <QObject>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <functional>
 #include <QString>
 #include <memory>
@@ -33,6 +38,23 @@ public:
         qint64 maxFrame = replication::kDefaultMaxFrame;
         // Batches a session may be behind, in bytes, before it is too slow.
         qint64 maxSendBuffer = 64 * 1024 * 1024;
+
+        // Against abuse. A client's frames are small (HELLO, HEARTBEAT, REJECTED).
+        qint64 maxClientFrame = 64 * 1024;
+        // From accepting a connection to its HELLO, the TLS handshake included.
+        int helloTimeoutMs = 10000;
+        // Frames a session may send: this many a second on average, in bursts of `messageBurst`.
+        int messagesPerSecond = 20;
+        int messageBurst = 100;
+        // A wrong login or password is answered after this delay, doubled
+        // for each further failure from the same address up to the maximum;
+        // an address is forgotten after `failuresForgottenMs` without one.
+        int refusalDelayFirstMs = 500;
+        int refusalDelayMaxMs = 16000;
+        int failuresForgottenMs = 10 * 60 * 1000;
+        // Connections not yet logged in, from one address and in all.
+        int pendingPerAddress = 16;
+        int pendingTotal = 512;
     };
 
     // `database` holds the market folder's snapshot (sequence 0); `day` is
@@ -41,6 +63,12 @@ public:
     ReplicationServer(Database* database, QString const& day, QObject* parent = nullptr);
     // Before listen().
     void setSettings(Settings const& settings) { m_settings = settings; }
+    // Who may log in. Without users, every login is refused.
+    void setUsers(std::shared_ptr<Users const> users) { m_users = std::move(users); }
+    // TLS with this certificate (its chain first) and key, before listen();
+    // without, sessions are plain TCP (for local demos only).
+    void setTls(QList<QSslCertificate> const& chain, QSslKey const& key);
+    bool encrypted() const { return !m_chain.isEmpty(); }
     ~ReplicationServer() override;
 
     // Opens the journal and applies the batches it holds of this day.
@@ -77,6 +105,8 @@ public:
     Settings const& settings() const { return m_settings; }
 
 signals:
+    // A connection closed before it logged in: refused, timed out, or over a limit.
+    void connectionRefused(QString const& peer, QString const& why);
     void sessionOpened(QString const& peer, QString const& login, bool resumed, quint64 from);
     void sessionClosed(QString const& peer, QString const& why);
     void batchRejected(QString const& peer, quint64 sequence, QString const& origin, QString const& reason);
@@ -91,6 +121,12 @@ private:
     QByteArray const& batchFrame(quint64 sequence) const { return m_frames[sequence - 1]; }
     qint64 bytesAfter(quint64 sequence) const { return m_total - m_offsets[sequence]; }
     void closed(Session* session, QString const& why);
+    void accept(qintptr descriptor);
+    // How long to wait before refusing a wrong login from `address`; counts the failure.
+    int refusalDelay(QHostAddress const& address);
+    void loggedIn(QHostAddress const& address) { m_failures.remove(address.toString()); }
+    bool isMarketUser(QString const& login) const;
+    int pendingFrom(QString const& address) const;
 
     Database* m_database;
     QString m_day;
@@ -107,6 +143,17 @@ private:
     // the log's own batches; anything else is the exchange's.
     QString m_pendingSource;
     bool m_replaying = false;   // the journal's own batches are not journalled again
+    std::shared_ptr<Users const> m_users;
+    PasswordChecker* m_checker = nullptr;
+    QList<QSslCertificate> m_chain;
+    QSslKey m_key;
+    struct Failures
+    {
+        int count = 0;
+        qint64 last = 0;   // ms on m_clock
+    };
+    QHash<QString, Failures> m_failures;   // by address
+    QElapsedTimer m_clock;
     std::shared_ptr<Snapshot> m_snapshots[2];
 };
 

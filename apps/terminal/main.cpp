@@ -67,9 +67,20 @@ int main(int argc, char** argv)
     if (QFileInfo(templates).isFile() && !core.transactions()->loadTemplates(templates, error)) return refuse(error);
     SimulatedGateway exchange(&core);
     exchange.plugInto(core.transactions());
-    TerminalWindow window({common.snapshot(), common.log(), common.replay(), common.pace(), common.host(), common.port(),
-                           common.context().login.isEmpty() ? QStringLiteral("terminal") : common.context().login},
-                          core);
+    TerminalOptions options;
+    options.snapshot = common.snapshot();
+    options.log = common.log();
+    options.replay = common.replay();
+    options.pace = common.pace();
+    options.host = common.host();
+    options.port = common.port();
+    options.login = common.context().login;
+    if (common.connects()) {
+        options.password = common.readSessionPassword();
+        options.replication = common.replicationSettings();
+    }
+    TerminalWindow window(options, core);
+    options.password.fill('\0');
     window.show();
     window.loadMarket();
     return app.exec();

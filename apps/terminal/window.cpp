@@ -147,10 +147,9 @@ void TerminalWindow::followExchange(Database* db)
         QString shown = ReplicationClient::stateName(state);
         if (state == ReplicationClient::State::Disconnected || state == ReplicationClient::State::Stopped)
             shown = m_replication->stateText();
-        m_connectionStatus->setText(tr("Биржа %1: %2 · последовательность %3 · отставание %4")
-                                        .arg(m_replication->endpoint(), shown)
-                                        .arg(m_replication->lastApplied())
-                                        .arg(m_replication->lag()));
+        QString const line = m_options.replication.insecure ? tr("Биржа %1 БЕЗ ШИФРОВАНИЯ: %2 · последовательность %3 · отставание %4")
+                                                : tr("Биржа %1: %2 · последовательность %3 · отставание %4");
+        m_connectionStatus->setText(line.arg(m_replication->endpoint(), shown).arg(m_replication->lastApplied()).arg(m_replication->lag()));
     });
     auto update = [redraw] { if (!redraw->isActive()) redraw->start(); };
     connect(m_replication, &ReplicationClient::stateChanged, this, [this, update](ReplicationClient::State state, QString const& text) {
@@ -177,7 +176,10 @@ void TerminalWindow::followExchange(Database* db)
 void TerminalWindow::loadMarket()
 {
     if (m_replication) {
-        m_replication->start(m_options.host, m_options.port, m_options.login);
+        m_replication->setSettings(m_options.replication);
+        m_replication->start(m_options.host, m_options.port, m_options.login, m_options.password);
+        m_options.password.fill('\0');
+        m_options.password.clear();
         return;
     }
     QString error;

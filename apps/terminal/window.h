@@ -1,4 +1,6 @@
 #pragma once
+#include <database/replicationclient.h>
+
 #include <QMainWindow>
 #include <QStringList>
 
@@ -12,7 +14,7 @@ class OrderTicket;
 class OrdersView;
 class QLabel;
 class QTabWidget;
-class ReplicationClient;
+
 class ReplayPanel;
 class TradingPath;
 struct NotificationLink;
@@ -28,6 +30,8 @@ struct TerminalOptions
     QString host;
     quint16 port = 0;
     QString login;
+    QByteArray password;                      // forgotten once the session is started
+    ReplicationClient::Settings replication;  // TLS or not (the status line says when not)
 };
 
 // The demo terminal's main window over the library's directories. The

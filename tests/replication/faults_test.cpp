@@ -159,6 +159,7 @@ TEST_F(FaultThreads, ASlowFollowerIsDroppedWithBoundedMemoryAndResynchronises)
 {
     x.server.reset();   // served again below with a small send limit
     x.server.reset(new exchange::ReplicationServer(&x.db, QStringLiteral("2026-11-20")));
+    x.server->setUsers(testUsers());
     exchange::ReplicationServer::Settings s;
     s.heartbeatIntervalMs = 100;
     s.heartbeatTimeoutMs = kHeartbeatTimeoutMs;
@@ -215,9 +216,10 @@ TEST_F(FaultThreads, AFollowerRestartedFromItsLastSequenceResumesThere)
     x.play(25);
     QSignalSpy opened(x.server.get(), &exchange::ReplicationServer::sessionOpened);
     ReplicationClient again(&f.db);
+    again.setSettings(f.client.settings());
     QList<quint64> applied;
     QObject::connect(&again, &ReplicationClient::batchApplied, [&](quint64 seq, QString const&) { applied << seq; });
-    again.start(QStringLiteral("127.0.0.1"), x.server->port(), QStringLiteral("FA01U01"), where);
+    again.start(QStringLiteral("127.0.0.1"), x.server->port(), QStringLiteral("FA01U01"), testPassword(QStringLiteral("FA01U01")), where);
     ASSERT_TRUE(QTest::qWaitFor([&] { return again.state() == State::Live && again.lastApplied() == x.server->lastSequence(); }, 15000));
     ASSERT_EQ(opened.size(), 1);
     EXPECT_TRUE(opened[0][2].toBool());   // resumed, no snapshot
@@ -267,7 +269,7 @@ TEST_F(FaultThreads, ANewTradingDayWhileDisconnectedIsASnapshotOnReturn)
     beginNextDay(x);
     x.play(8);
     QSignalSpy opened(x.server.get(), &exchange::ReplicationServer::sessionOpened);
-    f.client.start(QStringLiteral("127.0.0.1"), proxy.port(), QStringLiteral("FA01U01"), where);
+    f.start(proxy.port(), where);
     finish();
     ASSERT_EQ(opened.size(), 1);
     EXPECT_FALSE(opened[0][2].toBool());   // the old day's position cannot be resumed
@@ -282,8 +284,11 @@ TEST(FaultThreadsProcess, AnExchangeKilledMidDayAndRestartedFromItsJournalLosesN
 {
     QTemporaryDir dir;
     QString const journal = dir.filePath(QStringLiteral("day.journal"));
+    TestCertificates const& tls = testCertificates();
+    ASSERT_FALSE(tls.ca.isEmpty()) << tls.error.toStdString();
     QStringList const args{QStringLiteral("--data"), kMarket, QStringLiteral("--schema"), kSchema, QStringLiteral("--journal"), journal,
-                           QStringLiteral("--pace"), QStringLiteral("25"), QStringLiteral("--lang"), QStringLiteral("en")};
+                           QStringLiteral("--pace"), QStringLiteral("25"), QStringLiteral("--lang"), QStringLiteral("en"),
+                           QStringLiteral("--users"), testUsersFile(), QStringLiteral("--cert"), tls.cert, QStringLiteral("--key"), tls.key};
     auto startExchange = [&](QProcess& p, quint16 port) -> quint16 {
         p.setProgram(QStringLiteral(EXCHANGE_PROGRAM));
         p.setArguments(args + QStringList{QStringLiteral("--listen"), QStringLiteral("127.0.0.1:%1").arg(port)});
@@ -302,6 +307,10 @@ TEST(FaultThreadsProcess, AnExchangeKilledMidDayAndRestartedFromItsJournalLosesN
 
     Follower f;
     f.bindDirectories();
+    ReplicationClient::Settings settings = f.client.settings();
+    settings.insecure = false;   // the program serves TLS
+    settings.authorities = tls.authorities();
+    f.client.setSettings(settings);
     QProcess first;
     quint16 const port = startExchange(first, 0);
     ASSERT_NE(port, 0);

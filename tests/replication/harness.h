@@ -2,6 +2,7 @@
 // follower with the core's database and the library's directories.
 #pragma once
 #include "binding.h"
+#include "exchangesecurity.h"
 #include "server.h"
 
 #include <core/icore.h>
@@ -51,6 +52,7 @@ struct Exchange
         db.loadSchema(kSchema);
         db.loadFileAtomically(kMarket + QStringLiteral("/snapshot.jsonl"));
         server.reset(new exchange::ReplicationServer(&db, day));
+        server->setUsers(testUsers());
         if (!journal.isEmpty()) resumeAfter = server->openJournal(journal);
         exchange::ReplicationServer::Settings s;
         s.heartbeatIntervalMs = 100;
@@ -97,6 +99,7 @@ struct Follower
         s.heartbeatTimeoutMs = kHeartbeatTimeoutMs;
         s.backoffFirstMs = 20;
         s.backoffMaxMs = 200;
+        s.insecure = true;   // TLS has tests of its own
         client.setSettings(s);
         QObject::connect(&client, &ReplicationClient::stateChanged, [this](State state, QString const&) {
             states << state;
@@ -117,7 +120,10 @@ struct Follower
             if (!std::exchange(bound, true)) apps::bindDirectories(&db, DirectoryClass::AfterLoading);
         });
     }
-    void start(quint16 port) { client.start(QStringLiteral("127.0.0.1"), port, QStringLiteral("FA01U01")); }
+    void start(quint16 port, ReplicationClient::Position const& from = ReplicationClient::Position())
+    {
+        client.start(QStringLiteral("127.0.0.1"), port, QStringLiteral("FA01U01"), testPassword(QStringLiteral("FA01U01")), from);
+    }
     bool caughtUpWith(Exchange const& x, int ms = 15000)
     {
         return QTest::qWaitFor([&] { return client.state() == State::Live && client.lastApplied() == x.server->lastSequence(); }, ms);

@@ -9,7 +9,7 @@ Any refusal (ERROR, BYE, gap, malformed frame, timeout) prints why and exits 1;
 it never reconnects, since its job is to prove one session end to end.
 Standard library only.
 """
-import argparse, json, re, socket, struct, sys, time, zlib
+import argparse, json, re, socket, ssl, struct, sys, time, zlib
 
 HELLO, WELCOME, SNAP_BEGIN, SNAP_DATA, SNAP_END, BATCH, HEARTBEAT, BYE, ERROR, REJECTED = range(1, 11)
 PROTOCOL = 2
@@ -274,8 +274,8 @@ class Session:
                 self.apply(b["seq"], batch)
                 lines += 1
 
-    def run(self, login):
-        hello = {"protocol": PROTOCOL, "login": login, "day": "", "history": "", "after": 0, "compression": []}
+    def run(self, login, password):
+        hello = {"protocol": PROTOCOL, "login": login, "password": password, "day": "", "history": "", "after": 0, "compression": []}
         self.send(HELLO, json.dumps(hello).encode())
         while True:
             ftype, payload = self.next_frame()
@@ -313,12 +313,16 @@ def main(argv=None):
     p.add_argument("--connect", required=True, metavar="HOST:PORT")
     p.add_argument("--schema", required=True)
     p.add_argument("--login", default="FA01U01")
+    p.add_argument("--ca", help="TLS: the authorities (PEM) the server's certificate must chain to")
+    p.add_argument("--insecure", action="store_true", help="plain TCP instead of TLS")
     p.add_argument("--timeout", type=float, default=60.0)
     p.add_argument("--expect-snapshot")
     p.add_argument("--expect-log")
     a = p.parse_args(argv)
     if bool(a.expect_snapshot) != bool(a.expect_log):
         p.error("--expect-snapshot and --expect-log go together")
+    if bool(a.ca) == a.insecure:
+        p.error("give --ca FILE (TLS) or --insecure (plain TCP)")
     if not re.fullmatch(r"[!-{}~]{1,12}", a.login):  # printable ASCII, no space and no '|'
         p.error("--login takes 1 to 12 printable characters, no spaces and no '|'")
     try:
@@ -326,14 +330,22 @@ def main(argv=None):
         host, _, port = a.connect.rpartition(":")
         if not host or not port.isdigit():
             raise Fail(f"--connect takes HOST:PORT, not '{a.connect}'")
+        password = sys.stdin.readline().rstrip("\r\n")  # never from the arguments
         deadline = time.monotonic() + a.timeout
         try:
             sock = socket.create_connection((host, int(port)), timeout=min(5.0, a.timeout))
         except OSError as e:
             raise Fail(f"connection refused: {e}")
+        if a.ca:
+            context = ssl.create_default_context(cafile=a.ca)
+            context.minimum_version = ssl.TLSVersion.TLSv1_2
+            try:
+                sock = context.wrap_socket(sock, server_hostname=host)
+            except ssl.SSLError as e:
+                raise Fail(f"the exchange at {a.connect} cannot be verified: {e}")
         with sock:
             s = Session(sock, schema, deadline)
-            s.run(a.login)
+            s.run(a.login, password)
         print(f"live at sequence {s.applied}")
         for name in sorted(s.tables):
             print(f"{name} {len(s.tables[name])}")

@@ -1,16 +1,31 @@
 #!/usr/bin/env bash
 # Usage: with_exchange.sh EXCHANGE SCHEMA MARKET COMMAND...
-# Starts the exchange on a free port of 127.0.0.1, waits until it has played
-# its day, runs COMMAND with every @PORT@ replaced by the port, then stops
-# the exchange with SIGTERM and gives COMMAND's exit status.
+# Makes a certificate authority and a server certificate for 127.0.0.1 and
+# a users file (FA01U01, password pw-FA01U01), starts the exchange with TLS
+# on a free port of 127.0.0.1, waits until it has played its day, runs
+# COMMAND with every @PORT@ replaced by the port and @CA@ by the authority's
+# certificate, the password on its standard input, then stops the exchange
+# with SIGTERM and gives COMMAND's exit status.
 set -euo pipefail
 exchange=$1 schema=$2 market=$3
 shift 3
-out=$(mktemp)
-"$exchange" --listen 127.0.0.1:0 --data "$market" --schema "$schema" --pace 0 --lang en >"$out" 2>&1 &
+work=$(mktemp -d)
+out=$work/exchange.out
+pid=
+trap '[ -n "$pid" ] && { kill -TERM $pid 2>/dev/null; wait $pid 2>/dev/null; }; rm -rf "$work"' EXIT
+ec=(-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes)
+(cd "$work" &&
+  printf 'subjectAltName=IP:127.0.0.1,DNS:localhost\nbasicConstraints=CA:FALSE\nextendedKeyUsage=serverAuth\n' >server.ext &&
+  openssl req -x509 -days 2 -subj "/CN=Test exchange CA" -keyout ca.key -out ca.pem "${ec[@]}" &&
+  openssl req -subj "/CN=127.0.0.1" -keyout server.key -out server.csr "${ec[@]}" &&
+  openssl x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days 2 -extfile server.ext -out server.pem) >"$work/openssl.log" 2>&1 ||
+  { cat "$work/openssl.log"; exit 1; }
+echo pw-FA01U01 | "$exchange" --users "$work/users" --add-user FA01U01 >/dev/null
+"$exchange" --listen 127.0.0.1:0 --data "$market" --schema "$schema" --pace 0 --lang en --users "$work/users" \
+  --cert "$work/server.pem" --key "$work/server.key" >"$out" 2>&1 &
 pid=$!
-trap 'kill -TERM $pid 2>/dev/null; wait $pid 2>/dev/null; rm -f "$out"' EXIT
 for _ in $(seq 300); do grep -q "log is played" "$out" && break; sleep 0.1; done
 port=$(grep -o 'listening on 127.0.0.1:[0-9]*' "$out" | cut -d: -f2)
 [ -n "$port" ] && grep -q "log is played" "$out" || { cat "$out"; echo "the exchange did not serve its day" >&2; exit 1; }
-"${@//@PORT@/$port}"
+args=("${@//@PORT@/$port}")
+echo pw-FA01U01 | "${args[@]//@CA@/$work/ca.pem}"

@@ -22,6 +22,8 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTabWidget>
+#include "exchangesecurity.h"
+
 #include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
@@ -34,8 +36,10 @@ QString const kMarket = QStringLiteral(MARKET_DIR);
 
 // The terminal as main() sets it up: the market's moment and user, the
 // schema, the directories bound at start, the window, then the snapshot
-// (from the files, or from the exchange on `exchangePort` of 127.0.0.1).
-inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/replication.jsonl", quint16 exchangePort = 0)
+// (from the files, or from the exchange on `exchangePort` of 127.0.0.1,
+// over TLS verified against `authorities`, or plain TCP without them).
+inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket + "/replication.jsonl", quint16 exchangePort = 0,
+                                                    QList<QSslCertificate> const& authorities = {})
 {
     apps::TerminalContext context;
     QString error;
@@ -56,6 +60,9 @@ inline std::unique_ptr<TerminalWindow> openTerminal(QString const& log = kMarket
         options.host = QStringLiteral("127.0.0.1");
         options.port = exchangePort;
         options.login = context.login;
+        options.password = testPassword(context.login);
+        options.replication.insecure = authorities.isEmpty();
+        options.replication.authorities = authorities;
     }
     auto window = std::make_unique<TerminalWindow>(options, *DefaultCore::global());
     window->show();

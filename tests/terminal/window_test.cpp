@@ -356,6 +356,10 @@ TEST(TerminalThreads, FollowsTheExchangeLiveWithAStatusLineAndNoReplayControls)
     exchangeDb.loadSchema(QStringLiteral(SCHEMA_FILE));
     exchangeDb.loadFileAtomically(kMarket + "/snapshot.jsonl");
     exchange::ReplicationServer server(&exchangeDb, QStringLiteral("2026-11-20"));
+    server.setUsers(testUsers());
+    TestCertificates const& tls = testCertificates();
+    ASSERT_FALSE(tls.ca.isEmpty()) << tls.error.toStdString();
+    server.setTls(tls.chain(), tls.privateKey());
     QString error;
     ASSERT_TRUE(server.listen(QHostAddress::LocalHost, 0, error)) << error.toStdString();
     BatchReader log(exchangeDb, kMarket + "/replication.jsonl");
@@ -365,7 +369,7 @@ TEST(TerminalThreads, FollowsTheExchangeLiveWithAStatusLineAndNoReplayControls)
     };
     play(20);
 
-    auto window = openTerminal(QString(), server.port());
+    auto window = openTerminal(QString(), server.port(), tls.authorities());
     ASSERT_TRUE(window->isMarketLoaded());
     ReplicationClient* client = window->replication();
     ASSERT_NE(client, nullptr);
@@ -376,6 +380,7 @@ TEST(TerminalThreads, FollowsTheExchangeLiveWithAStatusLineAndNoReplayControls)
     QTest::qWait(300);   // the status line is redrawn at most every 200 ms
     QString const status = window->connectionStatus()->text();
     EXPECT_TRUE(status.contains(": live · ") && status.contains(" 60 · ")) << status.toStdString();
+    EXPECT_FALSE(status.contains("БЕЗ ШИФРОВАНИЯ")) << status.toStdString();
     EXPECT_TRUE(status.contains("127.0.0.1:" + QString::number(server.port()))) << status.toStdString();
     // The views show the exchange's rows, as after loading its files.
     EXPECT_EQ(window->market()->model()->rowCount(), exchangeDb.table("securities")->rowCount());
@@ -396,6 +401,7 @@ TEST(TerminalThreads, AResynchronisationShowsNoNotificationTwice)
         db.loadSchema(QStringLiteral(SCHEMA_FILE));
         db.loadFileAtomically(kMarket + "/snapshot.jsonl");
         auto server = std::make_unique<exchange::ReplicationServer>(&db, day);
+        server->setUsers(testUsers());
         QString error;
         EXPECT_TRUE(server->listen(QHostAddress::LocalHost, port, error)) << error.toStdString();
         return server;
@@ -406,6 +412,9 @@ TEST(TerminalThreads, AResynchronisationShowsNoNotificationTwice)
     auto window = openTerminal(QString(), port);
     ReplicationClient* client = window->replication();
     ASSERT_TRUE(QTest::qWaitFor([&] { return client->state() == ReplicationClient::State::Live; }, 20000));
+    // A plain session says so on the status line.
+    QTest::qWait(300);
+    EXPECT_TRUE(window->connectionStatus()->text().contains("БЕЗ ШИФРОВАНИЯ")) << window->connectionStatus()->text().toStdString();
     auto const& entries = window->notifications()->entries();
     ASSERT_EQ(entries.size(), 1);
     EXPECT_EQ(entries[0].kind, 2);   // the password warning of a fresh load

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string>
 #include <vector>
-#include "readysignal.h"
+#include <database/readysignal.h>
 #include <unistd.h>
 
 BatchReader::BatchReader(Database const& db, QString const& path, qint64 maxLineBytes)

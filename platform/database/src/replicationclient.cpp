@@ -2,7 +2,7 @@
 #include <database/database.h>
 #include <database/exception.h>
 #include <database/replicationclient.h>
-#include "mailbox.h"
+#include <database/mailbox.h>
 
 #include <QDateTime>
 #include <QElapsedTimer>
@@ -10,7 +10,8 @@
 #include <QPointer>
 #include <QRandomGenerator>
 #include <QSocketNotifier>
-#include <QTcpSocket>
+#include <QSslConfiguration>
+#include <QSslSocket>
 #include <QEventLoop>
 #include <QTimer>
 #include <atomic>
@@ -66,25 +67,44 @@ struct ReplicationClient::Shared
 class ReplicationClient::Link : public QObject
 {
 public:
-    Link(Database const& database, std::shared_ptr<Shared> shared, Settings settings, QString host, quint16 port, QString login, QEventLoop* loop)
+    Link(Database const& database, std::shared_ptr<Shared> shared, Settings settings, QString host, quint16 port, QString login,
+         QByteArray password, QEventLoop* loop)
         : m_loop(loop), m_decoder(database), m_shared(std::move(shared)), m_settings(settings), m_host(std::move(host)), m_port(port),
-          m_login(std::move(login)), m_heartbeat(this), m_silence(this), m_retry(this), m_reader(settings.maxFrame)
+          m_login(std::move(login)), m_password(std::move(password)), m_heartbeat(this), m_silence(this), m_retry(this), m_reader(settings.maxFrame)
     {
     }
+    ~Link() override { m_password.fill('\0'); }
 
     // On the worker thread, once it runs.
     void begin()
     {
-        m_socket = new QTcpSocket(this);
+        m_socket = new QSslSocket(this);
         m_socket->setReadBufferSize(8 * 1024 * 1024);
-        connect(m_socket, &QTcpSocket::connected, this, [this] { onConnected(); });
+        if (m_settings.insecure) {
+            connect(m_socket, &QTcpSocket::connected, this, [this] { onConnected(); });
+        } else {
+            QSslConfiguration tls = m_socket->sslConfiguration();
+            tls.setCaCertificates(m_settings.authorities);
+            tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
+            tls.setProtocol(QSsl::TlsV1_2OrLater);
+            m_socket->setSslConfiguration(tls);
+            connect(m_socket, &QSslSocket::encrypted, this, [this] { onConnected(); });
+            // Not to be tried again: the same server would be refused again.
+            connect(m_socket, QOverload<QList<QSslError> const&>::of(&QSslSocket::sslErrors), this, [this](QList<QSslError> const& errors) {
+                QStringList texts;
+                for (QSslError const& e : errors) texts << e.errorString();
+                refuse(QStringLiteral("the exchange at %1:%2 cannot be verified: %3").arg(m_host).arg(m_port).arg(texts.join(QStringLiteral("; "))));
+            });
+        }
         connect(m_socket, &QTcpSocket::readyRead, this, [this] {
             m_silence.start();
             parse();
         });
         connect(m_socket, &QTcpSocket::disconnected, this, [this] { drop(QStringLiteral("connection lost")); });
         connect(m_socket, &QAbstractSocket::errorOccurred, this, [this](QAbstractSocket::SocketError e) {
-            if (e == QAbstractSocket::ConnectionRefusedError) drop(QStringLiteral("connection refused"));
+            if (e == QAbstractSocket::SslHandshakeFailedError)
+                refuse(QStringLiteral("no TLS session with the exchange at %1:%2: %3").arg(m_host).arg(m_port).arg(m_socket->errorString()));
+            else if (e == QAbstractSocket::ConnectionRefusedError) drop(QStringLiteral("connection refused"));
             else if (e == QAbstractSocket::RemoteHostClosedError) drop(QStringLiteral("connection lost"));
             else drop(m_socket->errorString());
         });
@@ -128,13 +148,15 @@ private:
         m_phase = Phase::Idle;
         m_connected = true;
         postKind(Event::Connecting);
-        m_socket->connectToHost(m_host, m_port);
+        if (m_settings.insecure) m_socket->connectToHost(m_host, m_port);
+        else m_socket->connectToHostEncrypted(m_host, m_port);
         m_silence.start();
     }
 
     void onConnected()
     {
         QJsonObject hello{{QStringLiteral("protocol"), kProtocol}, {QStringLiteral("login"), m_login},
+                          {QStringLiteral("password"), QString::fromUtf8(m_password)},
                           {QStringLiteral("compression"), QJsonArray{QStringLiteral("zstd")}}};
         {
             // From here on, what an earlier connection delivered and was not
@@ -195,10 +217,7 @@ private:
         }
         case FrameType::Error: {
             QJsonObject const o = readJson(frame.payload, error);
-            QString const text = error.isEmpty() ? o.value(QStringLiteral("error")).toString() : QStringLiteral("refused by the server");
-            m_stopped = true;
-            postKind(Event::Refused, text);
-            return close();
+            return refuse(error.isEmpty() ? o.value(QStringLiteral("error")).toString() : QStringLiteral("refused by the server"));
         }
         default: break;
         }
@@ -351,6 +370,16 @@ private:
         post(std::move(e));
     }
 
+    // Stops for good: the server refused the session, or cannot be trusted.
+    void refuse(QString const& why)
+    {
+        if (m_stopped) return;
+        m_stopped = true;
+        m_retry.stop();
+        postKind(Event::Refused, why);
+        close();
+    }
+
     void close()
     {
         m_connected = false;
@@ -418,7 +447,8 @@ private:
     QString m_host;
     quint16 m_port;
     QString m_login;
-    QTcpSocket* m_socket = nullptr;
+    QByteArray m_password;
+    QSslSocket* m_socket = nullptr;
     QSocketNotifier* m_commands = nullptr;
     QTimer m_heartbeat, m_silence, m_retry;
     FrameReader m_reader;
@@ -453,7 +483,7 @@ QString ReplicationClient::endpoint() const { return QStringLiteral("%1:%2").arg
 
 ReplicationClient::Position ReplicationClient::position() const { return Position{m_day, m_history, m_lastApplied}; }
 
-void ReplicationClient::start(QString const& host, quint16 port, QString const& login, Position const& from)
+void ReplicationClient::start(QString const& host, quint16 port, QString const& login, QByteArray const& password, Position const& from)
 {
     stop();
     m_host = host;
@@ -475,9 +505,9 @@ void ReplicationClient::start(QString const& host, quint16 port, QString const& 
     Database const* database = m_database;
     std::shared_ptr<Shared> const shared = m_shared;
     Settings const settings = m_settings;
-    m_thread = std::thread([database, shared, settings, host, port, login] {
+    m_thread = std::thread([database, shared, settings, host, port, login, password] {
         QEventLoop loop;
-        Link link(*database, shared, settings, host, port, login, &loop);
+        Link link(*database, shared, settings, host, port, login, password, &loop);
         link.begin();
         loop.exec();
     });

@@ -2,7 +2,9 @@
 #include <database/database_export.h>
 #include "replication.h"
 
+#include <QList>
 #include <QObject>
+#include <QSslCertificate>
 #include <QString>
 #include <memory>
 #include <mutex>
@@ -43,6 +45,12 @@ public:
         int readAhead = 64;
         // The longest a turn of applying holds the thread before letting events in.
         int applySliceMs = 10;
+        // TLS, the server verified against these authorities (its
+        // certificate must also name the host connected to). A server that
+        // cannot be verified stops the client, saying why.
+        QList<QSslCertificate> authorities;
+        // Plain TCP instead: for a local demo only.
+        bool insecure = false;
     };
 
     explicit ReplicationClient(Database* database, QObject* parent = nullptr);
@@ -55,10 +63,11 @@ public:
     using Position = replication::Position;
 
     // Connects and follows until stop(), reconnecting as often as needed.
-    // `login` as docs/replication.md says. `from`: where the database stands
-    // (the position() of a client that followed into it before); the
-    // exchange resumes from there when it still can, else sends a snapshot.
-    void start(QString const& host, quint16 port, QString const& login, Position const& from = Position());
+    // `login` and `password` as docs/replication.md says. `from`: where the
+    // database stands (the position() of a client that followed into it
+    // before); the exchange resumes from there when it still can, else
+    // sends a snapshot. A refused login stops the client.
+    void start(QString const& host, quint16 port, QString const& login, QByteArray const& password, Position const& from = Position());
     // Closes the connection and ends the worker; nothing more is applied.
     void stop();
 

@@ -1,7 +1,7 @@
 #pragma once
 #include <deque>
 #include <mutex>
-#include "readysignal.h"
+#include <database/readysignal.h>
 #include <stdexcept>
 
 // A queue from one thread to another whose consumer is woken by a
