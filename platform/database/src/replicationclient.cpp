@@ -80,6 +80,7 @@ public:
     {
         m_socket = new QSslSocket(this);
         m_socket->setReadBufferSize(8 * 1024 * 1024);
+        connect(m_socket, &QTcpSocket::connected, this, [this] { m_tcpConnected = true; });
         if (m_settings.insecure) {
             connect(m_socket, &QTcpSocket::connected, this, [this] { onConnected(); });
         } else {
@@ -100,12 +101,12 @@ public:
             m_silence.start();
             parse();
         });
-        connect(m_socket, &QTcpSocket::disconnected, this, [this] { drop(QStringLiteral("connection lost")); });
+        connect(m_socket, &QTcpSocket::disconnected, this, [this] { lost(); });
         connect(m_socket, &QAbstractSocket::errorOccurred, this, [this](QAbstractSocket::SocketError e) {
             if (e == QAbstractSocket::SslHandshakeFailedError)
                 refuse(QStringLiteral("no TLS session with the exchange at %1:%2: %3").arg(m_host).arg(m_port).arg(m_socket->errorString()));
             else if (e == QAbstractSocket::ConnectionRefusedError) drop(QStringLiteral("connection refused"));
-            else if (e == QAbstractSocket::RemoteHostClosedError) drop(QStringLiteral("connection lost"));
+            else if (e == QAbstractSocket::RemoteHostClosedError) lost();
             else drop(m_socket->errorString());
         });
         m_heartbeat.setInterval(m_settings.heartbeatIntervalMs);
@@ -147,10 +148,23 @@ private:
         m_reader = FrameReader(m_settings.maxFrame);
         m_phase = Phase::Idle;
         m_connected = true;
+        m_tcpConnected = false;
         postKind(Event::Connecting);
         if (m_settings.insecure) m_socket->connectToHost(m_host, m_port);
         else m_socket->connectToHostEncrypted(m_host, m_port);
         m_silence.start();
+    }
+
+    // Closed by the other side. In the middle of the TLS handshake that is no
+    // passing fault but a server that speaks no TLS: trying again would only
+    // meet it again.
+    void lost()
+    {
+        if (m_connected && !m_settings.insecure && m_tcpConnected && m_phase == Phase::Idle)
+            return refuse(QStringLiteral("no TLS session with the exchange at %1:%2: it closed the connection during the handshake")
+                              .arg(m_host)
+                              .arg(m_port));
+        drop(QStringLiteral("connection lost"));
     }
 
     void onConnected()
@@ -458,6 +472,7 @@ private:
     quint64 m_expected = 1;
     QString m_day, m_history;
     bool m_connected = false;
+    bool m_tcpConnected = false;   // this connection's TCP part is up
     bool m_stopped = false;
     int m_attempt = 0;
 
