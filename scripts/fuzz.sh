@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # fuzz.sh SECONDS [TARGET...]: builds the fuzz configuration (clang,
 # libFuzzer, ASan+UBSan, every project library instrumented) and runs each
-# target (all of them unless named: batch_loader, field_text, mime_keys, templates) for
+# target (all of them unless named: batch_loader, client_frames, field_text, mime_keys, templates) for
 # SECONDS over its corpus in fuzz/corpus/TARGET. Inputs that reach new code
 # are merged into the corpus with -merge=1, so only those adding coverage are
 # kept; rename them to say what they exercise before committing. Prints the
@@ -16,11 +16,11 @@
 # fewer executions per second.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-usage() { echo "usage: $0 SECONDS [batch_loader|field_text|mime_keys|templates ...]" >&2; exit 2; }
+usage() { echo "usage: $0 SECONDS [batch_loader|client_frames|field_text|mime_keys|templates ...]" >&2; exit 2; }
 [ $# -ge 1 ] || usage
 seconds=$1; shift
 [[ "$seconds" =~ ^[1-9][0-9]*$ ]] || usage
-all=(batch_loader field_text mime_keys templates)
+all=(batch_loader client_frames field_text mime_keys templates)
 targets=()
 for t in "$@"; do
   t=${t%_fuzz}

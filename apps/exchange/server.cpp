@@ -193,37 +193,25 @@ private:
             return hello(f.payload);
         }
         if (f.type == FrameType::Rejected) {
-            QString error;
-            QJsonObject const o = readJson(f.payload, error);
-            quint64 const seq = quint64(o.value(QStringLiteral("seq")).toDouble());
-            emit m_server->batchRejected(m_peer, seq, o.value(QStringLiteral("origin")).toString(), o.value(QStringLiteral("reason")).toString());
-            return finish(QStringLiteral("the client rejected batch %1").arg(seq));
+            Rejection r;
+            QString const error = readRejected(f.payload, r);
+            if (!error.isEmpty()) return finish(QStringLiteral("malformed frame: REJECTED: ") + error);
+            emit m_server->batchRejected(m_peer, r.sequence, r.origin, r.reason);
+            return finish(QStringLiteral("the client rejected batch %1").arg(r.sequence));
         }
         finish(QStringLiteral("malformed frame: %1 out of place").arg(frameName(f.type)));
     }
 
     void hello(QByteArray const& payload)
     {
-        QString error;
-        QJsonObject const o = readJson(payload, error);
-        if (!error.isEmpty()) return say(FrameType::Error, QStringLiteral("error"), QStringLiteral("a malformed HELLO: ") + error);
-        int const protocol = o.value(QStringLiteral("protocol")).toInt(-1);
-        if (protocol != kProtocol)
-            return say(FrameType::Error, QStringLiteral("error"), QStringLiteral("unsupported protocol %1").arg(o.value(QStringLiteral("protocol")).toVariant().toString()));
-        QJsonValue const after = o.value(QStringLiteral("after"));
-        if (!o.value(QStringLiteral("login")).isString() || !after.isDouble() || after.toDouble() < 0 ||
-            after.toDouble() != double(quint64(after.toDouble())) || !o.value(QStringLiteral("day")).isString() ||
-            !o.value(QStringLiteral("history")).isString() || (o.contains(QStringLiteral("compression")) && !o.value(QStringLiteral("compression")).isArray()))
-            return say(FrameType::Error, QStringLiteral("error"), QStringLiteral("a malformed HELLO: it needs login, day, history and after"));
-        m_login = o.value(QStringLiteral("login")).toString();
-        QString const why = apps::loginProblem(m_login);
-        if (!why.isEmpty()) return say(FrameType::Error, QStringLiteral("error"), QStringLiteral("the login: ") + why);
-        if (!o.value(QStringLiteral("password")).isString())
-            return say(FrameType::Error, QStringLiteral("error"), QStringLiteral("a malformed HELLO: it needs a password"));
-        for (QJsonValue const& v : o.value(QStringLiteral("compression")).toArray()) m_zstd = m_zstd || v.toString() == QLatin1String("zstd");
-        m_from = quint64(after.toDouble());
-        m_helloDay = o.value(QStringLiteral("day")).toString();
-        m_helloHistory = o.value(QStringLiteral("history")).toString();
+        Hello h;
+        QString const error = readHello(payload, h);
+        if (!error.isEmpty()) return say(FrameType::Error, QStringLiteral("error"), error);
+        m_login = h.login;
+        m_zstd = h.zstd;
+        m_from = h.after;
+        m_helloDay = h.day;
+        m_helloHistory = h.history;
 
         // An unknown login is checked against a decoy, so that the refusal
         // takes as long whichever was wrong.
@@ -232,7 +220,7 @@ private:
         if (hash.isEmpty()) hash = Users::decoy();
         m_checking = true;
         m_hello.stop();
-        m_server->m_checker->check(hash, o.value(QStringLiteral("password")).toString().toUtf8(), this, [this, known](bool ok) {
+        m_server->m_checker->check(hash, h.password, this, [this, known](bool ok) {
             m_checking = false;
             if (ok && known) return open();
             int const delay = m_server->refusalDelay(m_address);
@@ -312,6 +300,55 @@ private:
     qint64 m_offset = 0;
     quint64 m_next = 1;
 };
+
+namespace {
+constexpr int kLongestText = 4096;   // an origin or a reason a client sends
+
+// A whole number the JSON value holds exactly, from 0 up.
+bool readCount(QJsonValue const& v, quint64& n)
+{
+    if (!v.isDouble() || v.toDouble() < 0 || v.toDouble() > 9007199254740992.0 || v.toDouble() != double(quint64(v.toDouble()))) return false;
+    n = quint64(v.toDouble());
+    return true;
+}
+} // namespace
+
+QString readHello(QByteArray const& payload, Hello& hello)
+{
+    QString error;
+    QJsonObject const o = readJson(payload, error);
+    if (!error.isEmpty()) return QStringLiteral("a malformed HELLO: ") + error;
+    QJsonValue const protocol = o.value(QStringLiteral("protocol"));
+    if (protocol.toInt(-1) != kProtocol)
+        return QStringLiteral("unsupported protocol %1").arg(protocol.isDouble() ? QString::number(protocol.toDouble()) : QStringLiteral("(none)"));
+    if (!o.value(QStringLiteral("login")).isString() || !readCount(o.value(QStringLiteral("after")), hello.after) ||
+        !o.value(QStringLiteral("day")).isString() || !o.value(QStringLiteral("history")).isString() ||
+        (o.contains(QStringLiteral("compression")) && !o.value(QStringLiteral("compression")).isArray()))
+        return QStringLiteral("a malformed HELLO: it needs login, day, history and after");
+    hello.login = o.value(QStringLiteral("login")).toString();
+    QString const why = apps::loginProblem(hello.login);
+    if (!why.isEmpty()) return QStringLiteral("the login: ") + why;
+    if (!o.value(QStringLiteral("password")).isString()) return QStringLiteral("a malformed HELLO: it needs a password");
+    hello.password = o.value(QStringLiteral("password")).toString().toUtf8();
+    hello.day = o.value(QStringLiteral("day")).toString().left(64);
+    hello.history = o.value(QStringLiteral("history")).toString().left(64);
+    hello.zstd = false;
+    for (QJsonValue const& v : o.value(QStringLiteral("compression")).toArray()) hello.zstd = hello.zstd || v.toString() == QLatin1String("zstd");
+    return QString();
+}
+
+QString readRejected(QByteArray const& payload, Rejection& rejection)
+{
+    QString error;
+    QJsonObject const o = readJson(payload, error);
+    if (!error.isEmpty()) return error;
+    if (!readCount(o.value(QStringLiteral("seq")), rejection.sequence) || !o.value(QStringLiteral("origin")).isString() ||
+        !o.value(QStringLiteral("reason")).isString())
+        return QStringLiteral("it needs seq, origin and reason");
+    rejection.origin = o.value(QStringLiteral("origin")).toString().left(kLongestText);
+    rejection.reason = o.value(QStringLiteral("reason")).toString().left(kLongestText);
+    return QString();
+}
 
 ReplicationServer::ReplicationServer(Database* database, QString const& day, QObject* parent)
     : QObject(parent), m_database(database), m_day(day), m_history(newHistory())

@@ -23,6 +23,29 @@ namespace exchange {
 
 class Session;
 
+// What a client says, as the exchange reads it (docs/replication.md): the
+// one decoder of the client's messages, so that every one a session takes
+// has passed it.
+struct Hello
+{
+    QString login;
+    QByteArray password;
+    QString day, history;
+    quint64 after = 0;
+    bool zstd = false;
+};
+// Empty when `payload` is a HELLO the exchange can take; else the ERROR
+// text it is answered with.
+QString readHello(QByteArray const& payload, Hello& hello);
+
+struct Rejection
+{
+    quint64 sequence = 0;
+    QString origin, reason;
+};
+// Empty when `payload` is a well-formed REJECTED; else what is wrong.
+QString readRejected(QByteArray const& payload, Rejection& rejection);
+
 // The exchange's side of the replication sessions (docs/replication.md):
 // every batch its database applies (from the day's log, or from a
 // transaction its gateway accepted) gets the next sequence, goes to the

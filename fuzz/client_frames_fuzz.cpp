@@ -1,0 +1,53 @@
+// Corpus: fuzz/corpus/client_frames. The bytes a client sends the exchange,
+// delivered in pieces as a connection would: every frame is cut out by the
+// one reader and every message read by the one decoder the sessions use.
+// Neither may crash, hang or take more than a frame's memory; a HELLO they
+// accept is one a session can act on, and a frame read back from its own
+// encoding is the same frame.
+#include "context.h"
+#include "server.h"
+
+#include <database/replication.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+using namespace replication;
+
+namespace {
+constexpr qint64 kClientFrameLimit = 64 * 1024;   // the exchange's default for what clients send
+
+void check(bool ok)
+{
+    if (!ok) std::abort();
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
+{
+    if (size == 0) return 0;
+    // The first byte sets the size of the pieces the bytes arrive in.
+    size_t const piece = size_t(data[0]) * 7 + 1;
+    FrameReader reader(kClientFrameLimit);
+    for (size_t at = 1; at < size; at += piece) {
+        reader.append(QByteArray(reinterpret_cast<char const*>(data + at), int(qMin(piece, size - at))));
+        check(reader.buffered() <= qint64(size));
+        Frame f;
+        while (reader.next(f)) {
+            check(f.payload.size() < kClientFrameLimit);
+            FrameReader again;
+            again.append(frame(f.type, f.payload));
+            Frame back;
+            check(again.next(back) && back.type == f.type && back.payload == f.payload);
+            if (f.type == FrameType::Hello) {
+                exchange::Hello hello;
+                if (exchange::readHello(f.payload, hello).isEmpty()) check(apps::loginProblem(hello.login).isEmpty());
+            } else if (f.type == FrameType::Rejected) {
+                exchange::Rejection rejection;
+                if (exchange::readRejected(f.payload, rejection).isEmpty()) check(rejection.reason.size() <= 4096);
+            }
+        }
+        if (!reader.error().isEmpty()) break;   // the session closes here
+    }
+    return 0;
+}
