@@ -1459,6 +1459,11 @@ p, li { white-space: pre-wrap; }
         </message>
         <message>
             <location filename="../apps/terminal/window.cpp" line="1" />
+            <source>Биржа %1 БЕЗ ШИФРОВАНИЯ: %2 · последовательность %3 · отставание %4</source>
+            <translation>Exchange %1 NOT ENCRYPTED: %2 · sequence %3 · lag %4</translation>
+        </message>
+        <message>
+            <location filename="../apps/terminal/window.cpp" line="1" />
             <source>Репликация остановлена</source>
             <translation>Replication stopped</translation>
         </message>

@@ -12,10 +12,11 @@ lookups=(--tables --security 1,1,100001 --sec-code VLT-1226 --board 1,14 --marke
          --login FA01U01 --account FA01001)
 # What follows the loading: the lookups' answers (notifications differ: a
 # snapshot taken after the day raises only what is still open; the
-# terminal's clock runs, so its milliseconds differ between two runs).
+# terminal's clock runs, so its milliseconds, and the exchange time it
+# derives, differ between two runs).
 answers() {
   awk '/^(Loaded|Replayed)/ {keep=NR} {line[NR]=$0} END {for (i=keep+1; i<=NR; ++i) print line[i]}' | grep -v '^notification' |
-    sed -E 's/([0-9]{2}:[0-9]{2}:[0-9]{2})\.[0-9]{3}/\1/g'
+    sed -E 's/([0-9]{2}:[0-9]{2}:[0-9]{2})\.[0-9]{3}/\1/g; s/exchange time [0-9.]+ [0-9:]+ /exchange time (by the running clock) /'
 }
 "$console" --data "$market" --schema "$schema" --lang en --quiet --connect "127.0.0.1:$port" --ca "$ca" --until-live "${lookups[@]}" >"$work/connected"
 "$console" --data "$market" --schema "$schema" --lang en --quiet --replay "${lookups[@]}" </dev/null >"$work/files"

@@ -13,13 +13,7 @@ work=$(mktemp -d)
 out=$work/exchange.out
 pid=
 trap '[ -n "$pid" ] && { kill -TERM $pid 2>/dev/null; wait $pid 2>/dev/null; }; rm -rf "$work"' EXIT
-ec=(-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes)
-(cd "$work" &&
-  printf 'subjectAltName=IP:127.0.0.1,DNS:localhost\nbasicConstraints=CA:FALSE\nextendedKeyUsage=serverAuth\n' >server.ext &&
-  openssl req -x509 -days 2 -subj "/CN=Test exchange CA" -keyout ca.key -out ca.pem "${ec[@]}" &&
-  openssl req -subj "/CN=127.0.0.1" -keyout server.key -out server.csr "${ec[@]}" &&
-  openssl x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days 2 -extfile server.ext -out server.pem) >"$work/openssl.log" 2>&1 ||
-  { cat "$work/openssl.log"; exit 1; }
+"$(dirname "$0")/../../scripts/make-certs.sh" "$work"
 echo pw-FA01U01 | "$exchange" --users "$work/users" --add-user FA01U01 >/dev/null
 "$exchange" --listen 127.0.0.1:0 --data "$market" --schema "$schema" --pace 0 --lang en --users "$work/users" \
   --cert "$work/server.pem" --key "$work/server.key" >"$out" 2>&1 &

@@ -34,8 +34,8 @@ inline std::shared_ptr<exchange::Users const> testUsers()
 }
 
 // A certificate authority, a server certificate it signed for 127.0.0.1 and
-// localhost, and a second authority that signed nothing of ours. Made with
-// the openssl command when first asked for; empty paths when it failed.
+// localhost, and a second authority that signed nothing of ours, made by
+// scripts/make-certs.sh when first asked for; empty paths when it failed.
 struct TestCertificates
 {
     QString ca, cert, key, otherCa;
@@ -56,35 +56,18 @@ inline TestCertificates const& testCertificates()
     static QTemporaryDir dir;
     static TestCertificates const made = [] {
         TestCertificates c;
-        auto run = [&](QStringList const& args) {
+        for (char const* folder : {"ours", "other"}) {
             QProcess p;
-            p.setWorkingDirectory(dir.path());
-            p.start(QStringLiteral("openssl"), args);
-            if (!p.waitForFinished(30000) || p.exitCode() != 0) {
-                c.error = QStringLiteral("openssl %1: %2").arg(args.join(' '), QString::fromLocal8Bit(p.readAllStandardError()));
-                return false;
+            p.start(QStringLiteral("bash"), {QStringLiteral(SOURCE_DIR "/scripts/make-certs.sh"), dir.filePath(QString::fromLatin1(folder))});
+            if (!p.waitForFinished(30000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
+                c.error = QStringLiteral("make-certs.sh: ") + QString::fromLocal8Bit(p.readAllStandardError());
+                return c;
             }
-            return true;
-        };
-        QString const ext = dir.filePath(QStringLiteral("server.ext"));
-        QFile f(ext);
-        f.open(QIODevice::WriteOnly);
-        f.write("subjectAltName=IP:127.0.0.1,DNS:localhost\nbasicConstraints=CA:FALSE\nkeyUsage=digitalSignature\nextendedKeyUsage=serverAuth\n");
-        f.close();
-        QStringList const ec{QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:P-256"),
-                             QStringLiteral("-nodes")};
-        bool const ok =
-            run(QStringList{"req", "-x509", "-days", "2", "-subj", "/CN=Test exchange CA", "-keyout", "ca.key", "-out", "ca.pem"} + ec) &&
-            run(QStringList{"req", "-x509", "-days", "2", "-subj", "/CN=Another CA", "-keyout", "other.key", "-out", "other.pem"} + ec) &&
-            run(QStringList{"req", "-subj", "/CN=127.0.0.1", "-keyout", "server.key", "-out", "server.csr"} + ec) &&
-            run({"x509", "-req", "-in", "server.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial", "-days", "2", "-extfile",
-                 "server.ext", "-out", "server.pem"});
-        if (ok) {
-            c.ca = dir.filePath(QStringLiteral("ca.pem"));
-            c.cert = dir.filePath(QStringLiteral("server.pem"));
-            c.key = dir.filePath(QStringLiteral("server.key"));
-            c.otherCa = dir.filePath(QStringLiteral("other.pem"));
         }
+        c.ca = dir.filePath(QStringLiteral("ours/ca.pem"));
+        c.cert = dir.filePath(QStringLiteral("ours/server.pem"));
+        c.key = dir.filePath(QStringLiteral("ours/server.key"));
+        c.otherCa = dir.filePath(QStringLiteral("other/ca.pem"));
         return c;
     }();
     return made;

@@ -608,8 +608,14 @@ void ReplicationClient::handle(Event& e)
     }
     if (m_state == State::Stopped) return;
     switch (e.kind) {
-    case Event::Connecting: setState(State::Connecting); return;
-    case Event::Disconnected: setState(State::Disconnected, e.text); return;
+    case Event::Connecting:
+        m_streaming = false;
+        setState(State::Connecting);
+        return;
+    case Event::Disconnected:
+        m_streaming = false;
+        setState(State::Disconnected, e.text);
+        return;
     case Event::Refused: setState(State::Stopped, e.text); return;
     default: break;
     }
@@ -619,7 +625,10 @@ void ReplicationClient::handle(Event& e)
     case Event::Welcome:
         m_serverLast = e.sequence;
         lock.unlock();
-        if (e.resume) evaluate();
+        if (e.resume) {
+            m_streaming = true;
+            evaluate();
+        }
         return;
     case Event::ServerLast:
         m_serverLast = qMax(m_serverLast, e.sequence);
@@ -634,6 +643,7 @@ void ReplicationClient::handle(Event& e)
         m_snapshotSequence = e.sequence;
         m_snapshotBytes = e.bytes;
         lock.unlock();
+        m_streaming = false;
         setState(State::LoadingSnapshot);
         emit snapshotProgress(0, e.bytes);
         return;
@@ -655,6 +665,7 @@ void ReplicationClient::handle(Event& e)
         // Another history (a new trading day) numbers its batches afresh.
         m_serverLast = history != e.history ? e.sequence : qMax(m_serverLast, e.sequence);
         lock.unlock();
+        m_streaming = true;
         emit snapshotLoaded(e.sequence);
         evaluate();
         return;
@@ -713,7 +724,9 @@ void ReplicationClient::reject(quint64 sequence, QString const& message)
 
 void ReplicationClient::evaluate()
 {
-    if (m_state == State::Stopped || m_state == State::Disconnected) return;
+    // Before WELCOME (a heartbeat while the password is checked) or inside a
+    // snapshot, there is nothing to be live or behind with.
+    if (!m_streaming || m_state == State::Stopped || m_state == State::Disconnected) return;
     quint64 const top = qMax(m_serverLast, m_shared->received.load());
     m_serverLast = top;
     quint64 const behind = top > m_lastApplied ? top - m_lastApplied : 0;

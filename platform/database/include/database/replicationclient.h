@@ -122,5 +122,6 @@ private:
     qint64 m_snapshotBytes = 0;
     QString m_day, m_history;
     int m_applying = 0;
+    bool m_streaming = false;   // past WELCOME and any snapshot: batches come one by one
     bool m_stopRequested = false;
 };
