@@ -6,8 +6,9 @@
 //       connection (the exchange writes and compresses its snapshot) and a
 //       second one (it has it already); then the bytes that crossed the
 //       connection for that snapshot, against the file's size.
-//   fanout --clients N --json FILE   N followers of one exchange while it
-//       plays the day's log at full speed: batches per second, the delay from
+//   fanout --clients N [--pace MS] --json FILE   N followers of one exchange
+//       while it plays the day's log at full speed (or MS apart): batches per
+//       second, the delay from
 //       the exchange having applied a batch to each follower having applied
 //       it, the exchange's memory, and every follower's tables checked
 //       against the exchange's.
@@ -55,6 +56,7 @@ struct Options
     QString json;
     int runs = 3;
     int clients = 50;
+    int pace = 0;   // milliseconds between the log's batches; 0: full speed
 };
 
 [[noreturn]] void fail(QString const& message)
@@ -125,6 +127,7 @@ int serve(Options const& o)
     // The day's log as directory-exchange plays it at pace 0: one batch a turn
     // of the event loop, so that the sessions write between batches.
     std::vector<ServedExchange::Stamp> stamps;
+    int pace = 0;
     QTimer player;
     player.setSingleShot(true);
     QObject::connect(&player, &QTimer::timeout, [&] {
@@ -145,7 +148,7 @@ int serve(Options const& o)
             fail(e.message());
         }
         stamps.push_back({server.lastSequence(), before, monotonicNs()});
-        player.start(0);
+        player.start(pace);
     });
 
     QByteArray input;
@@ -163,7 +166,8 @@ int serve(Options const& o)
         while ((end = input.indexOf('\n')) >= 0) {
             QByteArray const command = input.left(end).trimmed();
             input.remove(0, end + 1);
-            if (command == "play" && !log) {
+            if (command.startsWith("play ") && !log) {
+                pace = command.mid(5).toInt();
                 try {
                     log.reset(new BatchReader(db, dir.filePath(QStringLiteral("replication.jsonl"))));
                 } catch (Exception const& e) {
@@ -387,6 +391,7 @@ struct Follower
             if (s == ReplicationClient::State::Disconnected) {
                 ++disconnections;
                 why = text;
+                std::fprintf(stderr, "a follower was disconnected: %s\n", qPrintable(text));
             }
             if (s == ReplicationClient::State::Stopped) {
                 why = text;
@@ -412,11 +417,6 @@ int fanoutBench(Options const& o)
     quint64 const start = x.startSequence();
     std::vector<std::unique_ptr<Follower>> followers;
     qint64 const connecting = monotonicNs();
-    for (int k = 0; k < o.clients; ++k) {
-        followers.emplace_back(new Follower);
-        Follower* f = followers.back().get();
-        f->thread = std::thread([f, &o, login, port = x.port()] { f->run(o, login, port); });
-    }
     auto waitAll = [&](quint64 sequence, char const* what) {
         for (int waited = 0;; waited += 20) {
             int behind = 0;
@@ -425,18 +425,35 @@ int fanoutBench(Options const& o)
                 if (f->applied < sequence || f->state != int(ReplicationClient::State::Live)) ++behind;
             }
             if (!behind) return;
+            if (waited && waited % 5000 == 0) {   // what a long wait is made of
+                int byState[6] = {}, reconnects = 0;
+                for (auto const& f : followers) {
+                    ++byState[f->state];
+                    reconnects += f->disconnections;
+                }
+                std::fprintf(stderr, "%.0f s: %d not %s; connecting %d, loading %d, behind %d, live %d, disconnected %d; %d reconnections\n",
+                             double(monotonicNs() - connecting) / 1e9, behind, what, byState[1], byState[2], byState[3], byState[4],
+                             byState[0], reconnects);
+            }
             if (waited > 60 * 60 * 1000) fail(QStringLiteral("%1 followers not %2 after an hour").arg(behind).arg(what));
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     };
-    waitAll(start, "live");
+    // One at a time: fifty snapshots applied at once on a small machine starve
+    // the sessions' heartbeats, and those reconnections are not what is measured.
+    for (int k = 0; k < o.clients; ++k) {
+        followers.emplace_back(new Follower);
+        Follower* f = followers.back().get();
+        f->thread = std::thread([f, &o, login, port = x.port()] { f->run(o, login, port); });
+        waitAll(start, "live");
+    }
     double const allLive = double(monotonicNs() - connecting) / 1e9;
     std::pair<qint64, qint64> const servingAllLive = x.memory();
     std::printf("%d followers live after %.1f s; the exchange's peak memory %.0f MB (%.0f MB once loaded)\n", o.clients, allLive,
                 servingAllLive.first / 1e6, x.loadedPeakBytes() / 1e6);
     std::fflush(stdout);
 
-    x.play();
+    x.play(o.pace);
     if (!x.waitPlayed(60 * 60 * 1000)) fail(QStringLiteral("the exchange did not play its log"));
     quint64 const last = x.lastSequence();
     waitAll(last, "caught up");
@@ -485,9 +502,9 @@ int fanoutBench(Options const& o)
     for (quint64 s = start + 1; s <= last; ++s) serverTurn.push_back(double(after[s] - before[s]) / 1e6);
     std::sort(serverTurn.begin(), serverTurn.end());
 
-    std::printf("exchange (pid %lld) played %llu batches; the last follower applied the last one %.3f s after the first was played: "
+    std::printf("exchange (pid %lld) played %llu batches at pace %d ms; the last follower applied the last one %.3f s after the first was played: "
                 "%.1f batches/s\n",
-                serverPid, (unsigned long long)batches, seconds, seconds > 0 ? double(batches) / seconds : 0.0);
+                serverPid, (unsigned long long)batches, o.pace, seconds, seconds > 0 ? double(batches) / seconds : 0.0);
     std::printf("exchange applied -> follower applied, %zu deliveries: p50 %.1f ms, p99 %.1f ms, max %.1f ms "
                 "(from the exchange starting to apply: p99 %.1f ms; its own turn per batch: median %.2f ms, max %.2f ms)\n",
                 latencies.size(), percentile(latencies, 0.5), percentile(latencies, 0.99), latencies.empty() ? 0 : latencies.back(),
@@ -498,6 +515,7 @@ int fanoutBench(Options const& o)
                 peakResidentBytes() / 1e6, reconnects, identical, o.clients);
     QJsonObject result{{"market", o.market},
                        {"clients", o.clients},
+                       {"pace_ms", o.pace},
                        {"batches", double(batches)},
                        {"seconds", seconds},
                        {"batches_per_s", seconds > 0 ? double(batches) / seconds : 0.0},
@@ -526,7 +544,7 @@ int fanoutBench(Options const& o)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    char const* usage = "usage: replication-bench connect|fanout|serve [--market DIR] [--schema FILE] [--runs N] [--clients N] [--json FILE]\n";
+    char const* usage = "usage: replication-bench connect|fanout|serve [--market DIR] [--schema FILE] [--runs N] [--clients N] [--pace MS] [--json FILE]\n";
     if (argc < 2) {
         std::fputs(usage, stderr);
         return 2;
@@ -539,6 +557,7 @@ int main(int argc, char** argv)
         else if (!std::strcmp(argv[k], "--json") && hasValue) o.json = QString::fromLocal8Bit(argv[++k]);
         else if (!std::strcmp(argv[k], "--runs") && hasValue) o.runs = std::max(1, std::atoi(argv[++k]));
         else if (!std::strcmp(argv[k], "--clients") && hasValue) o.clients = std::max(1, std::atoi(argv[++k]));
+        else if (!std::strcmp(argv[k], "--pace") && hasValue) o.pace = std::max(0, std::atoi(argv[++k]));
         else {
             std::fprintf(stderr, "replication-bench: unknown argument '%s'\n%s", argv[k], usage);
             return 2;

@@ -54,9 +54,9 @@ bool ServedExchange::start(QString const& program, QString const& market, QStrin
     return m_port != 0;
 }
 
-void ServedExchange::play()
+void ServedExchange::play(int pace)
 {
-    m_process.write("play\n");
+    m_process.write(QByteArray("play ") + QByteArray::number(pace) + '\n');
 }
 
 bool ServedExchange::waitPlayed(int ms)

@@ -11,7 +11,7 @@
 //   played BATCHES LAST_SEQUENCE            once the day's log is played
 //   checksum TABLE HEX ... checksums end    on "checksums"
 //   memory PEAK_BYTES RESIDENT_BYTES        on "memory"
-// and reads "play", "checksums", "memory" and "quit".
+// and reads "play PACE_MS", "checksums", "memory" and "quit".
 #include <QByteArray>
 #include <QList>
 #include <QMap>
@@ -50,8 +50,9 @@ public:
     qint64 loadedPeakBytes() const { return m_loadedPeak; }
     qint64 pid() const { return m_process.processId(); }
 
-    // Plays the day's log at full speed. played() tells when it is done.
-    void play();
+    // Plays the day's log, `pace` ms between batches (0: full speed).
+    // played() tells when it is done.
+    void play(int pace = 0);
     bool isPlayed() const { return m_played; }
     quint64 lastSequence() const { return m_last; }
     std::vector<Stamp> const& stamps() const { return m_stamps; }
