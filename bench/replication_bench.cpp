@@ -27,6 +27,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QEventLoop>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -48,6 +49,8 @@
 using namespace bench;
 
 namespace {
+
+QString g_loadAtStart;
 
 struct Options
 {
@@ -94,8 +97,17 @@ double percentile(std::vector<double> const& sorted, double p)
     return sorted.empty() ? 0 : sorted[std::size_t(double(sorted.size() - 1) * p)];
 }
 
-void writeJson(QString const& path, QJsonObject const& object)
+// The machine's load average as the benchmark starts: figures of a shared
+// machine mean little without it.
+QString loadAverage()
 {
+    QFile file(QStringLiteral("/proc/loadavg"));
+    return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll()).section(QLatin1Char(' '), 0, 2) : QStringLiteral("?");
+}
+
+void writeJson(QString const& path, QJsonObject object)
+{
+    object.insert(QStringLiteral("load_average_at_start"), g_loadAtStart);
     if (path.isEmpty()) return;
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly)) fail(QStringLiteral("cannot write %1").arg(path));
@@ -335,8 +347,8 @@ int connectBench(Options const& o)
         x.quit();
     }
     double const f = median(file), a = median(first), b = median(second);
-    std::printf("market %s: %d tables, snapshot.jsonl %lld bytes; medians of %d runs\n", qPrintable(o.market), batches,
-                fileBytes, o.runs);
+    std::printf("market %s: %d tables, snapshot.jsonl %lld bytes; medians of %d runs; load average at start %s\n",
+                qPrintable(o.market), batches, fileBytes, o.runs, qPrintable(g_loadAtStart));
     std::printf("file load %.3f s; connect to live: first %.3f s (%.2fx the file), second %.3f s (%.2fx the file)\n", f, a, a / f, b, b / f);
     std::printf("bytes on the wire for the snapshot: %lld to the client, %lld to the exchange; %.4f of snapshot.jsonl (1/%.1f)\n",
                 toClient, toServer, double(toClient) / double(fileBytes), double(fileBytes) / double(toClient));
@@ -511,8 +523,9 @@ int fanoutBench(Options const& o)
                 percentile(fromBefore, 0.99), percentile(serverTurn, 0.5), serverTurn.empty() ? 0 : serverTurn.back());
     std::printf("exchange memory: peak %.0f MB (%.0f MB once loaded, %.0f MB with every follower live); resident at the end %.0f MB\n",
                 served.first / 1e6, x.loadedPeakBytes() / 1e6, servingAllLive.first / 1e6, served.second / 1e6);
-    std::printf("followers' process: peak %.0f MB; %d reconnections; %d of %d followers ended identical to the exchange\n",
-                peakResidentBytes() / 1e6, reconnects, identical, o.clients);
+    std::printf("followers' process: peak %.0f MB; %d reconnections; %d of %d followers ended identical to the exchange; "
+                "load average at start %s\n",
+                peakResidentBytes() / 1e6, reconnects, identical, o.clients, qPrintable(g_loadAtStart));
     QJsonObject result{{"market", o.market},
                        {"clients", o.clients},
                        {"pace_ms", o.pace},
@@ -549,6 +562,7 @@ int main(int argc, char** argv)
         std::fputs(usage, stderr);
         return 2;
     }
+    g_loadAtStart = loadAverage();
     Options o;
     for (int k = 2; k < argc; ++k) {
         bool const hasValue = k + 1 < argc;
