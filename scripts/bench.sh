@@ -148,6 +148,9 @@ for size, label in (("100k", "100k"), ("1m", "1M")):
         r = c[key] / f
         rows.append(("connect to live, %s snapshot, %s" % (label, what), show(c[key]), "%s (loadFile)" % show(f),
                      "%.2fx the file" % r, "<= 1.5x the file", "met" if r <= 1.5 else "MISSED"))
+    if c["connections_lost"]:
+        print("connect, %s: %d connections lost before live and tried again: %s"
+              % (label, len(c["connections_lost"]), "; ".join(c["connections_lost"])))
     wire, text = c["wire_bytes_to_client"], c["snapshot_file_bytes"]
     rows.append(("bytes on the wire, %s snapshot" % label, "%.1f MB" % (wire / 1e6), "%.1f MB (snapshot.jsonl)" % (text / 1e6),
                  "1/%.1f of the JSON" % (text / wire), "<= 1/5 of the JSON", "met" if wire * 5 <= text else "MISSED"))
