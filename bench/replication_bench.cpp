@@ -195,8 +195,8 @@ int serve(Options const& o)
                 for (auto it = sums.begin(); it != sums.end(); ++it)
                     std::printf("checksum %s %s\n", qPrintable(it.key()), it.value().toHex().constData());
                 std::printf("checksums end\n");
-            } else if (command == "memory") {
-                std::printf("memory %lld %lld\n", peakResidentBytes(), residentNowBytes());
+            } else if (command == "usage") {
+                std::printf("usage %lld %lld %lld\n", peakResidentBytes(), residentNowBytes(), processCpuNs());
             } else if (command == "quit") {
                 QStringList whys;
                 for (auto it = closed.begin(); it != closed.end(); ++it) whys << QStringLiteral("%1: %2").arg(it.key()).arg(it.value());
@@ -484,19 +484,22 @@ int fanoutBench(Options const& o)
         waitAll(start, "live");
     }
     double const allLive = double(monotonicNs() - connecting) / 1e9;
-    std::pair<qint64, qint64> const servingAllLive = x.memory();
+    ServedExchange::Usage const servingAllLive = x.usage();
     std::printf("%d followers live after %.1f s; the exchange's peak memory %.0f MB (%.0f MB once loaded)\n", o.clients, allLive,
-                servingAllLive.first / 1e6, x.loadedPeakBytes() / 1e6);
+                servingAllLive.peak / 1e6, x.loadedPeakBytes() / 1e6);
     std::fflush(stdout);
 
+    qint64 const cpuBefore = processCpuNs();
     x.play(o.pace);
     if (!x.waitPlayed(60 * 60 * 1000)) fail(QStringLiteral("the exchange did not play its log"));
     quint64 const last = x.lastSequence();
     waitAll(last, "caught up");
+    // What the day cost: the followers' applying against the exchange's serving.
+    double const followersCpu = double(processCpuNs() - cpuBefore) / 1e9;
     for (auto& f : followers) f->finish = true;
     for (auto& f : followers) f->thread.join();
+    ServedExchange::Usage const served = x.usage();
     QMap<QString, QByteArray> const reference = x.checksums();
-    std::pair<qint64, qint64> const served = x.memory();
     qint64 const serverPid = x.pid();
     x.quit();
 
@@ -546,7 +549,10 @@ int fanoutBench(Options const& o)
                 latencies.size(), percentile(latencies, 0.5), percentile(latencies, 0.99), latencies.empty() ? 0 : latencies.back(),
                 percentile(fromBefore, 0.99), percentile(serverTurn, 0.5), serverTurn.empty() ? 0 : serverTurn.back());
     std::printf("exchange memory: peak %.0f MB (%.0f MB once loaded, %.0f MB with every follower live); resident at the end %.0f MB\n",
-                served.first / 1e6, x.loadedPeakBytes() / 1e6, servingAllLive.first / 1e6, served.second / 1e6);
+                served.peak / 1e6, x.loadedPeakBytes() / 1e6, servingAllLive.peak / 1e6, served.resident / 1e6);
+    double const exchangeCpu = double(served.cpuNs - servingAllLive.cpuNs) / 1e9;
+    std::printf("CPU while the day played: followers %.2f s (%.1f ms a follower), exchange %.2f s\n", followersCpu,
+                followersCpu * 1e3 / o.clients, exchangeCpu);
     std::printf("followers' process: peak %.0f MB; %d reconnections; %d of %d followers ended identical to the exchange; "
                 "load average at start %s\n",
                 peakResidentBytes() / 1e6, reconnects, identical, o.clients, qPrintable(g_loadAtStart));
@@ -561,11 +567,13 @@ int fanoutBench(Options const& o)
                        {"latency_max_ms", latencies.empty() ? 0 : latencies.back()},
                        {"latency_from_apply_start_p99_ms", percentile(fromBefore, 0.99)},
                        {"deliveries", double(latencies.size())},
-                       {"server_peak_bytes", double(served.first)},
+                       {"server_peak_bytes", double(served.peak)},
                        {"server_loaded_peak_bytes", double(x.loadedPeakBytes())},
-                       {"server_all_live_peak_bytes", double(servingAllLive.first)},
+                       {"server_all_live_peak_bytes", double(servingAllLive.peak)},
                        {"all_live_s", allLive},
                        {"reconnections", reconnects},
+                       {"followers_cpu_s", followersCpu},
+                       {"exchange_cpu_s", exchangeCpu},
                        {"identical", identical}};
     writeJson(o.json, result);
     if (identical != o.clients) fail(QStringLiteral("%1 of %2 followers did not end identical to the exchange").arg(o.clients - identical).arg(o.clients));

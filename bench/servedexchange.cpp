@@ -27,6 +27,13 @@ qint64 statusField(char const* field)
 qint64 peakResidentBytes() { return statusField("VmHWM:"); }
 qint64 residentNowBytes() { return statusField("VmRSS:"); }
 
+qint64 processCpuNs()
+{
+    timespec t;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
 ServedExchange::~ServedExchange()
 {
     if (m_process.state() != QProcess::NotRunning) quit();
@@ -81,13 +88,13 @@ QMap<QString, QByteArray> ServedExchange::checksums(int ms)
     return sums;
 }
 
-std::pair<qint64, qint64> ServedExchange::memory(int ms)
+ServedExchange::Usage ServedExchange::usage(int ms)
 {
-    m_process.write("memory\n");
+    m_process.write("usage\n");
     QByteArray line;
-    if (!waitLine("memory ", ms, line)) return {0, 0};
+    if (!waitLine("usage ", ms, line)) return {};
     QList<QByteArray> const words = line.split(' ');
-    return {words.value(1).toLongLong(), words.value(2).toLongLong()};
+    return {words.value(1).toLongLong(), words.value(2).toLongLong(), words.value(3).toLongLong()};
 }
 
 void ServedExchange::quit()

@@ -10,8 +10,8 @@
 //                                           around its apply and send), then
 //   played BATCHES LAST_SEQUENCE            once the day's log is played
 //   checksum TABLE HEX ... checksums end    on "checksums"
-//   memory PEAK_BYTES RESIDENT_BYTES        on "memory"
-// and reads "play PACE_MS", "checksums", "memory" and "quit".
+//   usage PEAK_BYTES RESIDENT_BYTES CPU_NS  on "usage"
+// and reads "play PACE_MS", "checksums", "usage" and "quit".
 #include <QByteArray>
 #include <QList>
 #include <QMap>
@@ -25,9 +25,10 @@ namespace bench {
 
 // CLOCK_MONOTONIC in nanoseconds: one clock for every process of the machine.
 qint64 monotonicNs();
-// VmHWM and VmRSS of this process, bytes.
+// VmHWM and VmRSS of this process, bytes; the CPU time of all its threads.
 qint64 peakResidentBytes();
 qint64 residentNowBytes();
+qint64 processCpuNs();
 
 class ServedExchange : public QObject
 {
@@ -60,8 +61,13 @@ public:
     bool waitPlayed(int ms);
 
     QMap<QString, QByteArray> checksums(int ms = 600000);
-    // {VmHWM, VmRSS} of the served process.
-    std::pair<qint64, qint64> memory(int ms = 60000);
+    struct Usage
+    {
+        qint64 peak = 0;       // VmHWM
+        qint64 resident = 0;   // VmRSS
+        qint64 cpuNs = 0;      // every thread's, since it started
+    };
+    Usage usage(int ms = 60000);
     // Says "quit" and waits for the process to end.
     void quit();
 
