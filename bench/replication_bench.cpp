@@ -229,6 +229,7 @@ public:
         m_thread.join();
     }
     quint16 port() const { return m_port; }
+    // Bytes of the last connection each way.
     qint64 toClient() const { return m_toClient; }
     qint64 toServer() const { return m_toServer; }
 
@@ -239,6 +240,9 @@ private:
         QTcpServer listener;
         if (!listener.listen(QHostAddress::LocalHost, 0)) fail(QStringLiteral("relay: ") + listener.errorString());
         QObject::connect(&listener, &QTcpServer::newConnection, [&] {
+            // Only the last connection counts: one lost before live is tried again.
+            m_toClient = 0;
+            m_toServer = 0;
             QTcpSocket* client = listener.nextPendingConnection();
             auto* upstream = new QTcpSocket(client);
             // Nothing is read from the client until the exchange's end is open.
