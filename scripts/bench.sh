@@ -37,10 +37,27 @@ run volat 100k '^(engine|volat_result)\.'
 run margin 100k '^vm(_sa)?\.'
 run encode 100k '^encode\.'
 
+# Following an exchange over the network: connecting until live against
+# loading the same snapshot from its file (and the snapshot's bytes on the
+# wire), and one exchange playing the 100k day to 50 followers at full speed.
+# The exchange is a process of its own in each.
+for size in 100k 1m; do
+  echo "== replication: connect on $size" >&2
+  "$build/bench/replication-bench" connect --market "$markets/$size" --runs 3 --json "$results/connect-$size.json" >&2
+done
+echo "== replication: fanout of 50 on 100k" >&2
+"$build/bench/replication-bench" fanout --market "$markets/100k" --clients 50 --json "$results/fanout.json" >&2
+# The terminal's event loop while the 100k market's log replays at full speed
+# from its file, and while it follows an exchange playing the same day (each
+# a program of its own; the snapshot load is not part of the stall).
+echo "== terminal responsiveness on 100k: replay, then following an exchange" >&2
+QT_QPA_PLATFORM=offscreen "$build/bench/terminal-stall-bench" --market "$markets/100k" > "$results/terminal-stall.txt"
+QT_QPA_PLATFORM=offscreen "$build/bench/terminal-stall-bench" --market "$markets/100k" --follow > "$results/terminal-follow.txt"
+
 echo
 echo "Machine: $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p'); load average $(cut -d' ' -f1-3 /proc/loadavg)"
 python3 - "$results" <<'EOF'
-import json, sys, os
+import json, sys, os, re
 
 def medians(name):
     with open(os.path.join(sys.argv[1], name + ".json")) as f:
@@ -120,14 +137,53 @@ print("Parts of a cold result, 1000 options: " + ", ".join("%s %s" % (name.split
       + "; cold over 1000 shuffled options %s (%.2fx the parts)" % (show(seconds(volat["volat_result.info.cold_shuffled"])),
                                                                    seconds(volat["volat_result.info.cold_shuffled"]) / parts))
 
+def results(name):
+    with open(os.path.join(sys.argv[1], name)) as f:
+        return f.read()
+
+for size, label in (("100k", "100k"), ("1m", "1M")):
+    c = json.loads(results("connect-%s.json" % size))
+    f = c["file_load_s"]
+    for key, what in (("connect_first_s", "first connection"), ("connect_second_s", "snapshot already made")):
+        r = c[key] / f
+        rows.append(("connect to live, %s snapshot, %s" % (label, what), show(c[key]), "%s (loadFile)" % show(f),
+                     "%.2fx the file" % r, "<= 1.5x the file", "met" if r <= 1.5 else "MISSED"))
+    if c["connections_lost"]:
+        print("connect, %s: %d connections lost before live and tried again: %s"
+              % (label, len(c["connections_lost"]), "; ".join(c["connections_lost"])))
+    wire, text = c["wire_bytes_to_client"], c["snapshot_file_bytes"]
+    rows.append(("bytes on the wire, %s snapshot" % label, "%.1f MB" % (wire / 1e6), "%.1f MB (snapshot.jsonl)" % (text / 1e6),
+                 "1/%.1f of the JSON" % (text / wire), "<= 1/5 of the JSON", "met" if wire * 5 <= text else "MISSED"))
+fan = json.loads(results("fanout.json"))
+n = fan["clients"]
+rows.append(("fan-out, %d followers of the 100k day: batches/s" % n, "%.1f" % fan["batches_per_s"],
+             "%d batches in %s" % (fan["batches"], show(fan["seconds"])), "", "(reported)", ""))
+rows.append(("fan-out: exchange applied -> follower applied, p99", show(fan["latency_p99_ms"] / 1e3),
+             "p50 %s, max %s" % (show(fan["latency_p50_ms"] / 1e3), show(fan["latency_max_ms"] / 1e3)), "", "< 50 ms",
+             "met" if fan["latency_p99_ms"] < 50 else "MISSED"))
+rows.append(("fan-out: exchange's peak memory (VmHWM)", "%.0f MB" % (fan["server_peak_bytes"] / 1e6),
+             "%.0f MB (loaded, no follower)" % (fan["server_loaded_peak_bytes"] / 1e6),
+             "+%.0f MB serving" % ((fan["server_peak_bytes"] - fan["server_loaded_peak_bytes"]) / 1e6), "(reported)", ""))
+rows.append(("fan-out: followers identical to the exchange", "%d of %d" % (fan["identical"], n), "", "", "all",
+             "met" if fan["identical"] == n else "MISSED"))
+
+def longest(name):
+    m = re.search(r"longest ([0-9.]+) ms", results(name))
+    return float(m.group(1)) if m else float("nan")
+
+live, replay = longest("terminal-follow.txt"), longest("terminal-stall.txt")
+rows.append(("terminal's longest stall following the 100k day live", show(live / 1e3), "%s (replaying it from file)" % show(replay / 1e3),
+             "%.2fx the replay" % (live / replay), "< 50 ms", "met" if live < 50 else "MISSED"))
+
 head = ("figure", "ours", "peer", "ratio", "target", "")
 widths = [max(len(str(r[i])) for r in rows + [head]) for i in range(len(head))]
 for r in [head] + rows:
     print("  ".join(str(c).ljust(w) for c, w in zip(r, widths)).rstrip())
 EOF
 
-# The terminal's event loop while the 100k market's log replays at full speed
-# (a program of its own; its snapshot load is not measured).
 echo
 echo "Terminal responsiveness (100k market, log replayed at full speed):"
-QT_QPA_PLATFORM=offscreen "$build/bench/terminal-stall-bench" --market "$markets/100k" | tee "$results/terminal-stall.txt"
+cat "$results/terminal-stall.txt"
+echo
+echo "Terminal responsiveness (100k market, following an exchange playing the day at full speed):"
+cat "$results/terminal-follow.txt"

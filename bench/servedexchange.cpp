@@ -1,0 +1,150 @@
+#include "servedexchange.h"
+
+#include <QDeadlineTimer>
+#include <QFile>
+#include <time.h>
+
+namespace bench {
+
+qint64 monotonicNs()
+{
+    timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+namespace {
+qint64 statusField(char const* field)
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly)) return 0;
+    for (QByteArray const& line : status.readAll().split('\n'))
+        if (line.startsWith(field)) return line.mid(int(qstrlen(field))).trimmed().split(' ').value(0).toLongLong() * 1024;
+    return 0;
+}
+} // namespace
+
+qint64 peakResidentBytes() { return statusField("VmHWM:"); }
+qint64 residentNowBytes() { return statusField("VmRSS:"); }
+
+qint64 processCpuNs()
+{
+    timespec t;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+ServedExchange::~ServedExchange()
+{
+    if (m_process.state() != QProcess::NotRunning) quit();
+}
+
+bool ServedExchange::start(QString const& program, QString const& market, QString const& schema, QString& error)
+{
+    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    connect(&m_process, &QProcess::readyReadStandardOutput, this, &ServedExchange::readLines);
+    m_process.start(program, {QStringLiteral("serve"), QStringLiteral("--market"), market, QStringLiteral("--schema"), schema});
+    if (!m_process.waitForStarted(30000)) {
+        error = QStringLiteral("cannot start %1: %2").arg(program, m_process.errorString());
+        return false;
+    }
+    QByteArray line;
+    // Loading the 1M market's snapshot takes a while.
+    if (!waitLine("listening ", 600000, line)) {
+        error = QStringLiteral("%1 serve did not start listening").arg(program);
+        return false;
+    }
+    QList<QByteArray> const words = line.split(' ');
+    m_port = quint16(words.value(1).toUInt());
+    m_startSequence = words.value(2).toULongLong();
+    m_loadedPeak = words.value(3).toLongLong();
+    return m_port != 0;
+}
+
+void ServedExchange::play(int pace)
+{
+    m_process.write(QByteArray("play ") + QByteArray::number(pace) + '\n');
+}
+
+bool ServedExchange::waitPlayed(int ms)
+{
+    QDeadlineTimer deadline(ms);
+    while (!m_played && m_process.state() == QProcess::Running && !deadline.hasExpired()) {
+        m_process.waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())));
+        readLines();
+    }
+    return m_played;
+}
+
+QMap<QString, QByteArray> ServedExchange::checksums(int ms)
+{
+    QMap<QString, QByteArray> sums;
+    m_process.write("checksums\n");
+    QByteArray line;
+    while (waitLine("checksum", ms, line) && line != "checksums end") {
+        QList<QByteArray> const words = line.split(' ');
+        sums.insert(QString::fromUtf8(words.value(1)), QByteArray::fromHex(words.value(2)));
+    }
+    return sums;
+}
+
+ServedExchange::Usage ServedExchange::usage(int ms)
+{
+    m_process.write("usage\n");
+    QByteArray line;
+    if (!waitLine("usage ", ms, line)) return {};
+    QList<QByteArray> const words = line.split(' ');
+    return {words.value(1).toLongLong(), words.value(2).toLongLong(), words.value(3).toLongLong()};
+}
+
+void ServedExchange::quit()
+{
+    m_process.write("quit\n");
+    m_process.closeWriteChannel();
+    if (!m_process.waitForFinished(30000)) {
+        m_process.kill();
+        m_process.waitForFinished(5000);
+    }
+}
+
+void ServedExchange::readLines()
+{
+    m_buffer += m_process.readAllStandardOutput();
+    int end;
+    while ((end = m_buffer.indexOf('\n')) >= 0) {
+        QByteArray const line = m_buffer.left(end);
+        m_buffer.remove(0, end + 1);
+        handle(line);
+    }
+}
+
+void ServedExchange::handle(QByteArray const& line)
+{
+    if (line.startsWith("stamp ")) {
+        QList<QByteArray> const w = line.split(' ');
+        m_stamps.push_back({w.value(1).toULongLong(), w.value(2).toLongLong(), w.value(3).toLongLong()});
+    } else if (line.startsWith("played ")) {
+        m_last = line.split(' ').value(2).toULongLong();
+        m_played = true;
+        emit played(m_last);
+    } else {
+        m_pending << line;
+    }
+}
+
+bool ServedExchange::waitLine(QByteArray const& prefix, int ms, QByteArray& line)
+{
+    QDeadlineTimer deadline(ms);
+    for (;;) {
+        for (int k = 0; k < m_pending.size(); ++k)
+            if (m_pending[k].startsWith(prefix)) {
+                line = m_pending.takeAt(k);
+                return true;
+            }
+        if (m_process.state() != QProcess::Running || deadline.hasExpired()) return false;
+        m_process.waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())));
+        readLines();
+    }
+}
+
+} // namespace bench
