@@ -60,6 +60,22 @@ struct Options
     int runs = 3;
     int clients = 50;
     int pace = 0;   // milliseconds between the log's batches; 0: full speed
+    QString security;   // serve: the folder of ServedExchange's certificates and users
+};
+
+// What a follower logs in and verifies the exchange with.
+struct Credentials
+{
+    QByteArray password;
+    QList<QSslCertificate> authorities;
+
+    explicit Credentials(ServedExchange const& x) : password(x.password()), authorities(x.authorities()) {}
+    void use(ReplicationClient& client) const
+    {
+        ReplicationClient::Settings settings = client.settings();
+        settings.authorities = authorities;
+        client.setSettings(settings);
+    }
 };
 
 [[noreturn]] void fail(QString const& message)
@@ -131,6 +147,17 @@ int serve(Options const& o)
         fail(e.message());
     }
     exchange::ReplicationServer server(&db, context.day);
+    // As a real exchange serves: TLS, and logins with their passwords.
+    if (o.security.isEmpty()) fail(QStringLiteral("serve needs --security FOLDER"));
+    QDir const security(o.security);
+    try {
+        server.setUsers(std::make_shared<exchange::Users const>(security.filePath(QStringLiteral("users"))));
+    } catch (QString const& why) {
+        fail(why);
+    }
+    QFile key(security.filePath(QStringLiteral("server.key")));
+    if (!key.open(QIODevice::ReadOnly)) fail(key.fileName() + QStringLiteral(": ") + key.errorString());
+    server.setTls(QSslCertificate::fromPath(security.filePath(QStringLiteral("server.pem"))), QSslKey(key.readAll(), QSsl::Ec));
     QString error;
     if (!server.listen(QHostAddress::LocalHost, 0, error)) fail(error);
     // Why sessions closed, told once at the end: a benchmark's figures with
@@ -281,11 +308,12 @@ struct Connection
     QString lost;                // why the connection dropped before live
 };
 
-Connection connectOnce(Options const& o, QString const& login, quint16 port)
+Connection connectOnce(Options const& o, QString const& login, Credentials const& credentials, quint16 port)
 {
     Database db;
     db.loadSchema(o.schema);
     ReplicationClient client(&db);
+    credentials.use(client);
     QEventLoop loop;
     Connection c;
     QString stopped;
@@ -308,7 +336,7 @@ Connection connectOnce(Options const& o, QString const& login, quint16 port)
         }
     });
     QTimer::singleShot(30 * 60 * 1000, &loop, [&] { stopped = QStringLiteral("not live after 30 minutes"); loop.quit(); });
-    client.start(QStringLiteral("127.0.0.1"), port, login);
+    client.start(QStringLiteral("127.0.0.1"), port, login, credentials.password);
     loop.exec();
     client.stop();
     if (!stopped.isEmpty()) fail(QStringLiteral("connecting: ") + stopped);
@@ -322,9 +350,9 @@ int connectBench(Options const& o)
     QString const login = contextOf(o.market).login;
     qint64 const fileBytes = QFileInfo(snapshot).size();
     QStringList lost;   // connections dropped before live, each tried again
-    auto connectLive = [&](quint16 port) {
+    auto connectLive = [&](Credentials const& credentials, quint16 port) {
         for (int attempt = 1;; ++attempt) {
-            Connection const c = connectOnce(o, login, port);
+            Connection const c = connectOnce(o, login, credentials, port);
             if (c.lost.isEmpty()) return c;
             std::printf("a connection was lost before live (%s); trying again\n", qPrintable(c.lost));
             std::fflush(stdout);
@@ -351,9 +379,10 @@ int connectBench(Options const& o)
         // A new exchange each run, so that each first connection finds no snapshot made.
         ServedExchange x;
         QString error;
-        if (!x.start(QCoreApplication::applicationFilePath(), o.market, o.schema, error)) fail(error);
-        Connection const a = connectLive(x.port());
-        Connection const b = connectLive(x.port());
+        if (!x.start(QCoreApplication::applicationFilePath(), o.market, o.schema, login, error)) fail(error);
+        Credentials const credentials(x);
+        Connection const a = connectLive(credentials, x.port());
+        Connection const b = connectLive(credentials, x.port());
         first.push_back(a.seconds);
         firstData.push_back(a.firstData);
         firstLoaded.push_back(a.snapshotLoaded);
@@ -366,7 +395,7 @@ int connectBench(Options const& o)
         if (run + 1 == o.runs) {
             // Counted apart from the timed connections: the relay is a hop they do not have.
             CountingRelay relay(x.port());
-            connectLive(relay.port());
+            connectLive(credentials, relay.port());
             toClient = relay.toClient();
             toServer = relay.toServer();
         }
@@ -414,11 +443,12 @@ struct Follower
     QMap<QString, QByteArray> sums;
     QString why;
 
-    void run(Options const& o, QString const& login, quint16 port)
+    void run(Options const& o, QString const& login, Credentials const& credentials, quint16 port)
     {
         Database db;
         db.loadSchema(o.schema);
         ReplicationClient client(&db);
+        credentials.use(client);
         QEventLoop loop;
         stamps.reserve(4096);
         QObject::connect(&client, &ReplicationClient::batchApplied, [&](quint64 sequence, QString const&) {
@@ -441,7 +471,7 @@ struct Follower
         QTimer poll;
         QObject::connect(&poll, &QTimer::timeout, [&] { if (finish) loop.quit(); });
         poll.start(20);
-        client.start(QStringLiteral("127.0.0.1"), port, login);
+        client.start(QStringLiteral("127.0.0.1"), port, login, credentials.password);
         loop.exec();
         client.stop();
         sums = checksums(db);
@@ -453,7 +483,8 @@ int fanoutBench(Options const& o)
     QString const login = contextOf(o.market).login;
     ServedExchange x;
     QString error;
-    if (!x.start(QCoreApplication::applicationFilePath(), o.market, o.schema, error)) fail(error);
+    if (!x.start(QCoreApplication::applicationFilePath(), o.market, o.schema, login, error)) fail(error);
+    Credentials const credentials(x);
     quint64 const start = x.startSequence();
     std::vector<std::unique_ptr<Follower>> followers;
     qint64 const connecting = monotonicNs();
@@ -484,7 +515,7 @@ int fanoutBench(Options const& o)
     for (int k = 0; k < o.clients; ++k) {
         followers.emplace_back(new Follower);
         Follower* f = followers.back().get();
-        f->thread = std::thread([f, &o, login, port = x.port()] { f->run(o, login, port); });
+        f->thread = std::thread([f, &o, login, &credentials, port = x.port()] { f->run(o, login, credentials, port); });
         waitAll(start, "live");
     }
     double const allLive = double(monotonicNs() - connecting) / 1e9;
@@ -608,6 +639,7 @@ int main(int argc, char** argv)
         else if (!std::strcmp(argv[k], "--runs") && hasValue) o.runs = std::max(1, std::atoi(argv[++k]));
         else if (!std::strcmp(argv[k], "--clients") && hasValue) o.clients = std::max(1, std::atoi(argv[++k]));
         else if (!std::strcmp(argv[k], "--pace") && hasValue) o.pace = std::max(0, std::atoi(argv[++k]));
+        else if (!std::strcmp(argv[k], "--security") && hasValue) o.security = QString::fromLocal8Bit(argv[++k]);
         else {
             std::fprintf(stderr, "replication-bench: unknown argument '%s'\n%s", argv[k], usage);
             return 2;

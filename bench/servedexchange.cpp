@@ -1,5 +1,9 @@
 #include "servedexchange.h"
 
+#include "passwords.h"
+
+#include <QRandomGenerator>
+
 #include <QDeadlineTimer>
 #include <QFile>
 #include <time.h>
@@ -39,11 +43,25 @@ ServedExchange::~ServedExchange()
     if (m_process.state() != QProcess::NotRunning) quit();
 }
 
-bool ServedExchange::start(QString const& program, QString const& market, QString const& schema, QString& error)
+bool ServedExchange::start(QString const& program, QString const& market, QString const& schema, QString const& login, QString& error)
 {
+    QProcess certificates;
+    certificates.start(QStringLiteral("bash"), {QStringLiteral(SOURCE_DIR "/scripts/make-certs.sh"), m_security.path()});
+    if (!certificates.waitForFinished(60000) || certificates.exitCode() != 0) {
+        error = QStringLiteral("make-certs.sh: ") + QString::fromLocal8Bit(certificates.readAllStandardError());
+        return false;
+    }
+    m_password = QByteArray("bench-") + QByteArray::number(QRandomGenerator::system()->generate64(), 16);
+    try {
+        exchange::Users::setPassword(m_security.filePath(QStringLiteral("users")), login, m_password);
+    } catch (QString const& why) {
+        error = why;
+        return false;
+    }
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     connect(&m_process, &QProcess::readyReadStandardOutput, this, &ServedExchange::readLines);
-    m_process.start(program, {QStringLiteral("serve"), QStringLiteral("--market"), market, QStringLiteral("--schema"), schema});
+    m_process.start(program, {QStringLiteral("serve"), QStringLiteral("--market"), market, QStringLiteral("--schema"), schema,
+                              QStringLiteral("--security"), m_security.path()});
     if (!m_process.waitForStarted(30000)) {
         error = QStringLiteral("cannot start %1: %2").arg(program, m_process.errorString());
         return false;
@@ -60,6 +78,8 @@ bool ServedExchange::start(QString const& program, QString const& market, QStrin
     m_loadedPeak = words.value(3).toLongLong();
     return m_port != 0;
 }
+
+QList<QSslCertificate> ServedExchange::authorities() const { return QSslCertificate::fromPath(m_security.filePath(QStringLiteral("ca.pem"))); }
 
 void ServedExchange::play(int pace)
 {

@@ -17,7 +17,9 @@
 #include <QMap>
 #include <QObject>
 #include <QProcess>
+#include <QSslCertificate>
 #include <QString>
+#include <QTemporaryDir>
 #include <QtGlobal>
 #include <vector>
 
@@ -43,9 +45,14 @@ public:
 
     ~ServedExchange() override;
 
-    // Starts `program serve --market DIR --schema FILE` and waits until it
-    // listens. False with `error` when it does not.
-    bool start(QString const& program, QString const& market, QString const& schema, QString& error);
+    // Makes a certificate authority and the exchange's certificate
+    // (scripts/make-certs.sh) and a users file where `login` has password(),
+    // starts `program serve --market DIR --schema FILE --security FOLDER`
+    // and waits until it listens, with TLS. False with `error` when it does not.
+    bool start(QString const& program, QString const& market, QString const& schema, QString const& login, QString& error);
+    // What a client logs in and verifies the exchange with.
+    QByteArray const& password() const { return m_password; }
+    QList<QSslCertificate> authorities() const;
     quint16 port() const { return m_port; }
     quint64 startSequence() const { return m_startSequence; }
     qint64 loadedPeakBytes() const { return m_loadedPeak; }
@@ -81,6 +88,8 @@ private:
     bool waitLine(QByteArray const& prefix, int ms, QByteArray& line);
 
     QProcess m_process;
+    QTemporaryDir m_security;
+    QByteArray m_password;
     QByteArray m_buffer;
     QList<QByteArray> m_pending;   // lines not handled by handle()
     quint16 m_port = 0;

@@ -79,13 +79,15 @@ int main(int argc, char** argv)
     bench::ServedExchange exchange;
     if (follow) {
         QString const schema = QStringLiteral(SOURCE_DIR "/data/schema.json");
-        if (!exchange.start(exchangeProgram, market, schema, error)) {
+        if (!exchange.start(exchangeProgram, market, schema, context.login, error)) {
             out << error << "\n";
             return 1;
         }
         options.host = QStringLiteral("127.0.0.1");
         options.port = exchange.port();
         options.login = context.login;
+        options.password = exchange.password();
+        options.replication.authorities = exchange.authorities();
     }
     TerminalWindow window(options, *DefaultCore::global());
     window.show();

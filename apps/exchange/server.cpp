@@ -23,6 +23,10 @@ using namespace replication;
 namespace exchange {
 
 namespace {
+// Rows a snapshot line holds at most: a client decodes and applies a large
+// table a piece at a time, its heartbeats and its event loop going on between.
+constexpr int kSnapshotRowsPerLine = 10000;
+
 // Hands each accepted descriptor over as it is, so that the session's socket
 // can be a TLS one from its first byte.
 class Listener : public QTcpServer
@@ -43,7 +47,7 @@ constexpr qint64 kHighWater = 1024 * 1024;
 struct ReplicationServer::Snapshot
 {
     quint64 sequence = 0;
-    int tables = 0;
+    int lines = 0;           // batches of the text, a table's consecutive
     qint64 bytes = 0;        // of the text
     QByteArray data;         // the text, or its zstd stream
     bool compressed = false;
@@ -260,7 +264,7 @@ private:
         m_offset = 0;
         m_day = m_server->m_dayNumber;
         write(jsonFrame(FrameType::SnapshotBegin, QJsonObject{{QStringLiteral("seq"), double(m_snapshot->sequence)},
-                                                              {QStringLiteral("tables"), m_snapshot->tables},
+                                                              {QStringLiteral("lines"), m_snapshot->lines},
                                                               {QStringLiteral("bytes"), double(m_snapshot->bytes)},
                                                               {QStringLiteral("compression"), m_snapshot->compressed ? QStringLiteral("zstd") : QStringLiteral("none")},
                                                               {QStringLiteral("day"), m_server->day()},
@@ -450,9 +454,9 @@ std::shared_ptr<ReplicationServer::Snapshot const> ReplicationServer::snapshot(b
         text = std::make_shared<Snapshot>();
         text->sequence = lastSequence();
         for (QString const& name : m_database->tableNamesInSchemaOrder()) {
-            text->data.append(BatchEncoder::encodeTable(*m_database->table(name)));
-            text->data.append('\n');
-            ++text->tables;
+            int lines = 0;
+            text->data.append(BatchEncoder::encodeTableLines(*m_database->table(name), kSnapshotRowsPerLine, lines));
+            text->lines += lines;
         }
         text->bytes = text->data.size();
     }

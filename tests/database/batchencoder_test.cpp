@@ -113,6 +113,35 @@ TEST(BatchEncoderTest, BundledMarketCopiesThroughTextTableByTable)
     EXPECT_EQ(tableChecksum(*a.table(QStringLiteral("securities"))).size(), 64);
 }
 
+// In lines of a few rows, applied one after another over a table that held
+// other rows, the same table; every line is a batch of that table, only the
+// first one clears it.
+TEST(BatchEncoderTest, ATableInLinesOfAFewRowsReplacesItAsOneBatchWould)
+{
+    Database a, b;
+    for (Database* db : {&a, &b}) {
+        db->loadSchema(QStringLiteral(SOURCE_DIR "/data/schema.json"));
+        db->loadFile(QStringLiteral(SOURCE_DIR "/data/market/snapshot.jsonl"));
+    }
+    b.loadFile(QStringLiteral(SOURCE_DIR "/data/market/replication.jsonl"));   // b's tables hold other rows first
+    for (int perLine : {1, 7, 1000}) {
+        for (QString const& name : a.tableNames()) {
+            Table const& table = *a.table(name);
+            int lines = 0;
+            QByteArray const text = BatchEncoder::encodeTableLines(table, perLine, lines);
+            QList<QByteArray> parts = text.split('\n');
+            ASSERT_TRUE(parts.takeLast().isEmpty()) << name.toStdString();   // each line ends in a newline
+            ASSERT_EQ(parts.size(), lines);
+            EXPECT_EQ(lines, qMax(1, (table.rowCount() + perLine - 1) / perLine)) << name.toStdString();
+            for (int i = 0; i < parts.size(); ++i) {
+                EXPECT_EQ(parts[i].contains("{\"clear\":true}"), i == 0) << name.toStdString() << " line " << i;
+                b.apply(decode(b, parts[i]));
+            }
+            EXPECT_EQ(tableChecksum(*b.table(name)), tableChecksum(table)) << name.toStdString() << " by " << perLine;
+        }
+    }
+}
+
 TEST(BatchEncoderTest, EdgeValuesReadBackToTheSameBitsAndMeaning)
 {
     EdgeDb a, b;

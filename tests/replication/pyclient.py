@@ -241,20 +241,20 @@ class Session:
             raise Fail(f"batch {seq} rejected: {e}")
 
     def snapshot(self, begin):
-        b = fields(begin, "SNAPSHOT_BEGIN", {"seq": int, "tables": int, "bytes": int, "compression": str, "day": str, "history": str})
+        b = fields(begin, "SNAPSHOT_BEGIN", {"seq": int, "lines": int, "bytes": int, "compression": str, "day": str, "history": str})
         if b["compression"] != "none":
             raise Fail(f"malformed frame: compression '{b['compression']}' was not asked for")
         names = sorted(self.schema, key=lambda n: self.schema[n]["order"])
-        got_bytes, lines, pending = 0, 0, b""
+        got_bytes, lines, pending, table = 0, 0, b"", -1
         while True:
             ftype, payload = self.next_frame()
             if self.common(ftype, payload, {SNAP_DATA, SNAP_END, HEARTBEAT, BYE}, "in a snapshot"):
                 continue
             if ftype == SNAP_END:
                 end = fields(payload, "SNAPSHOT_END", {"seq": int})
-                if end["seq"] != b["seq"] or pending or lines != b["tables"] or got_bytes != b["bytes"]:
+                if end["seq"] != b["seq"] or pending or lines != b["lines"] or got_bytes != b["bytes"] or table != len(names) - 1:
                     raise Fail(f"malformed frame: the snapshot ends at {end['seq']} with {lines} lines and "
-                               f"{got_bytes} bytes, SNAPSHOT_BEGIN said {b['seq']}, {b['tables']}, {b['bytes']}")
+                               f"{got_bytes} bytes, SNAPSHOT_BEGIN said {b['seq']}, {b['lines']}, {b['bytes']}")
                 self.applied = b["seq"]
                 self.server_last = max(self.server_last, self.applied)
                 self.last_batch = time.monotonic()
@@ -266,11 +266,18 @@ class Session:
                 raise Fail(f"malformed frame: the snapshot passes the {b['bytes']} bytes announced")
             *whole, pending = (pending + payload).split(b"\n")
             for line in whole:
-                if lines >= len(names) or lines >= b["tables"]:
-                    raise Fail(f"malformed frame: the snapshot has more than {b['tables']} lines")
+                if lines >= b["lines"]:
+                    raise Fail(f"malformed frame: the snapshot has more than {b['lines']} lines")
                 batch = fields(line, f"snapshot line {lines + 1}", {})
-                if batch.get("table") != names[lines]:  # one line per table, in the schema's order
-                    raise Fail(f"malformed frame: snapshot line {lines + 1} is not table '{names[lines]}'")
+                ops = batch.get("ops") or [{}]
+                # Each table in the schema's order, its lines consecutive, the first one clearing it.
+                if table >= 0 and batch.get("table") == names[table] and ops[0].get("clear") is not True:
+                    pass
+                elif table + 1 < len(names) and batch.get("table") == names[table + 1] and ops[0].get("clear") is True:
+                    table += 1
+                else:
+                    raise Fail(f"malformed frame: snapshot line {lines + 1} is neither more of table "
+                               f"'{names[table] if table >= 0 else ''}' nor the start of the next one")
                 self.apply(b["seq"], batch)
                 lines += 1
 

@@ -177,7 +177,7 @@ TEST(ReplicationThreads, AGapOrAMalformedFrameClosesTheConnectionAndTheClientAsk
                 hellos << readJson(f.payload, error);
                 if (hellos.size() == 1) {
                     socket->write(jsonFrame(FrameType::Welcome, {{"protocol", kProtocol}, {"day", "d"}, {"history", "h"}, {"last", 5}, {"resume", false}}));
-                    socket->write(jsonFrame(FrameType::SnapshotBegin, {{"seq", 5}, {"tables", 1}, {"bytes", table.size()}, {"compression", "none"}, {"day", "d"}, {"history", "h"}}));
+                    socket->write(jsonFrame(FrameType::SnapshotBegin, {{"seq", 5}, {"lines", 1}, {"bytes", table.size()}, {"compression", "none"}, {"day", "d"}, {"history", "h"}}));
                     socket->write(frame(FrameType::SnapshotData, table));
                     socket->write(jsonFrame(FrameType::SnapshotEnd, {{"seq", 5}}));
                     socket->write(sequenceFrame(FrameType::Batch, 7, R"({"table":"stocks","ops":[{"clear":true}]})"));

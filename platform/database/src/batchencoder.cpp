@@ -276,11 +276,16 @@ void putRow(Writer& w, Table const& table, std::vector<QByteArray> const& keys, 
     }
 }
 
-void encodeTableInto(Writer& w, Table const& table)
+// The table as one batch, or with `rowsPerLine` as lines of that many rows
+// at most, each ending in a newline, the first one clearing the table.
+// Gives the number of batches written.
+int encodeTableInto(Writer& w, Table const& table, int rowsPerLine = 0)
 {
     auto const keys = columnKeys(table);
     putHead(w, table);
     w.put("{\"clear\":true}", 14);
+    int lines = 1;
+    int inLine = 0;
     int const columns = table.columnCount();
     if (auto const* master = table.masterIndex()) {
         auto const& rows = master->records();
@@ -288,7 +293,16 @@ void encodeTableInto(Writer& w, Table const& table)
         bool first = true;
         for (Record const& r : rows) {
             int const start = w.size();
-            w.put(",{\"insert\":{", 12);
+            if (rowsPerLine > 0 && inLine == rowsPerLine) {
+                w.put("]}\n", 3);
+                putHead(w, table);
+                w.put("{\"insert\":{", 11);
+                ++lines;
+                inLine = 0;
+            } else {
+                w.put(",{\"insert\":{", 12);
+            }
+            ++inLine;
             for (int c = 0; c < columns; ++c) {
                 if (c) w.put(',');
                 putRow(w, table, keys, r.row(), c);
@@ -301,6 +315,8 @@ void encodeTableInto(Writer& w, Table const& table)
         }
     }
     w.put("]}", 2);
+    if (rowsPerLine > 0) w.put('\n');
+    return lines;
 }
 
 } // namespace
@@ -340,6 +356,13 @@ QByteArray BatchEncoder::encodeTable(Table const& table)
 {
     Writer w;
     encodeTableInto(w, table);
+    return w.take();
+}
+
+QByteArray BatchEncoder::encodeTableLines(Table const& table, int rowsPerLine, int& lines)
+{
+    Writer w;
+    lines = encodeTableInto(w, table, qMax(1, rowsPerLine));
     return w.take();
 }
 

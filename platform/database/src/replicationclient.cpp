@@ -281,19 +281,20 @@ private:
         QJsonObject const o = readJson(payload, error);
         if (!error.isEmpty()) return malformed(QStringLiteral("SNAPSHOT_BEGIN: ") + error);
         QString const compression = o.value(QStringLiteral("compression")).toString();
-        if (!o.value(QStringLiteral("seq")).isDouble() || !o.value(QStringLiteral("tables")).isDouble() || !o.value(QStringLiteral("bytes")).isDouble() ||
+        if (!o.value(QStringLiteral("seq")).isDouble() || !o.value(QStringLiteral("lines")).isDouble() || !o.value(QStringLiteral("bytes")).isDouble() ||
             !o.value(QStringLiteral("day")).isString() || !o.value(QStringLiteral("history")).isString() ||
             (compression != QLatin1String("zstd") && compression != QLatin1String("none")))
-            return malformed(QStringLiteral("SNAPSHOT_BEGIN lacks seq, tables, bytes, day, history or a known compression"));
+            return malformed(QStringLiteral("SNAPSHOT_BEGIN lacks seq, lines, bytes, day, history or a known compression"));
         // A new trading day may begin while connected: the snapshot says whose it is.
         m_day = o.value(QStringLiteral("day")).toString();
         m_history = o.value(QStringLiteral("history")).toString();
         m_snapshotSequence = quint64(o.value(QStringLiteral("seq")).toDouble());
-        m_snapshotTables = o.value(QStringLiteral("tables")).toInt();
+        m_snapshotLines = o.value(QStringLiteral("lines")).toInt();
         m_snapshotBytes = qint64(o.value(QStringLiteral("bytes")).toDouble());
         m_linesSeen = 0;
         m_bytesSeen = 0;
         m_text.clear();
+        m_searched = 0;
         m_decompressor.reset(compression == QLatin1String("zstd") ? new Decompressor : nullptr);
         m_phase = Phase::Snapshot;
         m_shared->received = m_snapshotSequence;
@@ -316,20 +317,23 @@ private:
         }
         int start = 0;
         for (;;) {
-            int const end = m_text.indexOf('\n', start);
+            // A large table is one line over many frames: what was searched
+            // already holds no newline and is not searched again.
+            int const end = m_text.indexOf('\n', qMax(start, m_searched));
             if (end < 0) break;
             ++m_linesSeen;
-            if (m_linesSeen > m_snapshotTables) return malformed(QStringLiteral("the snapshot has more tables than it announced"));
+            if (m_linesSeen > m_snapshotLines) return malformed(QStringLiteral("the snapshot has more lines than it announced"));
             m_bytesSeen += end + 1 - start;
             QByteArray const line = QByteArray::fromRawData(m_text.constData() + start, end - start);
             Event e;
             e.sequence = m_snapshotSequence;
             e.bytes = m_bytesSeen;
-            passOn(std::move(e), Event::SnapshotTable, line, QStringLiteral("snapshot %1, table %2").arg(m_snapshotSequence).arg(m_linesSeen));
+            passOn(std::move(e), Event::SnapshotTable, line, QStringLiteral("snapshot %1, line %2").arg(m_snapshotSequence).arg(m_linesSeen));
             start = end + 1;
             if (m_phase == Phase::Halted) return;
         }
         m_text.remove(0, start);
+        m_searched = m_text.size();
     }
 
     void snapshotEnd(QByteArray const& payload)
@@ -337,10 +341,10 @@ private:
         QString error;
         QJsonObject const o = readJson(payload, error);
         if (!error.isEmpty()) return malformed(QStringLiteral("SNAPSHOT_END: ") + error);
-        if (quint64(o.value(QStringLiteral("seq")).toDouble()) != m_snapshotSequence || m_linesSeen != m_snapshotTables ||
+        if (quint64(o.value(QStringLiteral("seq")).toDouble()) != m_snapshotSequence || m_linesSeen != m_snapshotLines ||
             m_bytesSeen != m_snapshotBytes || !m_text.isEmpty())
-            return malformed(QStringLiteral("the snapshot ended with %1 of %2 tables and %3 of %4 bytes")
-                                 .arg(m_linesSeen).arg(m_snapshotTables).arg(m_bytesSeen).arg(m_snapshotBytes));
+            return malformed(QStringLiteral("the snapshot ended with %1 of %2 lines and %3 of %4 bytes")
+                                 .arg(m_linesSeen).arg(m_snapshotLines).arg(m_bytesSeen).arg(m_snapshotBytes));
         m_decompressor.reset();
         m_text = QByteArray();
         m_phase = Phase::Stream;
@@ -477,11 +481,12 @@ private:
     int m_attempt = 0;
 
     quint64 m_snapshotSequence = 0;
-    int m_snapshotTables = 0;
+    int m_snapshotLines = 0;
     qint64 m_snapshotBytes = 0;
     int m_linesSeen = 0;
     qint64 m_bytesSeen = 0;
     QByteArray m_text;
+    int m_searched = 0;   // m_text holds no newline before this
     std::unique_ptr<Decompressor> m_decompressor;
 };
 

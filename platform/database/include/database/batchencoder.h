@@ -21,6 +21,11 @@ public:
     // every column in schema order, columns without a value as null. The
     // caller holds the table still (updating thread, or its read lock).
     static QByteArray encodeTable(Table const& table);
+    // The same rows as lines of at most `rowsPerLine` rows, each a batch
+    // ending in a newline: the first one clears the table, the others only
+    // insert. `lines` is set to their number. So a large table can be read,
+    // decoded and applied in pieces, one after another.
+    static QByteArray encodeTableLines(Table const& table, int rowsPerLine, int& lines);
 };
 
 // A digest of a table's whole contents, for telling whether two databases
