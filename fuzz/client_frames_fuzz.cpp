@@ -25,13 +25,28 @@ void check(bool ok)
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    if (size == 0) return 0;
-    // The first byte sets the size of the pieces the bytes arrive in.
-    size_t const piece = size_t(data[0]) * 7 + 1;
+    if (size < 2) return 0;
+    // The first byte: its low bit chooses what follows, the rest the size of
+    // the pieces the stream arrives in. Raw: the bytes as they are, checksums
+    // and all (mostly refused early). Framed: records of a type byte, a
+    // two-byte length and a payload, each framed with right checksums, so
+    // that the decoder behind the checks gets every payload the fuzzer makes.
+    bool const framed = data[0] & 1;
+    size_t const piece = size_t(data[0] >> 1) * 13 + 1;
+    QByteArray stream;
+    if (framed) {
+        for (size_t at = 1; at + 3 <= size;) {
+            size_t const length = qMin<size_t>((size_t(data[at + 1]) << 8) | data[at + 2], size - at - 3);
+            stream += frame(FrameType(data[at]), QByteArray(reinterpret_cast<char const*>(data + at + 3), int(length)));
+            at += 3 + length;
+        }
+    } else {
+        stream = QByteArray(reinterpret_cast<char const*>(data + 1), int(size - 1));
+    }
     FrameReader reader(kClientFrameLimit);
-    for (size_t at = 1; at < size; at += piece) {
-        reader.append(QByteArray(reinterpret_cast<char const*>(data + at), int(qMin(piece, size - at))));
-        check(reader.buffered() <= qint64(size));
+    for (int at = 0; at < stream.size(); at += int(piece)) {
+        reader.append(stream.mid(at, int(piece)));
+        check(reader.buffered() <= stream.size());
         Frame f;
         while (reader.next(f)) {
             check(f.payload.size() < kClientFrameLimit);
