@@ -89,6 +89,16 @@ protected:
         expectEachBatchOnceInOrder(f.trail);
     }
 
+    // Follows the first `played` batches, then stops: where it stands.
+    ReplicationClient::Position followThenStop(int played)
+    {
+        x.play(played);
+        f.start(proxy.port());
+        EXPECT_TRUE(f.caughtUpWith(x));
+        f.client.stop();
+        return f.client.position();
+    }
+
     bool disconnectedFor(QString const& prefix) const
     {
         for (QString const& why : f.disconnections)
@@ -207,12 +217,8 @@ TEST_F(FaultThreads, ASlowFollowerIsDroppedWithBoundedMemoryAndResynchronises)
 
 TEST_F(FaultThreads, AFollowerRestartedFromItsLastSequenceResumesThere)
 {
-    x.play(30);
-    f.start(proxy.port());
-    ASSERT_TRUE(f.caughtUpWith(x));
-    f.client.stop();
-    ReplicationClient::Position const where = f.client.position();
-    EXPECT_EQ(where.sequence, 30u);
+    ReplicationClient::Position const where = followThenStop(30);
+    ASSERT_EQ(where.sequence, 30u);
     x.play(25);
     QSignalSpy opened(x.server.get(), &exchange::ReplicationServer::sessionOpened);
     ReplicationClient again(&f.db);
@@ -261,11 +267,8 @@ TEST_F(FaultThreads, ANewTradingDayWhileConnectedSendsItsSnapshotInTheSession)
 
 TEST_F(FaultThreads, ANewTradingDayWhileDisconnectedIsASnapshotOnReturn)
 {
-    x.play(60);
-    f.start(proxy.port());
-    ASSERT_TRUE(f.caughtUpWith(x));
-    f.client.stop();
-    ReplicationClient::Position const where = f.client.position();
+    ReplicationClient::Position const where = followThenStop(60);
+    ASSERT_EQ(where.sequence, 60u);
     beginNextDay(x);
     x.play(8);
     QSignalSpy opened(x.server.get(), &exchange::ReplicationServer::sessionOpened);
