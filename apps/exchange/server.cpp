@@ -84,7 +84,9 @@ public:
         connect(socket, &QTcpSocket::disconnected, this, [this] { finish(QStringLiteral("connection lost")); });
         m_beat.setInterval(server->settings().heartbeatIntervalMs);
         connect(&m_beat, &QTimer::timeout, this, [this] {
-            if (!m_sentSinceBeat) write(sequenceFrame(FrameType::Heartbeat, m_server->lastSequence()));
+            // Before the login is through, the beat only keeps the client
+            // waiting for its answer: it tells nothing of the market.
+            if (!m_sentSinceBeat) write(sequenceFrame(FrameType::Heartbeat, m_streaming ? m_server->lastSequence() : 0));
             m_sentSinceBeat = false;
         });
         m_silence.setSingleShot(true);

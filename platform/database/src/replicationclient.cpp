@@ -89,7 +89,10 @@ public:
             tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
             tls.setProtocol(QSsl::TlsV1_2OrLater);
             m_socket->setSslConfiguration(tls);
-            connect(m_socket, &QSslSocket::encrypted, this, [this] { onConnected(); });
+            connect(m_socket, &QSslSocket::encrypted, this, [this] {
+                m_closedInHandshake = 0;
+                onConnected();
+            });
             // Not to be tried again: the same server would be refused again.
             connect(m_socket, QOverload<QList<QSslError> const&>::of(&QSslSocket::sslErrors), this, [this](QList<QSslError> const& errors) {
                 QStringList texts;
@@ -155,12 +158,13 @@ private:
         m_silence.start();
     }
 
-    // Closed by the other side. In the middle of the TLS handshake that is no
-    // passing fault but a server that speaks no TLS: trying again would only
-    // meet it again.
+    // Closed by the other side. In the middle of the TLS handshake three
+    // times running, that is no passing fault (a server at its limit of
+    // connections, a dropped packet) but a server that speaks no TLS:
+    // trying again would only meet it again.
     void lost()
     {
-        if (m_connected && !m_settings.insecure && m_tcpConnected && m_phase == Phase::Idle)
+        if (m_connected && !m_settings.insecure && m_tcpConnected && m_phase == Phase::Idle && ++m_closedInHandshake >= 3)
             return refuse(QStringLiteral("no TLS session with the exchange at %1:%2: it closed the connection during the handshake")
                               .arg(m_host)
                               .arg(m_port));
@@ -477,6 +481,7 @@ private:
     QString m_day, m_history;
     bool m_connected = false;
     bool m_tcpConnected = false;   // this connection's TCP part is up
+    int m_closedInHandshake = 0;   // connections running closed by the server in the TLS handshake
     bool m_stopped = false;
     int m_attempt = 0;
 
