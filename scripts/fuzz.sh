@@ -11,7 +11,8 @@
 # Leaks are reported and stop a run, except those tests/lsan.supp names (a
 # leak inside Qt's JSON parser, described there), which LSAN_OPTIONS passes.
 # The suppression names a frame that only a full, deep unwind of each
-# allocation sees, so the target that feeds Qt's JSON parser (templates) runs
+# allocation sees, so the targets that feed Qt's JSON parser (templates,
+# client_frames) run
 # with fast_unwind_on_malloc=0 and malloc_context_size=255: several times
 # fewer executions per second.
 set -euo pipefail
@@ -57,7 +58,7 @@ for t in "${targets[@]}"; do
   status=0
   crashes=0
   asan=${ASAN_OPTIONS:-}
-  [ "$t" != templates ] || asan="fast_unwind_on_malloc=0:malloc_context_size=255${asan:+:$asan}"
+  case $t in templates|client_frames) asan="fast_unwind_on_malloc=0:malloc_context_size=255${asan:+:$asan}" ;; esac
   deadline=$((SECONDS + seconds))
   : > "$log"
   # A crash stops libFuzzer: fuzz on for the rest of the time, starting from
