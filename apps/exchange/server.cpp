@@ -455,11 +455,13 @@ std::shared_ptr<ReplicationServer::Snapshot const> ReplicationServer::snapshot(b
     if (!text || text->sequence != lastSequence()) {
         text = std::make_shared<Snapshot>();
         text->sequence = lastSequence();
+        QVector<QSharedPointer<Table>> held;
+        QVector<Table const*> tables;
         for (QString const& name : m_database->tableNamesInSchemaOrder()) {
-            int lines = 0;
-            text->data.append(BatchEncoder::encodeTableLines(*m_database->table(name), kSnapshotRowsPerLine, lines));
-            text->lines += lines;
+            held << m_database->table(name);
+            tables << held.last().data();
         }
+        text->data = BatchEncoder::encodeTablesLines(tables, kSnapshotRowsPerLine, text->lines);
         text->bytes = text->data.size();
     }
     if (!compressed) return text;

@@ -128,7 +128,7 @@ TEST(BatchEncoderTest, ATableInLinesOfAFewRowsReplacesItAsOneBatchWould)
         for (QString const& name : a.tableNames()) {
             Table const& table = *a.table(name);
             int lines = 0;
-            QByteArray const text = BatchEncoder::encodeTableLines(table, perLine, lines);
+            QByteArray const text = BatchEncoder::encodeTablesLines({&table}, perLine, lines);
             QList<QByteArray> parts = text.split('\n');
             ASSERT_TRUE(parts.takeLast().isEmpty()) << name.toStdString();   // each line ends in a newline
             ASSERT_EQ(parts.size(), lines);

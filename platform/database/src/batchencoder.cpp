@@ -359,10 +359,11 @@ QByteArray BatchEncoder::encodeTable(Table const& table)
     return w.take();
 }
 
-QByteArray BatchEncoder::encodeTableLines(Table const& table, int rowsPerLine, int& lines)
+QByteArray BatchEncoder::encodeTablesLines(QVector<Table const*> const& tables, int rowsPerLine, int& lines)
 {
     Writer w;
-    lines = encodeTableInto(w, table, qMax(1, rowsPerLine));
+    lines = 0;
+    for (Table const* table : tables) lines += encodeTableInto(w, *table, qMax(1, rowsPerLine));
     return w.take();
 }
 

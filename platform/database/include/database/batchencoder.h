@@ -3,6 +3,7 @@
 #include "batch.h"
 #include "table.h"
 #include <QByteArray>
+#include <QVector>
 
 // Writes batches as the JSON Lines text BatchDecoder reads (one line, no
 // '\n'), so that a batch decoded from a line, encoded and decoded again
@@ -21,11 +22,12 @@ public:
     // every column in schema order, columns without a value as null. The
     // caller holds the table still (updating thread, or its read lock).
     static QByteArray encodeTable(Table const& table);
-    // The same rows as lines of at most `rowsPerLine` rows, each a batch
-    // ending in a newline: the first one clears the table, the others only
-    // insert. `lines` is set to their number. So a large table can be read,
-    // decoded and applied in pieces, one after another.
-    static QByteArray encodeTableLines(Table const& table, int rowsPerLine, int& lines);
+    // Tables one after another, each as lines of at most `rowsPerLine` rows,
+    // each line a batch ending in a newline: a table's first line clears it,
+    // the others only insert. `lines` is set to their number. So a large
+    // table can be read, decoded and applied in pieces; the text of all of
+    // them is written once, into one buffer.
+    static QByteArray encodeTablesLines(QVector<Table const*> const& tables, int rowsPerLine, int& lines);
 };
 
 // A digest of a table's whole contents, for telling whether two databases
