@@ -16,6 +16,7 @@
 #include "servedexchange.h"
 
 #include "context.h"
+#include "startup.h"
 #include "server.h"
 
 #include <database/batchencoder.h>
@@ -155,9 +156,10 @@ int serve(Options const& o)
     } catch (QString const& why) {
         fail(why);
     }
-    QFile key(security.filePath(QStringLiteral("server.key")));
-    if (!key.open(QIODevice::ReadOnly)) fail(key.fileName() + QStringLiteral(": ") + key.errorString());
-    server.setTls(QSslCertificate::fromPath(security.filePath(QStringLiteral("server.pem"))), QSslKey(key.readAll(), QSsl::Ec));
+    QSslKey key;
+    QString const keyProblem = apps::readPrivateKey(security.filePath(QStringLiteral("server.key")), key);
+    if (!keyProblem.isEmpty()) fail(keyProblem);
+    server.setTls(QSslCertificate::fromPath(security.filePath(QStringLiteral("server.pem"))), key);
     QString error;
     if (!server.listen(QHostAddress::LocalHost, 0, error)) fail(error);
     // Why sessions closed, told once at the end: a benchmark's figures with

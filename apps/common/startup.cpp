@@ -87,6 +87,18 @@ QString CommonOptions::log() const
     return QFileInfo(own).isFile() ? own : QString();   // a folder without a day has nothing to offer
 }
 
+QString readPrivateKey(QString const& path, QSslKey& key)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) return QStringLiteral("%1: %2").arg(path, file.errorString());
+    QByteArray const pem = file.readAll();
+    for (QSsl::KeyAlgorithm algorithm : {QSsl::Rsa, QSsl::Ec, QSsl::Dsa}) {
+        key = QSslKey(pem, algorithm, QSsl::Pem);
+        if (!key.isNull()) return QString();
+    }
+    return QStringLiteral("%1: no unencrypted PEM private key in it").arg(path);
+}
+
 // Sessions are encrypted unless --insecure: the exchange needs its
 // certificate and key, a client the authorities to verify it with.
 QString CommonOptions::checkTls()
@@ -101,15 +113,8 @@ QString CommonOptions::checkTls()
             return QStringLiteral("sessions are encrypted: give --cert and --key (or --insecure for a local demo)");
         m_chain = QSslCertificate::fromPath(m_parser.value(m_cert), QSsl::Pem);
         if (m_chain.isEmpty()) return QStringLiteral("--cert %1: no PEM certificate in it").arg(m_parser.value(m_cert));
-        QFile keyFile(m_parser.value(m_key));
-        if (!keyFile.open(QIODevice::ReadOnly)) return QStringLiteral("--key %1: %2").arg(m_parser.value(m_key), keyFile.errorString());
-        QByteArray const pem = keyFile.readAll();
-        for (QSsl::KeyAlgorithm algorithm : {QSsl::Rsa, QSsl::Ec, QSsl::Dsa}) {
-            m_privateKey = QSslKey(pem, algorithm, QSsl::Pem);
-            if (!m_privateKey.isNull()) break;
-        }
-        if (m_privateKey.isNull()) return QStringLiteral("--key %1: no unencrypted PEM private key in it").arg(m_parser.value(m_key));
-        return QString();
+        QString const why = readPrivateKey(m_parser.value(m_key), m_privateKey);
+        return why.isEmpty() ? QString() : QStringLiteral("--key ") + why;
     }
     if (!m_parser.isSet(m_connect)) {
         if (m_parser.isSet(m_ca) || m_insecureSet) return QStringLiteral("--ca and --insecure go with --connect");

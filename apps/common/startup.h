@@ -28,6 +28,10 @@ QString exitStatusHelp(QList<ExitStatus> const& statuses);
 // build tree; `fromBinary` is the relative path from the program's folder.
 QString dataRoot(char const* fromBinary);
 
+// An unencrypted PEM private key (RSA, EC or DSA) from `path`: an empty
+// text, or what is wrong, naming the file.
+QString readPrivateKey(QString const& path, QSslKey& key);
+
 // The options every program takes: --data, --schema, --replay (not the
 // exchange's), --log, --pace, --now, --as and --lang; the terminal's and the
 // console's also --connect. The object lives as long as the program: it holds
@@ -66,7 +70,6 @@ public:
     bool insecure() const { return m_insecureSet; }
     QList<QSslCertificate> const& certificateChain() const { return m_chain; }
     QSslKey const& privateKey() const { return m_privateKey; }
-    QList<QSslCertificate> const& authorities() const { return m_authorities; }
     // What a client of --connect follows with: TLS verified against --ca, or --insecure.
     ReplicationClient::Settings replicationSettings() const;
     // The login of the session (--as, else terminal.json's) and its

@@ -58,7 +58,6 @@ public:
     {
         int heartbeatIntervalMs = 1000;
         int heartbeatTimeoutMs = 5000;
-        qint64 maxFrame = replication::kDefaultMaxFrame;
         // Batches a session may be behind, in bytes, before it is too slow.
         qint64 maxSendBuffer = 64 * 1024 * 1024;
 

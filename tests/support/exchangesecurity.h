@@ -2,8 +2,8 @@
 // What tests that run an exchange share: its users and its TLS
 // certificates, made once per test program in a folder of its own.
 #include "passwords.h"
+#include "startup.h"
 
-#include <QFile>
 #include <QProcess>
 #include <QSslCertificate>
 #include <QSslKey>
@@ -44,9 +44,9 @@ struct TestCertificates
     QList<QSslCertificate> chain() const { return QSslCertificate::fromPath(cert); }
     QSslKey privateKey() const
     {
-        QFile f(key);
-        f.open(QIODevice::ReadOnly);
-        return QSslKey(f.readAll(), QSsl::Ec);
+        QSslKey read;
+        apps::readPrivateKey(key, read);
+        return read;
     }
     QList<QSslCertificate> authorities() const { return QSslCertificate::fromPath(ca); }
 };
