@@ -25,6 +25,19 @@ inline void PrintTo(QString const& s, std::ostream* os) { *os << '"' << s.toStdS
 // loaded machine (sanitizers, parallel tests) does not fake one.
 constexpr int kHeartbeatTimeoutMs = 3000;
 
+// A client as the tests run it: quick heartbeats and retries, plain TCP
+// (TLS has tests of its own).
+inline ReplicationClient::Settings testClientSettings()
+{
+    ReplicationClient::Settings s;
+    s.heartbeatIntervalMs = 100;
+    s.heartbeatTimeoutMs = kHeartbeatTimeoutMs;
+    s.backoffFirstMs = 20;
+    s.backoffMaxMs = 200;
+    s.insecure = true;
+    return s;
+}
+
 inline QString const kSchema = QStringLiteral(SOURCE_DIR "/data/schema.json");
 inline QString const kMarket = QStringLiteral(SOURCE_DIR "/data/market");
 
@@ -94,13 +107,7 @@ struct Follower
     Follower()
     {
         if (db.tableNames().isEmpty()) db.loadSchema(kSchema);
-        ReplicationClient::Settings s;
-        s.heartbeatIntervalMs = 100;
-        s.heartbeatTimeoutMs = kHeartbeatTimeoutMs;
-        s.backoffFirstMs = 20;
-        s.backoffMaxMs = 200;
-        s.insecure = true;   // TLS has tests of its own
-        client.setSettings(s);
+        client.setSettings(testClientSettings());
         QObject::connect(&client, &ReplicationClient::stateChanged, [this](State state, QString const&) {
             states << state;
             if (state == State::Disconnected) disconnections << client.reason();
@@ -146,10 +153,4 @@ inline void expectEachBatchOnceInOrder(QList<QPair<bool, quint64>> const& trail)
         else ASSERT_EQ(trail[i].second, next++) << "at " << i;
     }
 }
-
-// The follower's directories, asked by key, answer with the exchange's rows:
-// every security (each of its columns) and every board and market by its
-// identity. Market 5 is read as market 1 by the securities' lookups, so its
-// rows are asked of the table's own lookup instead.
-void expectDirectoriesAnswerAs(Database const& exchange);
 

@@ -19,24 +19,14 @@ struct Client
     Database db;
     ReplicationClient client{&db};
 
-    explicit Client(ReplicationClient::Settings const& settings = plain())
+    explicit Client(ReplicationClient::Settings const& settings = testClientSettings())
     {
         db.loadSchema(kSchema);
         client.setSettings(settings);
     }
-    static ReplicationClient::Settings plain()
-    {
-        ReplicationClient::Settings s;
-        s.insecure = true;
-        s.heartbeatIntervalMs = 100;
-        s.heartbeatTimeoutMs = kHeartbeatTimeoutMs;
-        s.backoffFirstMs = 20;
-        s.backoffMaxMs = 200;
-        return s;
-    }
     static ReplicationClient::Settings tls(QList<QSslCertificate> const& authorities)
     {
-        ReplicationClient::Settings s = plain();
+        ReplicationClient::Settings s = testClientSettings();
         s.insecure = false;
         s.authorities = authorities;
         return s;
