@@ -72,7 +72,7 @@ private:
         }
         m_partial.append(bytes);
         while (m_partial.size() >= kHeaderSize) {
-            qint64 const whole = kHeaderSize + qint64(qFromBigEndian<quint32>(m_partial.constData())) - 1 + kTrailerSize;
+            qint64 const whole = frameBytes(qFromBigEndian<quint32>(m_partial.constData()));
             if (m_partial.size() < whole) break;
             QByteArray const frame = m_partial.left(int(whole));
             m_partial.remove(0, int(whole));

@@ -85,7 +85,7 @@ bool FrameReader::next(Frame& frame)
         return false;
     }
     qint64 const payloadSize = qint64(length) - 1;
-    qint64 const whole = kHeaderSize + payloadSize + kTrailerSize;
+    qint64 const whole = frameBytes(length);
     if (available < whole) return false;
     char const* payload = at + kHeaderSize;
     if (qFromBigEndian<quint32>(payload + payloadSize) != checksum(payload, payloadSize)) {

@@ -50,6 +50,10 @@ DATABASE_EXPORT QByteArray frame(FrameType type, QByteArray const& payload = QBy
 DATABASE_EXPORT QByteArray jsonFrame(FrameType type, QJsonObject const& object);
 DATABASE_EXPORT QByteArray sequenceFrame(FrameType type, quint64 sequence, QByteArray const& rest = QByteArray());
 
+// The size of a whole frame, header and checksums included, from the length
+// its first four bytes hold (that length unchecked).
+inline qint64 frameBytes(quint32 length) { return kHeaderSize + qint64(length) - 1 + kTrailerSize; }
+
 // Cuts frames out of the bytes a connection delivers, in whatever pieces
 // they come. A header or a payload whose checksum does not match, a length
 // of 0 or past the limit, or an unknown type, is an error: the connection
