@@ -469,7 +469,10 @@ void Market::buildStreamsOrdersDeals(std::int64_t target)
         o.balance = o.status == 'A' ? int(m_rng.range(1, o.qty)) : int(m_rng.range(0, o.qty));
         o.signs = m_rng.chance(1, 10) ? 0x800000000000LL : (m_rng.chance(1, 5) ? 0x4 : 0);
         o.dkh = o.board == 3 ? 1 : 0;
-        o.client = std::int32_t(m_rng.below(std::int64_t(m_clients.size())));
+        // One draw whichever list it picks from, so that the draws after it
+        // do not depend on the order's board.
+        std::uint64_t const who = m_rng.next();
+        o.client = o.stream ? userClient(who) : std::int32_t(who % m_clients.size());
         o.moment = msAt(kToday, 7, 0) + m_rng.below(3 * 3600) * 1000 + m_rng.below(1000);
         m_orders.push_back(o);
     }
@@ -484,7 +487,9 @@ void Market::buildStreamsOrdersDeals(std::int64_t target)
         d.qty = m_rng.range(1, 100);
         d.side = m_rng.chance(1, 2) ? 'B' : 'S';
         d.client = std::int32_t(m_rng.below(std::int64_t(m_clients.size())));
-        d.login = m_logins[std::size_t(m_rng.below(std::int64_t(m_logins.size())))].login;
+        // A login trades its own firm's accounts; one deal in ten carries
+        // the login of another firm, the other side of the quasi-deal.
+        d.login = loginOf(firmOf(m_clients[std::size_t(d.client)].code), k % 10 != 9, m_rng.next());
         int roll = int(m_rng.below(20));
         d.state = roll < 12 ? 4 : (roll < 15 ? 3 : 1);
         d.error = d.state == 3 ? int(m_rng.range(1, 7)) : 0;
@@ -498,8 +503,31 @@ void Market::buildStreamsOrdersDeals(std::int64_t target)
         m_deals[std::size_t(k)].state = 1;
         m_deals[std::size_t(k)].error = 0;
         m_deals[std::size_t(k)].talmeraError = 0;
-        m_deals[std::size_t(k)].client = 1;
+        m_deals[std::size_t(k)].client = 1;   // FA01001, of the user's firm
     }
+}
+
+std::string const& Market::loginOf(std::string const& firm, bool sameFirm, std::uint64_t draw) const
+{
+    std::vector<std::size_t> fit;
+    for (std::size_t k = 0; k < m_logins.size(); ++k)
+        if (m_logins[k].alive && (firmOf(m_logins[k].clientCode) == firm) == sameFirm)
+            fit.push_back(k);
+    // every firm has logins of its own
+    return m_logins[fit[draw % fit.size()]].login;
+}
+
+std::int32_t Market::userClient(std::uint64_t draw) const
+{
+    std::string firm;
+    for (Login const& l : m_logins)
+        if (l.login == kCurrentLogin)
+            firm = firmOf(l.clientCode);
+    std::vector<std::int32_t> fit;
+    for (std::size_t k = 0; k < m_clients.size(); ++k)
+        if (firmOf(m_clients[k].code) == firm)
+            fit.push_back(std::int32_t(k));
+    return fit[draw % fit.size()];
 }
 
 std::int32_t Market::pickLive(Kind kind, int board)

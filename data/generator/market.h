@@ -16,6 +16,13 @@ constexpr int kSessNext = 7303;
 // The terminal user whose quasi-deals wait for confirmation in the data.
 constexpr char const* kCurrentLogin = "FA01U01";
 
+// A firm's code opens each of its client codes and settlement accounts; a
+// login is of the firm of its client code.
+inline std::string firmOf(std::string const& code)
+{
+    return code.substr(0, 4);
+}
+
 // The moment the snapshot shows: the replication log starts then.
 constexpr char const* kSnapshotMoment = "2026-11-20 10:00:00";
 
@@ -210,6 +217,12 @@ private:
     void quoteTick(JsonlWriter& w, std::int64_t at);
     void newOrders(JsonlWriter& w, int count, int sess, std::int64_t at);
     std::int32_t pickLive(Kind kind, int board = 0);
+    // A live login of `firm` (or, when `sameFirm` is false, of any other
+    // firm), chosen by `draw`.
+    std::string const& loginOf(std::string const& firm, bool sameFirm, std::uint64_t draw) const;
+    // A client of the terminal user's firm, chosen by `draw`: the user's
+    // own orders (those on streams) are placed for it.
+    std::int32_t userClient(std::uint64_t draw) const;
 
     Rng m_rng;
     std::int64_t m_target;

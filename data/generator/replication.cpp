@@ -94,7 +94,8 @@ void Market::newOrders(JsonlWriter& w, int count, int sess, std::int64_t at)
         o.status = 'A';
         o.signs = k == 3 ? 0x800000000000LL : 0;
         o.dkh = 0;
-        o.client = std::int32_t(m_rng.below(std::int64_t(m_clients.size())));
+        std::uint64_t const who = m_rng.next();
+        o.client = o.stream ? userClient(who) : std::int32_t(who % m_clients.size());
         o.moment = at + k * 1500;
         m_orders.push_back(o);
         orderRow(w.insert(), o);
@@ -567,6 +568,10 @@ void Market::writeReplication(JsonlWriter& w)
                 d.price = withinLimits(m_secs[std::size_t(d.sec)], d.price);   // the roll moved the limits
                 d.state = 4;
                 d.error = d.talmeraError = 0;
+                // a login the log removed trades no more: another of its firm does
+                for (Login const& l : m_logins)
+                    if (l.login == d.login && !l.alive)
+                        d.login = loginOf(firmOf(l.clientCode), true, std::uint64_t(d.id));
                 m_deals.push_back(d);
                 added.push_back(d);
                 dealRow(w.insert(), d);
