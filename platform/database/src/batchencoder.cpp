@@ -279,7 +279,7 @@ void putRow(Writer& w, Table const& table, std::vector<QByteArray> const& keys, 
 // The table as one batch, or with `rowsPerLine` as lines of that many rows
 // at most, each ending in a newline, the first one clearing the table.
 // Gives the number of batches written.
-int encodeTableInto(Writer& w, Table const& table, int rowsPerLine = 0)
+int encodeTableInto(Writer& w, Table const& table, int rowsPerLine = 0, BatchEncoder::RowFilter const& keep = BatchEncoder::RowFilter())
 {
     auto const keys = columnKeys(table);
     putHead(w, table);
@@ -292,6 +292,7 @@ int encodeTableInto(Writer& w, Table const& table, int rowsPerLine = 0)
         qint64 const count = rows.count();
         bool first = true;
         for (Record const& r : rows) {
+            if (keep && !keep(table, r)) continue;
             int const start = w.size();
             if (rowsPerLine > 0 && inLine == rowsPerLine) {
                 w.put("]}\n", 3);
@@ -310,7 +311,7 @@ int encodeTableInto(Writer& w, Table const& table, int rowsPerLine = 0)
             w.put("}}", 2);
             // Sized once from the first row, so that a large table's text is
             // seldom copied while it grows; what is left over is given back.
-            if (first) w.reserve(start + (w.size() - start) * count * 5 / 4 + 256);
+            if (first && !keep) w.reserve(start + (w.size() - start) * count * 5 / 4 + 256);
             first = false;
         }
     }
@@ -359,19 +360,21 @@ QByteArray BatchEncoder::encodeTable(Table const& table)
     return w.take();
 }
 
-QByteArray BatchEncoder::encodeTablesLines(QVector<Table const*> const& tables, int rowsPerLine, int& lines)
+QByteArray BatchEncoder::encodeTablesLines(QVector<Table const*> const& tables, int rowsPerLine, int& lines, RowFilter const& keep)
 {
     Writer w;
     lines = 0;
-    for (Table const* table : tables) lines += encodeTableInto(w, *table, qMax(1, rowsPerLine));
+    for (Table const* table : tables) lines += encodeTableInto(w, *table, qMax(1, rowsPerLine), keep);
     return w.take();
 }
 
-QByteArray tableChecksum(Table const& table)
+QByteArray tableChecksum(Table const& table) { return tableChecksum(table, BatchEncoder::RowFilter()); }
+
+QByteArray tableChecksum(Table const& table, BatchEncoder::RowFilter const& keep)
 {
     QCryptographicHash hash(QCryptographicHash::Sha256);
     Writer w(&hash);
-    encodeTableInto(w, table);
+    encodeTableInto(w, table, 0, keep);
     w.flush();
     return hash.result().toHex();
 }

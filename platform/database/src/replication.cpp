@@ -22,6 +22,8 @@ char const* frameName(FrameType type)
     case FrameType::Bye: return "BYE";
     case FrameType::Error: return "ERROR";
     case FrameType::Rejected: return "REJECTED";
+    case FrameType::Transaction: return "TRANSACTION";
+    case FrameType::Answer: return "ANSWER";
     }
     return "?";
 }
@@ -52,6 +54,23 @@ QByteArray jsonFrame(FrameType type, QJsonObject const& object)
     return frame(type, QJsonDocument(object).toJson(QJsonDocument::Compact));
 }
 
+quint32 checksum(QByteArray const& bytes) { return checksum(bytes.constData(), bytes.size()); }
+
+QByteArray sequenceFrame(FrameType type, quint64 sequence, QByteArray const& rest, quint32 restChecksum)
+{
+    qint64 const payload = 8 + rest.size();
+    QByteArray out(int(kHeaderSize + payload + kTrailerSize), Qt::Uninitialized);
+    char* at = out.data();
+    qToBigEndian<quint32>(quint32(payload + 1), at);
+    at[4] = char(type);
+    qToBigEndian<quint32>(checksum(at, 5), at + 5);
+    qToBigEndian<quint64>(sequence, at + kHeaderSize);
+    std::memcpy(at + kHeaderSize + 8, rest.constData(), size_t(rest.size()));
+    uLong const crc = crc32_combine(checksum(at + kHeaderSize, 8), restChecksum, z_off_t(rest.size()));
+    qToBigEndian<quint32>(quint32(crc), at + kHeaderSize + payload);
+    return out;
+}
+
 QByteArray sequenceFrame(FrameType type, quint64 sequence, QByteArray const& rest)
 {
     QByteArray payload(8, Qt::Uninitialized);
@@ -80,7 +99,7 @@ bool FrameReader::next(Frame& frame)
         return false;
     }
     unsigned char const type = static_cast<unsigned char>(at[4]);
-    if (type < 1 || type > 10) {
+    if (type < 1 || type > int(FrameType::Answer)) {
         m_error = QStringLiteral("unknown frame type %1").arg(type);
         return false;
     }

@@ -13,6 +13,8 @@
 #include <QSslConfiguration>
 #include <QSslSocket>
 #include <QEventLoop>
+#include <QJsonDocument>
+#include <QSet>
 #include <QTimer>
 #include <atomic>
 
@@ -21,13 +23,15 @@ using namespace replication;
 // What the worker hands to the applying thread, in the order it read it.
 struct ReplicationClient::Event
 {
-    enum Kind { Connecting, Welcome, SnapshotBegin, SnapshotTable, SnapshotEnd, BatchArrived, ServerLast, Disconnected, Refused, Undecodable };
+    enum Kind { Connecting, Welcome, SnapshotBegin, SnapshotTable, SnapshotEnd, BatchArrived, ServerLast, Disconnected, Refused, Undecodable,
+                Answer, TransactionLost };
     Kind kind = Connecting;
     quint64 generation = 0;
     quint64 sequence = 0;
     qint64 bytes = 0;
     bool resume = false;
     QString text, day, history;
+    QList<qint64> orders;   // of an answer
     ::Batch batch;
 };
 
@@ -35,10 +39,16 @@ namespace {
 
 struct Command
 {
-    enum Kind { Quit, ReadMore, Reject, CaughtUp };
+    enum Kind { Quit, ReadMore, Reject, CaughtUp, Send };
+    Command(Kind k = Quit, quint64 s = 0, QString o = QString(), QString r = QString())
+        : kind(k), sequence(s), origin(std::move(o)), reason(std::move(r))
+    {
+    }
     Kind kind = Quit;
-    quint64 sequence = 0;
+    quint64 sequence = 0;   // of a batch rejected; a transaction's id
     QString origin, reason;
+    QByteArray payload;      // of a transaction
+    quint64 generation = 0;  // the connection a transaction is for
 };
 
 } // namespace
@@ -237,6 +247,10 @@ private:
             QJsonObject const o = readJson(frame.payload, error);
             return refuse(error.isEmpty() ? o.value(QStringLiteral("error")).toString() : QStringLiteral("refused by the server"));
         }
+        case FrameType::Answer:
+            // Written as soon as the exchange has it, even between a snapshot's pieces.
+            if (m_phase != Phase::AwaitWelcome) return answer(frame.payload);
+            break;
         default: break;
         }
         switch (m_phase) {
@@ -255,6 +269,45 @@ private:
         case Phase::Idle:
         case Phase::Halted: return;
         }
+    }
+
+    void answer(QByteArray const& payload)
+    {
+        QString error;
+        QJsonObject const o = readJson(payload, error);
+        if (!error.isEmpty()) return malformed(QStringLiteral("ANSWER: ") + error);
+        quint64 const id = quint64(o.value(QStringLiteral("id")).toDouble(-1));
+        if (!o.value(QStringLiteral("id")).isDouble() || !o.value(QStringLiteral("code")).isDouble() || !o.value(QStringLiteral("text")).isString() ||
+            !m_awaiting.remove(id))
+            return malformed(QStringLiteral("an ANSWER to no transaction of this connection"));
+        Event e;
+        e.kind = Event::Answer;
+        e.sequence = id;
+        e.bytes = o.value(QStringLiteral("code")).toInt();
+        e.text = o.value(QStringLiteral("text")).toString().left(4096);
+        for (QJsonValue const& v : o.value(QStringLiteral("orders")).toArray()) {
+            bool ok = false;
+            qint64 const order = v.toString().toLongLong(&ok);
+            if (!ok) return malformed(QStringLiteral("an ANSWER's orders are numbers in texts"));
+            e.orders << order;
+        }
+        post(std::move(e));
+    }
+
+    // Transactions sent on this connection and not answered: their answers
+    // can no longer come.
+    void loseAwaited(QString const& why)
+    {
+        for (quint64 id : qAsConst(m_awaiting)) lose(id, why);
+        m_awaiting.clear();
+    }
+    void lose(quint64 id, QString const& why)
+    {
+        Event e;
+        e.kind = Event::TransactionLost;
+        e.sequence = id;
+        e.text = why;
+        post(std::move(e));
     }
 
     void welcome(QByteArray const& payload)
@@ -398,6 +451,7 @@ private:
         if (m_stopped) return;
         m_stopped = true;
         m_retry.stop();
+        loseAwaited(why);
         postKind(Event::Refused, why);
         close();
     }
@@ -419,6 +473,7 @@ private:
     void drop(QString const& why)
     {
         if (!m_connected) return;
+        loseAwaited(why);
         close();
         Event e;
         e.kind = Event::Disconnected;
@@ -437,6 +492,7 @@ private:
         while (m_shared->commands.take(c)) {
             switch (c.kind) {
             case Command::Quit:
+                loseAwaited(QStringLiteral("the connection was closed"));
                 m_stopped = true;
                 m_retry.stop();
                 if (m_socket) close();
@@ -446,6 +502,17 @@ private:
                 if (m_socket) parse();
                 break;
             case Command::CaughtUp: m_attempt = 0; break;
+            case Command::Send:
+                // Only on the connection the sender saw live: never kept
+                // for a later one, where its price may be stale.
+                if (!m_connected || c.generation != m_generation || m_phase != Phase::Stream || !m_socket ||
+                    m_socket->state() != QAbstractSocket::ConnectedState) {
+                    lose(c.sequence, QStringLiteral("not sent: the connection closed"));
+                    break;
+                }
+                m_awaiting.insert(c.sequence);
+                send(frame(FrameType::Transaction, c.payload));
+                break;
             case Command::Reject:
                 m_stopped = true;
                 m_retry.stop();
@@ -479,6 +546,7 @@ private:
     quint64 m_after = 0;
     quint64 m_expected = 1;
     QString m_day, m_history;
+    QSet<quint64> m_awaiting;   // transactions sent on this connection, not answered yet
     bool m_connected = false;
     bool m_tcpConnected = false;   // this connection's TCP part is up
     int m_closedInHandshake = 0;   // connections running closed by the server in the TLS handshake
@@ -621,6 +689,9 @@ void ReplicationClient::handle(Event& e)
         int const left = --m_shared->inFlight;
         if (left == m_settings.readAhead / 2) m_shared->commands.post(Command{Command::ReadMore, 0, {}, {}});
     }
+    // A transaction's fate is told whatever became of the connection since.
+    if (e.kind == Event::Answer) return emit transactionAnswered(e.sequence, int(e.bytes), e.text, e.orders);
+    if (e.kind == Event::TransactionLost) return emit transactionLost(e.sequence, e.text);
     if (m_state == State::Stopped) return;
     switch (e.kind) {
     case Event::Connecting:
@@ -729,6 +800,21 @@ QString ReplicationClient::applyBatch(Event& e, std::unique_lock<std::mutex>& lo
     lock.unlock();
     if (!hookFailure.isEmpty()) emit indexFailed(hookFailure);
     return QString();
+}
+
+bool ReplicationClient::sendTransaction(quint64 id, QJsonObject const& transaction)
+{
+    if (m_state != State::Live || !m_thread.joinable()) return false;
+    Command c;
+    c.kind = Command::Send;
+    c.sequence = id;
+    c.payload = QJsonDocument(transaction).toJson(QJsonDocument::Compact);
+    {
+        std::lock_guard<std::mutex> lock(m_shared->handshake);
+        c.generation = m_shared->generation;
+    }
+    m_shared->commands.post(std::move(c));
+    return true;
 }
 
 void ReplicationClient::reject(quint64 sequence, QString const& message)

@@ -9,7 +9,7 @@
 // shared by the server and the client so that both read and write one framing.
 namespace replication {
 
-constexpr int kProtocol = 2;
+constexpr int kProtocol = 3;
 // Length, type and the header's checksum; the payload's checksum follows it.
 constexpr int kHeaderSize = 9;
 constexpr int kTrailerSize = 4;
@@ -27,6 +27,8 @@ enum class FrameType : unsigned char {
     Bye = 8,
     Error = 9,
     Rejected = 10,
+    Transaction = 11,
+    Answer = 12,
 };
 
 DATABASE_EXPORT char const* frameName(FrameType type);
@@ -49,6 +51,11 @@ struct Frame
 DATABASE_EXPORT QByteArray frame(FrameType type, QByteArray const& payload = QByteArray());
 DATABASE_EXPORT QByteArray jsonFrame(FrameType type, QJsonObject const& object);
 DATABASE_EXPORT QByteArray sequenceFrame(FrameType type, quint64 sequence, QByteArray const& rest = QByteArray());
+// The same, `rest`'s checksum known: a text sent under many sequence
+// numbers (one batch in several members' streams) is summed once.
+DATABASE_EXPORT QByteArray sequenceFrame(FrameType type, quint64 sequence, QByteArray const& rest, quint32 restChecksum);
+// The frames' CRC-32 of some bytes.
+DATABASE_EXPORT quint32 checksum(QByteArray const& bytes);
 
 // The size of a whole frame, header and checksums included, from the length
 // its first four bytes hold (that length unchecked).

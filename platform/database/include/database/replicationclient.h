@@ -85,6 +85,12 @@ public:
     QString const& reason() const { return m_reason; }   // of the last disconnection or stop
     QString endpoint() const;
 
+    // Sends a transaction (docs/replication.md, "Transactions") on the
+    // connection as it is now, and only when live: false, with nothing
+    // kept to be sent later, when not. `id` is the caller's number for it;
+    // its fate comes as transactionAnswered or transactionLost.
+    bool sendTransaction(quint64 id, QJsonObject const& transaction);
+
 signals:
     void stateChanged(ReplicationClient::State state, QString const& text);
     void snapshotProgress(qint64 bytes, qint64 total);
@@ -93,6 +99,12 @@ signals:
     void batchApplied(quint64 sequence, QString const& table);
     // A batch applied although an index failed on it; following goes on.
     void indexFailed(QString const& message);
+    // The exchange's answer to transaction `id`, after every batch it sent
+    // before it was applied; `orders` are those it placed or cancelled.
+    void transactionAnswered(quint64 id, int code, QString const& text, QList<qint64> const& orders);
+    // Transaction `id` was not sent after all, or its connection closed
+    // before its answer came: what became of it, the orders will tell.
+    void transactionLost(quint64 id, QString const& why);
 
 private:
     class Link;
