@@ -327,6 +327,24 @@ p, li { white-space: pre-wrap; }
         </message>
     </context>
     <context>
+        <name>SessionTransport</name>
+        <message>
+            <location filename="../platform/gateway/src/sessiontransport.cpp" line="23" />
+            <source>Связь с биржей прервалась до ответа на транзакцию (%1): что с ней стало, покажут заявки</source>
+            <translation>The connection to the exchange closed before the transaction was answered (%1): the orders will show what became of it</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/sessiontransport.cpp" line="49" />
+            <source>параметр «%1» не передаётся текстом</source>
+            <translation>parameter '%1' cannot be sent as text</translation>
+        </message>
+        <message>
+            <location filename="../platform/gateway/src/sessiontransport.cpp" line="58" />
+            <source>Транзакция не отправлена: нет связи с биржей (%1)</source>
+            <translation>The transaction was not sent: no connection to the exchange (%1)</translation>
+        </message>
+    </context>
+    <context>
         <name>Gateway</name>
         <message>
             <location filename="../platform/gateway/src/simulatedgateway.cpp" line="47" />

@@ -328,20 +328,24 @@ void SimulatedGateway::plugInto(TransactionService* service)
     if (m_service) m_service->addTransport(this);
 }
 
-bool SimulatedGateway::accepts(RawTransaction const& transaction) const
+bool SimulatedGateway::serves(int messageCode)
 {
-    switch (transaction.messageCode) {
+    switch (messageCode) {
     case PlaceOrder: case CancelOrder: case CancelFlaggedOrder: case CancelBySecurity: return true;
     default: return false;
     }
 }
 
-void SimulatedGateway::take(RawTransaction const& transaction)
+void SimulatedGateway::take(RawTransaction const& transaction) { enqueue(Item{transaction, false, QString()}); }
+
+void SimulatedGateway::takeFromFirm(RawTransaction const& transaction, QString const& firm) { enqueue(Item{transaction, true, firm}); }
+
+void SimulatedGateway::enqueue(Item&& item)
 {
     // Answered from the event loop, as a connection answers: whoever sent
     // it holds its answer handle before anything arrives on it.
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_queue.append(transaction);
+    m_queue.append(std::move(item));
     if (!m_scheduled) {
         m_scheduled = true;
         QMetaObject::invokeMethod(this, "processPending", Qt::QueuedConnection);
@@ -356,13 +360,29 @@ int SimulatedGateway::pending() const
 
 void SimulatedGateway::processPending()
 {
-    QList<RawTransaction> work;
+    QList<Item> work;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         work.swap(m_queue);
         m_scheduled = false;
     }
-    for (RawTransaction const& tx : work) finish(tx, handle(tx));
+    for (Item const& item : work) {
+        m_restricted = item.restricted;
+        m_firm = item.firm;
+        Outcome const outcome = handle(item.tx);
+        m_restricted = false;
+        finish(item.tx, outcome);
+    }
+}
+
+bool SimulatedGateway::ofFirm(QString const& account) const
+{
+    return !m_restricted || (m_firm.size() == 4 && account.startsWith(m_firm));
+}
+
+void SimulatedGateway::checkFirm(QString const& account) const
+{
+    if (!ofFirm(account)) reject(gatewayText(QT_TRANSLATE_NOOP("Gateway", "счёт «%1» не найден")).arg(echo(account)));
 }
 
 SimulatedGateway::Outcome SimulatedGateway::handle(RawTransaction const& tx)
@@ -401,6 +421,7 @@ SimulatedGateway::Outcome SimulatedGateway::placeOrder(RawTransaction const& tx)
     int const board = int(integer(*securities, security, column(*securities, "board_id")));
     qint64 const secId = integer(*securities, security, column(*securities, "sec_id"));
     checkAccount(db, account);
+    checkFirm(account);
     if (price.mantissa() <= 0 && !isSwapBoard(board))
         reject(gatewayText(QT_TRANSLATE_NOOP("Gateway", "цена %1 должна быть больше нуля")).arg(price.toString()));
     Field stepField = securities->dataPtr(security.row(), column(*securities, "price_step"));
@@ -483,6 +504,8 @@ SimulatedGateway::Outcome SimulatedGateway::cancelOrder(RawTransaction const& tx
     if (!digits.match(idText).hasMatch())
         reject(gatewayText(QT_TRANSLATE_NOOP("Gateway", "заявка %1 не найдена")).arg(echo(idText)));
     qint64 const orderId = idText.toLongLong();
+    // Another firm's order is not told apart from a missing one either.
+    if (!ofFirm(account)) reject(gatewayText(QT_TRANSLATE_NOOP("Gateway", "заявка %1 не найдена")).arg(orderId));
     Orders orders(db);
     Table const& t = *orders.table;
     Record order;
@@ -539,6 +562,7 @@ SimulatedGateway::Outcome SimulatedGateway::cancelBySecurity(RawTransaction cons
     int const board = int(integer(*securities, security, column(*securities, "board_id")));
     qint64 const secId = integer(*securities, security, column(*securities, "sec_id"));
     checkAccount(db, account);
+    checkFirm(account);
 
     Orders orders(db);
     Table const& t = *orders.table;

@@ -53,8 +53,15 @@ public:
     // when the gateway goes.
     void plugInto(TransactionService* service);
 
-    bool accepts(RawTransaction const& transaction) const override;
+    // The message codes it serves (and so does the exchange's session).
+    static bool serves(int messageCode);
+    bool accepts(RawTransaction const& transaction) const override { return serves(transaction.messageCode); }
     void take(RawTransaction const& transaction) override;
+    // A transaction of a member's session: an account that is not of
+    // `firm` (the first 4 characters of a client code or an account) is
+    // answered as one that does not exist, and another firm's order as
+    // one not found, so that nothing of another firm is told.
+    void takeFromFirm(RawTransaction const& transaction, QString const& firm);
 
     // Transactions taken and not yet answered.
     int pending() const;
@@ -74,7 +81,16 @@ private slots:
 
 private:
     struct Outcome;
+    struct Item
+    {
+        RawTransaction tx;
+        bool restricted = false;   // to the accounts of `firm`
+        QString firm;
+    };
+    void enqueue(Item&& item);
     Outcome handle(RawTransaction const& tx);
+    void checkFirm(QString const& account) const;   // rejects as "not found"
+    bool ofFirm(QString const& account) const;
     Outcome placeOrder(RawTransaction const& tx);
     Outcome cancelOrder(RawTransaction const& tx);
     Outcome cancelBySecurity(RawTransaction const& tx);
@@ -85,6 +101,9 @@ private:
     TransactionService* m_service = nullptr;
     qint64 m_lastOrderId = 0;
     mutable std::mutex m_mutex;   // the queue: take() may come from any thread
-    QList<RawTransaction> m_queue;
+    QList<Item> m_queue;
     bool m_scheduled = false;
+    // The firm the transaction being handled is restricted to.
+    bool m_restricted = false;
+    QString m_firm;
 };
