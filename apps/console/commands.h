@@ -8,6 +8,8 @@ class QCommandLineParser;
 class QTextStream;
 class SignalLog;
 
+class ReplicationClient;
+
 namespace console {
 
 // What a command has once the market is loaded.
@@ -18,6 +20,9 @@ struct RunContext
     QString templatesFile;   // the market folder's transaction templates
     SignalLog& signalLog;    // the directories that signalled since it was last read
     QTextStream& out;
+    // The exchange's session when following one (--connect): orders go
+    // there; else to the simulated exchange in-process.
+    ReplicationClient* session;
 };
 
 // One group of the console's options, asked for on the command line and

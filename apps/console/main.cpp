@@ -107,13 +107,14 @@ void load(Database* db, CommonOptions const& common, bool quiet, bool every, Sig
 }
 
 // Follows the exchange at --connect: the snapshot, then each batch as it
-// comes, listed as a replay's are. With `untilLive`, returns once caught up;
-// else follows until the exchange stops the client. Throws why it stopped.
-void follow(Database* db, CommonOptions const& common, bool quiet, bool every, bool untilLive, SignalLog& signalLog)
+// comes, listed as a replay's are. With `untilLive`, returns once caught up,
+// the session still open for the commands' orders; else follows until the
+// exchange stops the client. Throws why it stopped.
+void follow(Database* db, CommonOptions const& common, bool quiet, bool every, bool untilLive, SignalLog& signalLog,
+            ReplicationClient& client)
 {
     db->loadSchema(common.schema());
     QList<QObject*> const boundAtStart = bindDirectories(db, DirectoryClass::AtStart);
-    ReplicationClient client(db);
     QEventLoop loop;
     QString stoppedWhy;
     bool bound = false;
@@ -151,7 +152,8 @@ void follow(Database* db, CommonOptions const& common, bool quiet, bool every, b
     client.start(common.host(), common.port(), common.context().login, password);
     password.fill('\0');
     loop.exec();
-    client.stop();
+    // What follows is the commands': these handlers' state ends here.
+    client.disconnect();
     if (!stoppedWhy.isEmpty()) throw QStringLiteral("the replication stopped: ") + stoppedWhy;
 }
 
@@ -193,11 +195,12 @@ int main(int argc, char** argv)
     NotificationPrinter notifications(out());
     notifications.listen(core.coreSignals());
     SignalLog signalLog;
-    RunContext run{parser, core, common.dataFile(QStringLiteral("templates.json")), signalLog, out()};
+    ReplicationClient session(core.database());
+    RunContext run{parser, core, common.dataFile(QStringLiteral("templates.json")), signalLog, out(), common.connects() ? &session : nullptr};
     int status = Done;
     try {
         if (common.connects())
-            follow(core.database(), common, parser.isSet(quiet), parser.isSet(every), parser.isSet(untilLive), signalLog);
+            follow(core.database(), common, parser.isSet(quiet), parser.isSet(every), parser.isSet(untilLive), signalLog, session);
         else
             load(core.database(), common, parser.isSet(quiet), parser.isSet(every), signalLog);
         for (auto const& command : commands) {

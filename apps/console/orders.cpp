@@ -8,6 +8,8 @@
 #include <database/database.h>
 #include <database/exception.h>
 #include <directories>
+#include <database/replicationclient.h>
+#include <gateway/sessiontransport.h>
 #include <gateway/simulatedgateway.h>
 #include <queries>
 
@@ -194,18 +196,34 @@ int OrderCommand::run(RunContext& c)
         return apps::Done;
     }
 
-    SimulatedGateway gateway(&c.core);
-    gateway.plugInto(c.core.transactions());
-    QList<qint64> touched;
-    QObject::connect(&gateway, &SimulatedGateway::batchApplied, [&](QString const& origin, QString const& table, int ops) {
+    // Each batch that comes back is listed with the directories it reached.
+    auto listBatch = [&](QString const& origin, QString const& table, int ops) {
         QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
         QString const signalled = c.signalLog.take();
-        c.out << QStringLiteral("batch %1 %2 (%3 %4): ").arg(printable(origin), printable(table)).arg(ops).arg(ops == 1 ? "row" : "rows")
+        c.out << QStringLiteral("batch %1 %2").arg(printable(origin), printable(table))
+              << (ops < 0 ? QString() : QStringLiteral(" (%1 %2)").arg(ops).arg(ops == 1 ? "row" : "rows")) << ": "
               << (signalled.isEmpty() ? QStringLiteral("(none)") : signalled) << "\n";
         c.out.flush();
-    });
-    QObject::connect(&gateway, &SimulatedGateway::answered,
-                     [&](RawTransaction const&, int, QString const&, QList<qint64> const& ids) { touched = ids; });
+    };
+    QList<qint64> touched;
+    std::unique_ptr<SimulatedGateway> simulated;
+    std::unique_ptr<SessionTransport> session;
+    if (c.session) {
+        // Over the exchange's session: its batches come back through the replication.
+        session.reset(new SessionTransport(&c.core, c.session));
+        session->plugInto(c.core.transactions());
+        QObject::connect(c.session, &ReplicationClient::batchApplied, session.get(), [&](quint64 sequence, QString const& table) {
+            listBatch(QStringLiteral("replication:%1").arg(sequence), table, -1);
+        });
+        QObject::connect(session.get(), &SessionTransport::answered,
+                         [&](RawTransaction const&, int, QString const&, QList<qint64> const& ids) { touched = ids; });
+    } else {
+        simulated.reset(new SimulatedGateway(&c.core));
+        simulated->plugInto(c.core.transactions());
+        QObject::connect(simulated.get(), &SimulatedGateway::batchApplied, listBatch);
+        QObject::connect(simulated.get(), &SimulatedGateway::answered,
+                         [&](RawTransaction const&, int, QString const&, QList<qint64> const& ids) { touched = ids; });
+    }
     if (!c.core.transactionService()->send(tx)) throw QStringLiteral("not sent: %1").arg(tx.answer.text());
     c.out << "sent; waiting for the answer\n";
     c.out.flush();

@@ -125,6 +125,8 @@ int main(int argc, char** argv)
     // Sequence 0 is the folder's snapshot: only what changes it from here on is served.
     exchange::ReplicationServer server(db, common.context().day);
     server.setUsers(logins);
+    // The sessions' transactions go to the gateway, each checked against its session's firm.
+    server.setGateway(&gateway);
     if (!common.insecure()) server.setTls(common.certificateChain(), common.privateKey());
     try {
         if (parser.isSet(journal)) {

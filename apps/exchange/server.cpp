@@ -8,6 +8,7 @@
 #include <database/exception.h>
 #include <database/record.h>
 #include <database/table.h>
+#include <gateway/simulatedgateway.h>
 
 #include <QJsonArray>
 #include <QPointer>
@@ -53,6 +54,35 @@ struct ReplicationServer::Snapshot
     bool compressed = false;
 };
 
+// What a firm's sessions are sent: every batch of a market-wide table, and
+// of the others what is the firm's, under sequence numbers of its own.
+struct ReplicationServer::Stream
+{
+    QString firm;
+    std::vector<QByteArray> frames;   // batch N's BATCH frame at N - 1
+    std::vector<qint64> offsets{0};   // bytes of batches 1..N
+    qint64 total = 0;
+    std::shared_ptr<Snapshot> snapshots[2];
+
+    quint64 last() const { return frames.size(); }
+    QByteArray const& frame(quint64 sequence) const { return frames[sequence - 1]; }
+    qint64 bytesAfter(quint64 sequence) const { return total - offsets[sequence]; }
+    void append(QByteArray const& text, quint32 textChecksum)
+    {
+        frames.push_back(sequenceFrame(FrameType::Batch, last() + 1, text, textChecksum));
+        total += frames.back().size();
+        offsets.push_back(total);
+    }
+    void clear()
+    {
+        frames.clear();
+        offsets.assign(1, 0);
+        total = 0;
+        snapshots[0].reset();
+        snapshots[1].reset();
+    }
+};
+
 // One client's session: HELLO, then a snapshot or the batches it missed,
 // then the live batches, paced by what its connection takes.
 class Session : public QObject
@@ -86,7 +116,7 @@ public:
         connect(&m_beat, &QTimer::timeout, this, [this] {
             // Before the login is through, the beat only keeps the client
             // waiting for its answer: it tells nothing of the market.
-            if (!m_sentSinceBeat) write(sequenceFrame(FrameType::Heartbeat, m_streaming ? m_server->lastSequence() : 0));
+            if (!m_sentSinceBeat) write(sequenceFrame(FrameType::Heartbeat, m_streaming ? m_stream->last() : 0));
             m_sentSinceBeat = false;
         });
         m_silence.setSingleShot(true);
@@ -98,6 +128,7 @@ public:
 
     QString const& peer() const { return m_peer; }
     QString const& login() const { return m_login; }
+    QString const& firm() const { return m_firm; }
     QString address() const { return m_address.toString(); }
     // Logged in: past the password check.
     bool loggedIn() const { return m_streaming; }
@@ -132,12 +163,24 @@ public:
                 beginSnapshot();
                 continue;
             }
-            if (m_next > m_server->lastSequence()) break;
-            write(m_server->batchFrame(m_next));
+            if (m_next > m_stream->last()) break;
+            write(m_stream->frame(m_next));
             ++m_next;
         }
-        if (m_next <= m_server->lastSequence() && m_server->bytesAfter(m_next - 1) > m_server->settings().maxSendBuffer)
+        if (m_next <= m_stream->last() && m_stream->bytesAfter(m_next - 1) > m_server->settings().maxSendBuffer)
             say(FrameType::Bye, QStringLiteral("reason"), QStringLiteral("too slow"));
+    }
+
+    // The exchange's answer to the session's transaction `id`.
+    void answer(quint64 id, int code, QString const& text, QList<qint64> const& orders = {})
+    {
+        if (m_closing || m_finished) return;
+        QJsonArray ids;
+        for (qint64 order : orders) ids.append(QString::number(order));   // exact past 2^53
+        write(jsonFrame(FrameType::Answer, QJsonObject{{QStringLiteral("id"), double(id)},
+                                                       {QStringLiteral("code"), code},
+                                                       {QStringLiteral("text"), text},
+                                                       {QStringLiteral("orders"), ids}}));
     }
 
     // A last word, then the connection is closed.
@@ -198,6 +241,7 @@ private:
             if (f.type != FrameType::Hello) return finish(QStringLiteral("malformed frame: %1 before HELLO").arg(frameName(f.type)));
             return hello(f.payload);
         }
+        if (f.type == FrameType::Transaction) return transaction(f.payload);
         if (f.type == FrameType::Rejected) {
             Rejection r;
             QString const error = readRejected(f.payload, r);
@@ -238,18 +282,34 @@ private:
         });
     }
 
+    void transaction(QByteArray const& payload)
+    {
+        quint64 id = 0;
+        RawTransaction tx;
+        QString const error = readTransaction(payload, id, tx);
+        if (!error.isEmpty()) return finish(QStringLiteral("malformed frame: TRANSACTION: ") + error);
+        m_server->take(this, id, tx);
+    }
+
+    // The stream's history: the exchange's, and whose stream it is, so that
+    // a login moved to another firm is not resumed in the old firm's numbers.
+    QString history() const { return m_server->history() + QLatin1Char('/') + m_firm; }
+
     void open()
     {
         m_server->loggedIn(m_address);
+        m_firm = m_server->m_router.firmOfLogin(m_login);
+        m_stream = m_server->streamOf(m_firm);
         quint64 const from = m_from;
         // A client further behind than the send limit would be too slow
         // at once: it takes a snapshot instead.
-        bool const resume = from > 0 && m_helloDay == m_server->day() && m_helloHistory == m_server->history() &&
-                            from <= m_server->lastSequence() && m_server->bytesAfter(from) <= m_server->settings().maxSendBuffer;
+        bool const resume = from > 0 && m_helloDay == m_server->day() && m_helloHistory == history() && from <= m_stream->last() &&
+                            m_stream->bytesAfter(from) <= m_server->settings().maxSendBuffer;
         write(jsonFrame(FrameType::Welcome, QJsonObject{{QStringLiteral("protocol"), kProtocol},
                                                         {QStringLiteral("day"), m_server->day()},
-                                                        {QStringLiteral("history"), m_server->history()},
-                                                        {QStringLiteral("last"), double(m_server->lastSequence())},
+                                                        {QStringLiteral("history"), history()},
+                                                        {QStringLiteral("firm"), m_firm},
+                                                        {QStringLiteral("last"), double(m_stream->last())},
                                                         {QStringLiteral("resume"), resume}}));
         m_streaming = true;
         m_day = m_server->m_dayNumber;
@@ -262,7 +322,7 @@ private:
     // The tables as they are now, of the day being served; batches follow from after them.
     void beginSnapshot()
     {
-        m_snapshot = m_server->snapshot(m_zstd);
+        m_snapshot = m_server->snapshot(*m_stream, m_zstd);
         m_offset = 0;
         m_day = m_server->m_dayNumber;
         write(jsonFrame(FrameType::SnapshotBegin, QJsonObject{{QStringLiteral("seq"), double(m_snapshot->sequence)},
@@ -270,7 +330,7 @@ private:
                                                               {QStringLiteral("bytes"), double(m_snapshot->bytes)},
                                                               {QStringLiteral("compression"), m_snapshot->compressed ? QStringLiteral("zstd") : QStringLiteral("none")},
                                                               {QStringLiteral("day"), m_server->day()},
-                                                              {QStringLiteral("history"), m_server->history()}}));
+                                                              {QStringLiteral("history"), history()}}));
         m_next = m_snapshot->sequence + 1;
     }
 
@@ -291,6 +351,8 @@ private:
     FrameReader m_reader;
     QTimer m_beat, m_silence, m_hello;
     QString m_peer, m_login, m_why;
+    QString m_firm;   // its login's, when it logged in
+    ReplicationServer::Stream* m_stream = nullptr;
     quint64 m_from = 0;
     QString m_helloDay, m_helloHistory;
     double m_tokens;
@@ -356,12 +418,108 @@ QString readRejected(QByteArray const& payload, Rejection& rejection)
     return QString();
 }
 
+QString readTransaction(QByteArray const& payload, quint64& id, RawTransaction& transaction)
+{
+    QString error;
+    QJsonObject const o = readJson(payload, error);
+    if (!error.isEmpty()) return error;
+    quint64 code = 0, stock = 0, board = 0;
+    if (!readCount(o.value(QStringLiteral("id")), id) || !readCount(o.value(QStringLiteral("code")), code) ||
+        !readCount(o.value(QStringLiteral("stock")), stock) || !readCount(o.value(QStringLiteral("board")), board) ||
+        !o.value(QStringLiteral("params")).isObject() || code > 0x7fffffff || stock > 0x7fffffff || board > 0x7fffffff)
+        return QStringLiteral("it needs id, code, stock, board and params");
+    QJsonObject const params = o.value(QStringLiteral("params")).toObject();
+    constexpr int kMostParameters = 64, kLongestValue = 256;
+    if (params.size() > kMostParameters) return QStringLiteral("more than %1 parameters").arg(kMostParameters);
+    transaction = RawTransaction();
+    transaction.messageCode = int(code);
+    transaction.stockId = qint32(stock);
+    transaction.boardId = qint32(board);
+    transaction.templateName = o.value(QStringLiteral("template")).toString().left(kLongestValue);
+    for (auto it = params.begin(); it != params.end(); ++it) {
+        // Values travel as text, as the user typed or the row held them:
+        // a number in JSON would lose an order id's last digits.
+        if (!it.value().isString() || it.key().size() > kLongestValue || it.value().toString().size() > kLongestValue)
+            return QStringLiteral("parameter values are texts of at most %1 characters").arg(kLongestValue);
+        transaction.params.insert(it.key(), it.value().toString());
+    }
+    return QString();
+}
+
 ReplicationServer::ReplicationServer(Database* database, QString const& day, QObject* parent)
-    : QObject(parent), m_database(database), m_day(day), m_history(newHistory())
+    : QObject(parent), m_database(database), m_day(day), m_history(newHistory()), m_router(database)
 {
     m_database->setAppliedObserver([this](Batch const& batch) { served(batch); });
     m_checker = new PasswordChecker(this);
     m_clock.start();
+    addStreams();
+}
+
+void ReplicationServer::setGateway(SimulatedGateway* gateway)
+{
+    if (m_gateway) m_gateway->disconnect(this);
+    m_gateway = gateway;
+    if (m_gateway)
+        connect(m_gateway, &SimulatedGateway::answered, this,
+                [this](RawTransaction const& tx, int code, QString const& text, QList<qint64> const& orders) { answered(tx, code, text, orders); });
+}
+
+void ReplicationServer::take(Session* session, quint64 id, RawTransaction const& transaction)
+{
+    if (!m_gateway || !m_gateway->accepts(transaction)) {
+        session->answer(id, SimulatedGateway::Rejected, QStringLiteral("transaction %1 is not taken here").arg(transaction.messageCode));
+        return;
+    }
+    m_pending.push_back(Pending{session, id, transaction.answer});
+    m_gateway->takeFromFirm(transaction, session->firm());
+}
+
+void ReplicationServer::answered(RawTransaction const& transaction, int code, QString const& text, QList<qint64> const& orders)
+{
+    auto it = std::find_if(m_pending.begin(), m_pending.end(), [&](Pending const& p) { return p.answer == transaction.answer; });
+    if (it == m_pending.end()) return;   // not a session's, or its session closed
+    Pending const p = *it;
+    m_pending.erase(it);
+    p.session->answer(p.id, code, text, orders);
+}
+
+quint64 ReplicationServer::lastSequence(QString const& firm) const
+{
+    auto it = m_streams.find(firm);
+    return it == m_streams.end() ? 0 : it->second->last();
+}
+
+ReplicationServer::Stream* ReplicationServer::streamOf(QString const& firm)
+{
+    std::unique_ptr<Stream>& stream = m_streams[firm];
+    if (!stream) {
+        stream.reset(new Stream);
+        stream->firm = firm;
+    }
+    return stream.get();
+}
+
+void ReplicationServer::addStreams()
+{
+    // Every firm of the market's users has its stream from the moment it
+    // appears, sessions or not: a restarted exchange numbers each stream's
+    // batches as it did before, from the journal alone.
+    streamOf(QString());
+    for (QString const& firm : m_router.firms()) streamOf(firm);
+}
+
+void ReplicationServer::checkLogins()
+{
+    std::vector<Session*> const sessions = m_sessions;
+    for (Session* s : sessions) {
+        if (!s->loggedIn()) continue;
+        // A login taken out of the market's users is out of its session too.
+        if (!isMarketUser(s->login()))
+            s->say(FrameType::Error, QStringLiteral("error"), QStringLiteral("the login %1 was removed from the market's users").arg(s->login()));
+        // One moved to another firm comes back to that firm's stream.
+        else if (m_router.firmOfLogin(s->login()) != s->firm())
+            s->say(FrameType::Bye, QStringLiteral("reason"), QStringLiteral("the login's firm changed"));
+    }
 }
 
 void ReplicationServer::setTls(QList<QSslCertificate> const& chain, QSslKey const& key)
@@ -420,7 +578,7 @@ void ReplicationServer::applyLogBatch(Batch const& batch, int logLine)
 void ReplicationServer::served(Batch const& batch)
 {
     QByteArray const text = BatchEncoder::encode(batch);
-    quint64 const sequence = m_frames.size() + 1;
+    quint64 const sequence = m_sequence + 1;
     if (m_journal && !m_replaying) {
         try {
             m_journal->append(sequence, m_pendingSource.isEmpty() ? QStringLiteral("exchange") : m_pendingSource, text);
@@ -431,37 +589,42 @@ void ReplicationServer::served(Batch const& batch)
             return;
         }
     }
-    // Framed once, sent as it is to every session.
-    m_frames.push_back(sequenceFrame(FrameType::Batch, sequence, text));
-    m_total += m_frames.back().size();
-    m_offsets.push_back(m_total);
-    std::vector<Session*> const sessions = m_sessions;
-    bool const usersChanged = batch.table && batch.table->name() == QLatin1String("k3.user");
-    for (Session* s : sessions) {
-        // A login taken out of the market's users is out of its session too.
-        if (usersChanged && s->loggedIn() && !isMarketUser(s->login()))
-            s->say(FrameType::Error, QStringLiteral("error"), QStringLiteral("the login %1 was removed from the market's users").arg(s->login()));
-        else s->pump();
+    m_sequence = sequence;
+    QString const table = batch.table ? batch.table->name() : QString();
+    if (m_router.isMarketWide(table)) {
+        // Summed once, framed once per stream, sent as it is to every session of it.
+        quint32 const sum = checksum(text);
+        for (auto& stream : m_streams) stream.second->append(text, sum);
+    } else {
+        QStringList firms;
+        for (auto const& stream : m_streams)
+            if (!stream.first.isEmpty()) firms << stream.first;
+        for (auto const& part : m_router.split(table, firms)) m_streams[part.first]->append(part.second, checksum(part.second));
     }
+    if (table == QLatin1String("k3.user")) {
+        addStreams();
+        checkLogins();
+    }
+    std::vector<Session*> const sessions = m_sessions;
+    for (Session* s : sessions) s->pump();
 }
 
-std::shared_ptr<ReplicationServer::Snapshot const> ReplicationServer::snapshot(bool compressed)
+std::shared_ptr<ReplicationServer::Snapshot const> ReplicationServer::snapshot(Stream& stream, bool compressed)
 {
-    std::shared_ptr<Snapshot>& cached = m_snapshots[compressed ? 1 : 0];
-    if (cached && cached->sequence == lastSequence()) return cached;
+    std::shared_ptr<Snapshot>& cached = stream.snapshots[compressed ? 1 : 0];
+    if (cached && cached->sequence == stream.last()) return cached;
     // The tables are written out once per sequence; the compressed form is
     // made from that text when a client first asks for it.
-    std::shared_ptr<Snapshot>& text = m_snapshots[0];
-    if (!text || text->sequence != lastSequence()) {
+    std::shared_ptr<Snapshot>& text = stream.snapshots[0];
+    if (!text || text->sequence != stream.last()) {
         text = std::make_shared<Snapshot>();
-        text->sequence = lastSequence();
-        QVector<QSharedPointer<Table>> held;
-        QVector<Table const*> tables;
+        text->sequence = stream.last();
         for (QString const& name : m_database->tableNamesInSchemaOrder()) {
-            held << m_database->table(name);
-            tables << held.last().data();
+            QSharedPointer<Table> const table = m_database->table(name);
+            int lines = 0;
+            text->data += BatchEncoder::encodeTablesLines({table.data()}, kSnapshotRowsPerLine, lines, m_router.filter(stream.firm, name));
+            text->lines += lines;
         }
-        text->data = BatchEncoder::encodeTablesLines(tables, kSnapshotRowsPerLine, text->lines);
         text->bytes = text->data.size();
     }
     if (!compressed) return text;
@@ -485,11 +648,10 @@ void ReplicationServer::beginDay(QString const& day, std::function<void()> const
     m_database->setAppliedObserver([this](Batch const& batch) { served(batch); });
     m_day = day;
     ++m_dayNumber;
-    m_frames.clear();
-    m_offsets.assign(1, 0);
-    m_total = 0;
-    m_snapshots[0].reset();
-    m_snapshots[1].reset();
+    m_sequence = 0;
+    m_router.reset();
+    for (auto& stream : m_streams) stream.second->clear();
+    addStreams();
     if (m_journal) {
         QString const path = m_journal->path();
         m_journal.reset();
@@ -498,6 +660,7 @@ void ReplicationServer::beginDay(QString const& day, std::function<void()> const
     } else {
         m_history = newHistory();
     }
+    checkLogins();
     std::vector<Session*> const sessions = m_sessions;
     for (Session* s : sessions) s->pump();
 }
@@ -597,6 +760,7 @@ void ReplicationServer::closed(Session* session, QString const& why)
     auto it = std::find(m_sessions.begin(), m_sessions.end(), session);
     if (it == m_sessions.end()) return;
     m_sessions.erase(it);
+    m_pending.erase(std::remove_if(m_pending.begin(), m_pending.end(), [session](Pending const& p) { return p.session == session; }), m_pending.end());
     emit sessionClosed(session->peer(), why);
     session->deleteLater();
 }

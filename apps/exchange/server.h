@@ -1,4 +1,5 @@
 #pragma once
+#include "firms.h"
 #include "journal.h"
 #include "passwords.h"
 
@@ -8,6 +9,8 @@
 #include <QElapsedTimer>
 #include <QHash>
 #include <QObject>
+#include <core/transactions.h>
+#include <database/batchencoder.h>
 #include <QSslCertificate>
 #include <QSslKey>
 #include <functional>
@@ -18,6 +21,8 @@
 class Database;
 struct Batch;
 class QTcpServer;
+class SimulatedGateway;
+struct RawTransaction;
 
 namespace exchange {
 
@@ -46,10 +51,17 @@ struct Rejection
 // Empty when `payload` is a well-formed REJECTED; else what is wrong.
 QString readRejected(QByteArray const& payload, Rejection& rejection);
 
+// Empty when `payload` is a well-formed TRANSACTION; else what is wrong.
+// `id` is the client's number for it, which its ANSWER carries back.
+QString readTransaction(QByteArray const& payload, quint64& id, RawTransaction& transaction);
+
 // The exchange's side of the replication sessions (docs/replication.md):
 // every batch its database applies (from the day's log, or from a
-// transaction its gateway accepted) gets the next sequence, goes to the
-// journal, then to every session. Lives on the database's updating thread.
+// transaction its gateway accepted) gets the next sequence and goes to the
+// journal; then each firm's stream gets what of it is the firm's (market-wide
+// tables whole, the firm's own rows of the others), under the stream's own
+// next sequence, and every session follows its login's firm's stream.
+// Lives on the database's updating thread.
 class ReplicationServer : public QObject
 {
     Q_OBJECT
@@ -87,6 +99,9 @@ public:
     void setSettings(Settings const& settings) { m_settings = settings; }
     // Who may log in. Without users, every login is refused.
     void setUsers(std::shared_ptr<Users const> users) { m_users = std::move(users); }
+    // Where the sessions' transactions go, answered on the session they
+    // came from; without, a session's transaction is refused.
+    void setGateway(SimulatedGateway* gateway);
     // TLS with this certificate (its chain first) and key, before listen();
     // without, sessions are plain TCP (for local demos only).
     void setTls(QList<QSslCertificate> const& chain, QSslKey const& key);
@@ -117,7 +132,15 @@ public:
 
     QString const& day() const { return m_day; }
     QString const& history() const { return m_history; }
-    quint64 lastSequence() const { return m_frames.size(); }
+    // Of every batch applied this day (the journal's numbering).
+    quint64 lastSequence() const { return m_sequence; }
+    // Of the stream of `firm` (empty: of the logins without a firm);
+    // 0 for a firm the market's users do not name.
+    quint64 lastSequence(QString const& firm) const;
+    // Whether `firm`'s copy of the table holds this row: what a session of
+    // the firm is sent of it.
+    BatchEncoder::RowFilter rowsOf(QString const& firm, QString const& table) const { return m_router.filter(firm, table); }
+    FirmRouter const& router() const { return m_router; }
     int sessionCount() const { return int(m_sessions.size()); }
     // What the sessions' connections hold unsent: a session is refilled up to
     // a high-water mark of 1 MiB and one frame, never with the whole backlog.
@@ -138,10 +161,14 @@ signals:
 private:
     friend class Session;
     struct Snapshot;
+    struct Stream;
     void served(Batch const& batch);
-    std::shared_ptr<Snapshot const> snapshot(bool compressed);
-    QByteArray const& batchFrame(quint64 sequence) const { return m_frames[sequence - 1]; }
-    qint64 bytesAfter(quint64 sequence) const { return m_total - m_offsets[sequence]; }
+    std::shared_ptr<Snapshot const> snapshot(Stream& stream, bool compressed);
+    Stream* streamOf(QString const& firm);
+    void addStreams();
+    void checkLogins();
+    void take(Session* session, quint64 id, RawTransaction const& transaction);
+    void answered(RawTransaction const& transaction, int code, QString const& text, QList<qint64> const& orders);
     void closed(Session* session, QString const& why);
     void accept(qintptr descriptor);
     // How long to wait before refusing a wrong login from `address`; counts the failure.
@@ -158,9 +185,17 @@ private:
     std::unique_ptr<Journal> m_journal;
     QTcpServer* m_server = nullptr;
     std::vector<Session*> m_sessions;
-    std::vector<QByteArray> m_frames;      // batch N's BATCH frame at N - 1
-    std::vector<qint64> m_offsets{0};      // bytes of batches 1..N
-    qint64 m_total = 0;
+    quint64 m_sequence = 0;
+    FirmRouter m_router;
+    std::map<QString, std::unique_ptr<Stream>> m_streams;   // by firm; never removed, so sessions keep theirs
+    SimulatedGateway* m_gateway = nullptr;
+    struct Pending   // a session's transaction, until the gateway answers it
+    {
+        Session* session = nullptr;   // forgotten when it closes
+        quint64 id = 0;
+        RawAnswer answer;
+    };
+    std::vector<Pending> m_pending;
     // Where the batch being applied came from, for the journal: set around
     // the log's own batches; anything else is the exchange's.
     QString m_pendingSource;
@@ -176,7 +211,6 @@ private:
     };
     QHash<QString, Failures> m_failures;   // by address
     QElapsedTimer m_clock;
-    std::shared_ptr<Snapshot> m_snapshots[2];
 };
 
 } // namespace exchange

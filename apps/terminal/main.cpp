@@ -9,6 +9,7 @@
 #include <core/transactions.h>
 #include <database/database.h>
 #include <database/exception.h>
+#include <gateway/sessiontransport.h>
 #include <gateway/simulatedgateway.h>
 
 #include <QApplication>
@@ -16,6 +17,7 @@
 #include <QFileInfo>
 #include <QMessageBox>
 #include <QTextStream>
+#include <memory>
 
 using namespace apps;
 
@@ -60,13 +62,8 @@ int main(int argc, char** argv)
     } catch (QString const& e) {
         return refuse(e);
     }
-    // The simulated exchange stands where the connection to the exchange
-    // would: the transport of the core's transaction service, answering from
-    // the templates of the market folder.
     QString const templates = common.dataFile(QStringLiteral("templates.json"));
     if (QFileInfo(templates).isFile() && !core.transactions()->loadTemplates(templates, error)) return refuse(error);
-    SimulatedGateway exchange(&core);
-    exchange.plugInto(core.transactions());
     TerminalOptions options;
     options.snapshot = common.snapshot();
     options.log = common.log();
@@ -81,6 +78,18 @@ int main(int argc, char** argv)
     }
     TerminalWindow window(options, core);
     options.password.fill('\0');
+    // Orders go where the market comes from: over the exchange's session
+    // when connected, else to the simulated exchange in-process, which
+    // answers from the templates of the market folder.
+    std::unique_ptr<SessionTransport> session;
+    std::unique_ptr<SimulatedGateway> simulated;
+    if (window.replication()) {
+        session.reset(new SessionTransport(&core, window.replication()));
+        session->plugInto(core.transactions());
+    } else {
+        simulated.reset(new SimulatedGateway(&core));
+        simulated->plugInto(core.transactions());
+    }
     window.show();
     window.loadMarket();
     return app.exec();
