@@ -88,7 +88,7 @@ protected:
     void finish()
     {
         ASSERT_TRUE(f.caughtUpWith(x, 30000)) << f.client.stateText().toStdString() << "; " << proxy.done().join("; ").toStdString();
-        EXPECT_EQ(checksums(f.db), checksums(x.db)) << proxy.done().join("; ").toStdString();
+        EXPECT_EQ(checksums(f.db), checksums(x, f.login)) << proxy.done().join("; ").toStdString();
         expectDirectoriesAnswerAs(x.db);
         expectEachBatchOnceInOrder(f.trail);
     }
@@ -214,7 +214,7 @@ TEST_F(FaultThreads, ASlowFollowerIsDroppedWithBoundedMemoryAndResynchronises)
 TEST_F(FaultThreads, AFollowerRestartedFromItsLastSequenceResumesThere)
 {
     ReplicationClient::Position const where = followThenStop(30);
-    ASSERT_EQ(where.sequence, 30u);
+    ASSERT_EQ(where.sequence, x.lastFor(f.login));
     x.play(25);
     QSignalSpy opened(x.server.get(), &exchange::ReplicationServer::sessionOpened);
     ReplicationClient again(&f.db);
@@ -222,13 +222,13 @@ TEST_F(FaultThreads, AFollowerRestartedFromItsLastSequenceResumesThere)
     QList<quint64> applied;
     QObject::connect(&again, &ReplicationClient::batchApplied, [&](quint64 seq, QString const&) { applied << seq; });
     again.start(QStringLiteral("127.0.0.1"), x.server->port(), QStringLiteral("FA01U01"), testPassword(QStringLiteral("FA01U01")), where);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return again.state() == State::Live && again.lastApplied() == x.server->lastSequence(); }, 15000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return again.state() == State::Live && again.lastApplied() == x.lastFor(f.login); }, 15000));
     ASSERT_EQ(opened.size(), 1);
     EXPECT_TRUE(opened[0][2].toBool());   // resumed, no snapshot
-    ASSERT_EQ(applied.size(), 25);
-    EXPECT_EQ(applied.first(), 31u);
+    ASSERT_EQ(quint64(applied.size()), x.lastFor(f.login) - where.sequence);
+    EXPECT_EQ(applied.first(), where.sequence + 1);
     expectConsecutive(applied);
-    EXPECT_EQ(checksums(f.db), checksums(x.db));
+    EXPECT_EQ(checksums(f.db), checksums(x, f.login));
     expectDirectoriesAnswerAs(x.db);
 }
 
@@ -264,7 +264,7 @@ TEST_F(FaultThreads, ANewTradingDayWhileConnectedSendsItsSnapshotInTheSession)
 TEST_F(FaultThreads, ANewTradingDayWhileDisconnectedIsASnapshotOnReturn)
 {
     ReplicationClient::Position const where = followThenStop(60);
-    ASSERT_EQ(where.sequence, 60u);
+    ASSERT_EQ(where.sequence, x.lastFor(f.login));
     beginNextDay(x);
     x.play(8);
     QSignalSpy opened(x.server.get(), &exchange::ReplicationServer::sessionOpened);
@@ -273,7 +273,7 @@ TEST_F(FaultThreads, ANewTradingDayWhileDisconnectedIsASnapshotOnReturn)
     ASSERT_EQ(opened.size(), 1);
     EXPECT_FALSE(opened[0][2].toBool());   // the old day's position cannot be resumed
     EXPECT_EQ(f.client.day(), QStringLiteral("2026-11-21"));
-    EXPECT_EQ(f.client.lastApplied(), 8u);
+    EXPECT_EQ(f.client.lastApplied(), x.lastFor(f.login));
 }
 
 // The exchange program itself, killed (no farewell, a journal line possibly
@@ -324,13 +324,13 @@ TEST(FaultThreadsProcess, AnExchangeKilledMidDayAndRestartedFromItsJournalLosesN
     // The whole day: the folder's snapshot and every batch of its log.
     Exchange whole(QStringLiteral("2026-11-20"));
     while (whole.play(50)) {}
-    quint64 const last = whole.server->lastSequence();
+    quint64 const last = whole.lastFor(f.login);
     bool const done = QTest::qWaitFor([&] { return f.client.state() == State::Live && f.client.lastApplied() == last; }, 30000);
     second.terminate();
     second.waitForFinished(5000);
     ASSERT_TRUE(done) << f.client.stateText().toStdString();
     EXPECT_GT(last, before);
-    EXPECT_EQ(checksums(f.db), checksums(whole.db));
+    EXPECT_EQ(checksums(f.db), checksums(whole, f.login));
     expectDirectoriesAnswerAs(whole.db);
     expectEachBatchOnceInOrder(f.trail);
     int snapshots = 0;

@@ -5,12 +5,14 @@
 #include "exchangesecurity.h"
 #include "server.h"
 
+#include <core/defaultcore.h>
 #include <core/icore.h>
 #include <database/batch.h>
 #include <database/batchencoder.h>
 #include <database/batchreader.h>
 #include <database/database.h>
 #include <database/replicationclient.h>
+#include <gateway/simulatedgateway.h>
 #include <registry.h>
 
 #include <QTest>
@@ -50,11 +52,28 @@ inline QMap<QString, QByteArray> checksums(Database const& db)
     return sums;
 }
 
+// The tables whose checksums differ between two sets, by name: a readable failure.
+inline QStringList differing(QMap<QString, QByteArray> const& a, QMap<QString, QByteArray> const& b)
+{
+    QStringList names;
+    for (QString const& name : a.keys() + b.keys())
+        if (a.value(name) != b.value(name) && !names.contains(name)) names << name;
+    return names;
+}
+
+struct Exchange;
+// What a session of `login` must hold: each table as its firm's copy.
+QMap<QString, QByteArray> checksums(Exchange const& x, QString const& login);
+
 // One exchange: its own database, loaded from the market folder, serving
 // on a free port.
 struct Exchange
 {
-    Database db;
+    // The exchange's own core: its database, and the simulated exchange's
+    // gateway taking the sessions' transactions.
+    DefaultCore core;
+    Database& db = *core.database();
+    SimulatedGateway gateway{&core};
     std::unique_ptr<exchange::ReplicationServer> server;
     std::unique_ptr<BatchReader> log;
 
@@ -66,6 +85,7 @@ struct Exchange
         db.loadFileAtomically(kMarket + QStringLiteral("/snapshot.jsonl"));
         server.reset(new exchange::ReplicationServer(&db, day));
         server->setUsers(testUsers());
+        server->setGateway(&gateway);
         if (!journal.isEmpty()) resumeAfter = server->openJournal(journal);
         exchange::ReplicationServer::Settings s;
         s.heartbeatIntervalMs = 100;
@@ -75,6 +95,8 @@ struct Exchange
         EXPECT_TRUE(server->listen(QHostAddress::LocalHost, port, error)) << error.toStdString();
         log.reset(new BatchReader(db, kMarket + QStringLiteral("/replication.jsonl")));
     }
+    // The stream a session of `login` follows: its firm's.
+    quint64 lastFor(QString const& login) const { return server->lastSequence(server->router().firmOfLogin(login)); }
     // Plays `n` more batches of the day's log; false once it is played.
     bool play(int n)
     {
@@ -92,6 +114,14 @@ struct Exchange
     }
 };
 
+inline QMap<QString, QByteArray> checksums(Exchange const& x, QString const& login)
+{
+    QString const firm = x.server->router().firmOfLogin(login);
+    QMap<QString, QByteArray> sums;
+    for (QString const& name : x.db.tableNames()) sums.insert(name, tableChecksum(*x.db.table(name), x.server->rowsOf(firm, name)));
+    return sums;
+}
+
 // A terminal's side: the core's database, so that the library's directories
 // can be bound to it and asked.
 struct Follower
@@ -103,6 +133,7 @@ struct Follower
     // Every snapshot loaded (true) and batch applied (false), with its sequence, in order.
     QList<QPair<bool, quint64>> trail;
     QStringList disconnections;   // why, each time
+    QString login = QStringLiteral("FA01U01");
 
     Follower()
     {
@@ -129,11 +160,51 @@ struct Follower
     }
     void start(quint16 port, ReplicationClient::Position const& from = ReplicationClient::Position())
     {
-        client.start(QStringLiteral("127.0.0.1"), port, QStringLiteral("FA01U01"), testPassword(QStringLiteral("FA01U01")), from);
+        client.start(QStringLiteral("127.0.0.1"), port, login, testPassword(login), from);
     }
     bool caughtUpWith(Exchange const& x, int ms = 15000)
     {
-        return QTest::qWaitFor([&] { return client.state() == State::Live && client.lastApplied() == x.server->lastSequence(); }, ms);
+        return QTest::qWaitFor([&] { return client.state() == State::Live && client.lastApplied() == x.lastFor(login); }, ms);
+    }
+};
+
+// A follower of its own database (not the core's), with a login, a password
+// and a transport of the test's choosing: several in one test.
+struct Client
+{
+    Database db;
+    ReplicationClient client{&db};
+
+    explicit Client(ReplicationClient::Settings const& settings = testClientSettings())
+    {
+        db.loadSchema(kSchema);
+        client.setSettings(settings);
+    }
+    static ReplicationClient::Settings tls(QList<QSslCertificate> const& authorities)
+    {
+        ReplicationClient::Settings s = testClientSettings();
+        s.insecure = false;
+        s.authorities = authorities;
+        return s;
+    }
+    QString login;
+    void start(quint16 port, QString const& as, QByteArray const& password)
+    {
+        login = as;
+        client.start(QStringLiteral("127.0.0.1"), port, login, password);
+    }
+    // Live at the end of its firm's stream.
+    bool caughtUpWith(Exchange const& x, int ms = 15000)
+    {
+        return QTest::qWaitFor([&] { return client.state() == State::Live && client.lastApplied() == x.lastFor(login); }, ms);
+    }
+    bool stopped(int ms = 15000)
+    {
+        return QTest::qWaitFor([&] { return client.state() == State::Stopped; }, ms);
+    }
+    bool live(int ms = 15000)
+    {
+        return QTest::qWaitFor([&] { return client.state() == State::Live; }, ms);
     }
 };
 

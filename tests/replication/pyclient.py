@@ -11,8 +11,8 @@ Standard library only.
 """
 import argparse, json, re, socket, ssl, struct, sys, time, zlib
 
-HELLO, WELCOME, SNAP_BEGIN, SNAP_DATA, SNAP_END, BATCH, HEARTBEAT, BYE, ERROR, REJECTED = range(1, 11)
-PROTOCOL = 2
+HELLO, WELCOME, SNAP_BEGIN, SNAP_DATA, SNAP_END, BATCH, HEARTBEAT, BYE, ERROR, REJECTED, TRANSACTION, ANSWER = range(1, 13)
+PROTOCOL = 3
 MAX_FRAME = 64 << 20
 HEARTBEAT_EVERY, DEAD_AFTER, QUIET_FOR_LIVE = 1.0, 5.0, 1.5
 
@@ -292,6 +292,7 @@ class Session:
         if w["protocol"] != PROTOCOL or w["resume"]:
             raise Fail(f"malformed frame: WELCOME protocol {w['protocol']}, resume {w['resume']} after 0")
         self.server_last = w["last"]
+        self.firm = w.get("firm", "")
         while True:
             got = self.next_frame(live_check=self.applied is not None)
             if got is None:
@@ -313,6 +314,43 @@ class Session:
             self.applied = seq
             self.server_last = max(self.server_last, seq)
             self.last_batch = time.monotonic()
+
+
+# The per-firm tables and the column that names a row's firm ("Each firm its own rows").
+FIRM_COLUMN = {"k3.user": "client_code", "k3.dealer": "client_code", "k3.investor": "client_code",
+               "k3.core_dealer": "client_code", "k3.core_investor": "client_code", "k3.broker_fee_params": "client_code",
+               "k3.rfs.lp_users": "client_code", "k3part_bf": "account", "fut_vm": "account", "opt_vm": "account",
+               "orders": "account", "k3.fut_margin_type": "code", "k3.fut_settlement_account": "code",
+               "fut_vm_sa": "settlement_account", "opt_vm_sa": "settlement_account"}
+DEAL_FEES = {"k3.adjusted_fee", "k3.broker_fee"}
+
+
+def firm_of(code):
+    code = (code or "").strip()
+    return code[:4] if len(code) >= 4 else ""
+
+
+def firm_copy(tables, firm):
+    """What a session of `firm` holds of these tables (rows whose firm never changed)."""
+    users = {r["login"]: firm_of(r.get("client_code")) for r in tables["k3.user"].values()}
+
+    def deal_kept(r):
+        return firm in (firm_of(r.get("account")), users.get(r.get("login"), ""))
+    deals = {r["deal_id"] for r in tables["deals"].values() if deal_kept(r)}
+    out = {}
+    for name, rows in tables.items():
+        if name in FIRM_COLUMN:
+            keep = lambda r, c=FIRM_COLUMN[name]: firm_of(r.get(c)) == firm
+        elif name == "deals":
+            keep = deal_kept
+        elif name in DEAL_FEES:
+            keep = lambda r: r.get("id_deal") in deals
+        elif name == "k3.RF":
+            keep = lambda r: len((r.get("code") or "").strip()) >= 2 and firm.startswith((r.get("code") or "").strip())
+        else:
+            keep = lambda r: True
+        out[name] = {k: r for k, r in rows.items() if keep(r)}
+    return out
 
 
 def main(argv=None):
@@ -360,6 +398,9 @@ def main(argv=None):
             want = {name: {} for name in schema}
             load_file(schema, want, a.expect_snapshot)
             load_file(schema, want, a.expect_log)
+            if not s.firm:
+                raise Fail(f"the login {a.login} has no firm: nothing to compare with")
+            want = firm_copy(want, s.firm)
             diffs = []
             for name in sorted(schema):
                 mine, theirs = s.tables[name], want[name]
@@ -371,7 +412,7 @@ def main(argv=None):
                                  f"only in the files {sorted(missing, key=repr)[:5]}")
             if diffs:
                 raise Fail("differs from the files:\n" + "\n".join(diffs))
-            print(f"identical to the files: {len(schema)} tables, {sum(map(len, want.values()))} rows")
+            print(f"identical to firm {s.firm}'s copy of the files: {len(schema)} tables, {sum(map(len, want.values()))} rows")
     except Fail as e:
         print(e, file=sys.stderr)
         return 1

@@ -8,7 +8,7 @@ console=$1 schema=$2 market=$3 port=$4 ca=$5
 export QT_QPA_PLATFORM=offscreen LANG=C
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-lookups=(--tables --security 1,1,100001 --sec-code VLT-1226 --board 1,14 --market 1 --option-board VLT --time
+lookups=(--security 1,1,100001 --sec-code VLT-1226 --board 1,14 --market 1 --option-board VLT --time
          --login FA01U01 --account FA01001)
 # What follows the loading: the lookups' answers (notifications differ: a
 # snapshot taken after the day raises only what is still open; the
