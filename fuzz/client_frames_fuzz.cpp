@@ -7,6 +7,7 @@
 #include "context.h"
 #include "server.h"
 
+#include <core/transactions.h>
 #include <database/replication.h>
 
 #include <cstdint>
@@ -60,6 +61,14 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
             } else if (f.type == FrameType::Rejected) {
                 exchange::Rejection rejection;
                 if (exchange::readRejected(f.payload, rejection).isEmpty()) check(rejection.reason.size() <= 4096);
+            } else if (f.type == FrameType::Transaction) {
+                // One the gateway is handed: bounded, every value a text.
+                quint64 id = 0;
+                RawTransaction tx;
+                if (exchange::readTransaction(f.payload, id, tx).isEmpty()) {
+                    check(tx.params.size() <= 64 && tx.messageCode >= 0 && tx.stockId >= 0 && tx.boardId >= 0);
+                    for (QVariant const& v : qAsConst(tx.params)) check(v.type() == QVariant::String && v.toString().size() <= 256);
+                }
             }
         }
         if (!reader.error().isEmpty()) break;   // the session closes here
