@@ -224,7 +224,11 @@ std::vector<std::pair<QString, QByteArray>> FirmRouter::split(QString const& tab
             bool const had = before[std::size_t(k)].includes(firm), has = after[std::size_t(inserted + k)].includes(firm);
             if (had && has) {
                 std::vector<int> columns = key;
-                for (int i = changes.updatedColumnStart[k]; i < changes.updatedColumnStart[k + 1]; ++i) columns.push_back(changes.updatedColumns[i]);
+                if (k + 1 < changes.updatedColumnStart.size()) {
+                    for (int i = changes.updatedColumnStart[k]; i < changes.updatedColumnStart[k + 1]; ++i) columns.push_back(changes.updatedColumns[i]);
+                } else {
+                    columns = all;   // which columns changed is not told: the whole row
+                }
                 std::sort(columns.begin(), columns.end());
                 columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
                 b.ops.push_back(op(BatchOp::Update, r, std::move(columns)));
