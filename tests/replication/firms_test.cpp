@@ -212,26 +212,28 @@ struct Terminal : Follower
     }
 };
 
-RawTransaction place(Record const& security, QString const& account, QString const& price)
+// A transaction of `code` on the market and board of `row` (a security or an order).
+RawTransaction transaction(int code, Record const& row, QMap<QString, QVariant> const& params)
 {
     RawTransaction tx;
-    tx.messageCode = 1025;
-    tx.stockId = qint32(security.data(QStringLiteral("stock_id")).toInteger());
-    tx.boardId = qint32(security.data(QStringLiteral("board_id")).toInteger());
-    tx.params = {{"Security", text(security, "sec_code")}, {"Account", account}, {"BuySell", "B"},
-                 {"Price", price},                         {"Quantity", "3"},    {"Type", "1"}};
+    tx.messageCode = code;
+    tx.stockId = qint32(row.data(QStringLiteral("stock_id")).toInteger());
+    tx.boardId = qint32(row.data(QStringLiteral("board_id")).toInteger());
+    tx.params = params;
     return tx;
+}
+
+RawTransaction place(Record const& security, QString const& account, QString const& price)
+{
+    return transaction(1025, security, {{"Security", text(security, "sec_code")}, {"Account", account}, {"BuySell", "B"},
+                                        {"Price", price}, {"Quantity", "3"}, {"Type", "1"}});
 }
 
 RawTransaction cancel(Record const& order, QString const& account, QString const& code)
 {
-    RawTransaction tx;
-    tx.messageCode = 1028;
-    tx.stockId = qint32(order.data(QStringLiteral("stock_id")).toInteger());
-    tx.boardId = qint32(order.data(QStringLiteral("board_id")).toInteger());
-    tx.params = {{"Account", account}, {"order_id", QString::number(order.data(QStringLiteral("order_id")).toInteger64())},
-                 {"Security", code}, {"sec_id", QString::number(order.data(QStringLiteral("sec_id")).toInteger64())}, {"dkh_request", "0"}};
-    return tx;
+    return transaction(1028, order, {{"Account", account}, {"order_id", QString::number(order.data(QStringLiteral("order_id")).toInteger64())},
+                                     {"Security", code}, {"sec_id", QString::number(order.data(QStringLiteral("sec_id")).toInteger64())},
+                                     {"dkh_request", "0"}});
 }
 
 // A security the simulated exchange takes an order on at this price: its
