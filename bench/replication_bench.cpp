@@ -19,6 +19,9 @@
 #include "startup.h"
 #include "server.h"
 
+#include <core/defaultcore.h>
+#include <gateway/simulatedgateway.h>
+
 #include <database/batchencoder.h>
 #include <database/batchreader.h>
 #include <database/database.h>
@@ -62,6 +65,11 @@ struct Options
     int clients = 50;
     int pace = 0;   // milliseconds between the log's batches; 0: full speed
     QString security;   // serve: the folder of ServedExchange's certificates and users
+    QString streamOf;   // serve: the login whose stream's sequences it tells
+    int messagesPerSecond = 0, messageBurst = 0;   // serve: the sessions' limit; 0: the server's default
+    int seconds = 10;      // orders: how long each measurement sends
+    int outstanding = 4;   // orders: a session's orders awaiting their answers, in the closed loop
+    int rate = 10;         // orders: a session's orders a second, in the open loop
 };
 
 // What a follower logs in and verifies the exchange with.
@@ -139,7 +147,11 @@ int serve(Options const& o)
     QDir const dir(o.market);
     apps::TerminalContext const context = contextOf(o.market);
     if (context.day.isEmpty()) fail(QStringLiteral("%1 names no trading day").arg(dir.filePath(QStringLiteral("terminal.json"))));
-    Database db;
+    // The exchange's own core, so that its simulated exchange takes the
+    // sessions' transactions against the tables it serves.
+    DefaultCore core;
+    Database& db = *core.database();
+    SimulatedGateway gateway(&core);
     std::unique_ptr<BatchReader> log;
     try {
         db.loadSchema(o.schema);
@@ -148,6 +160,14 @@ int serve(Options const& o)
         fail(e.message());
     }
     exchange::ReplicationServer server(&db, context.day);
+    server.setGateway(&gateway);
+    exchange::ReplicationServer::Settings settings = server.settings();
+    if (o.messagesPerSecond > 0) settings.messagesPerSecond = o.messagesPerSecond;
+    if (o.messageBurst > 0) settings.messageBurst = o.messageBurst;
+    server.setSettings(settings);
+    // What a session of that login sees: its firm's stream, numbered on its own.
+    QString const streamFirm = server.router().firmOfLogin(o.streamOf);
+    auto streamLast = [&] { return o.streamOf.isEmpty() ? server.lastSequence() : server.lastSequence(streamFirm); };
     // As a real exchange serves: TLS, and logins with their passwords.
     if (o.security.isEmpty()) fail(QStringLiteral("serve needs --security FOLDER"));
     QDir const security(o.security);
@@ -166,20 +186,21 @@ int serve(Options const& o)
     // dropped sessions in them need saying so.
     QMap<QString, int> closed;
     QObject::connect(&server, &exchange::ReplicationServer::sessionClosed, [&](QString const&, QString const& why) { ++closed[why]; });
-    std::printf("listening %u %llu %lld\n", unsigned(server.port()), (unsigned long long)server.lastSequence(), peakResidentBytes());
+    std::printf("listening %u %llu %lld %d %d\n", unsigned(server.port()), (unsigned long long)streamLast(), peakResidentBytes(),
+                server.settings().messagesPerSecond, server.settings().messageBurst);
     std::fflush(stdout);
 
     // The day's log as directory-exchange plays it at pace 0: one batch a turn
     // of the event loop, so that the sessions write between batches.
     std::vector<ServedExchange::Stamp> stamps;
-    int pace = 0;
+    int pace = 0, played = 0;
     QTimer player;
     player.setSingleShot(true);
     QObject::connect(&player, &QTimer::timeout, [&] {
         BatchReader::Item item;
         if (!log->next(item)) {
             for (auto const& s : stamps) std::printf("stamp %llu %lld %lld\n", (unsigned long long)s.sequence, s.before, s.after);
-            std::printf("played %zu %llu\n", stamps.size(), (unsigned long long)server.lastSequence());
+            std::printf("played %d %llu\n", played, (unsigned long long)streamLast());
             std::fflush(stdout);
             log.reset();
             return;
@@ -187,12 +208,15 @@ int serve(Options const& o)
         if (!item.error.isEmpty()) fail(item.error);
         int const line = item.batch.origin.section(QLatin1Char(':'), -1).toInt();
         qint64 const before = monotonicNs();
+        quint64 const last = streamLast();
         try {
             server.applyLogBatch(item.batch, line);
         } catch (Exception const& e) {
             fail(e.message());
         }
-        stamps.push_back({server.lastSequence(), before, monotonicNs()});
+        ++played;
+        // Only the batches the stream got: the others no follower of it sees.
+        if (streamLast() != last) stamps.push_back({streamLast(), before, monotonicNs()});
         player.start(pace);
     });
 
@@ -219,11 +243,17 @@ int serve(Options const& o)
                     fail(e.message());
                 }
                 player.start(0);
-            } else if (command == "checksums") {
-                QMap<QString, QByteArray> const sums = checksums(db);
-                for (auto it = sums.begin(); it != sums.end(); ++it)
-                    std::printf("checksum %s %s\n", qPrintable(it.key()), it.value().toHex().constData());
+            } else if (command == "checksums" || command.startsWith("checksums ")) {
+                // With a login, the copy its sessions hold: the per-firm tables' rows of its firm only.
+                QString const login = QString::fromUtf8(command.mid(10));
+                QString const firm = server.router().firmOfLogin(login);
+                for (QString const& name : db.tableNames()) {
+                    QByteArray const sum = login.isEmpty() ? tableChecksum(*db.table(name)) : tableChecksum(*db.table(name), server.rowsOf(firm, name));
+                    std::printf("checksum %s %s\n", qPrintable(name), sum.toHex().constData());
+                }
                 std::printf("checksums end\n");
+            } else if (command.startsWith("last ")) {
+                std::printf("last %llu\n", (unsigned long long)server.lastSequence(server.router().firmOfLogin(QString::fromUtf8(command.mid(5)))));
             } else if (command == "usage") {
                 std::printf("usage %lld %lld %lld\n", peakResidentBytes(), residentNowBytes(), processCpuNs());
             } else if (command == "quit") {
@@ -434,6 +464,8 @@ int connectBench(Options const& o)
 // event loop, as a terminal's updating thread.
 struct Follower
 {
+    virtual ~Follower() = default;
+
     std::thread thread;
     std::atomic<int> state{int(ReplicationClient::State::Disconnected)};
     std::atomic<quint64> applied{0};
@@ -470,15 +502,55 @@ struct Follower
                 stopped = true;
             }
         });
+        attach(client);
         QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, [&] { if (finish) loop.quit(); });
-        poll.start(20);
+        QObject::connect(&poll, &QTimer::timeout, [&] {
+            if (finish) loop.quit();
+            else tick();
+        });
+        poll.start(5);
         client.start(QStringLiteral("127.0.0.1"), port, login, credentials.password);
         loop.exec();
+        detach();
         client.stop();
         sums = checksums(db);
     }
+
+protected:
+    // What a follower does besides following, on its own thread: set up
+    // with its client before it connects, called every few milliseconds
+    // while it runs, and torn down before the client stops.
+    virtual void attach(ReplicationClient&) {}
+    virtual void tick() {}
+    virtual void detach() {}
 };
+
+// Waits until every follower is done by `done` (live, caught up...), failing
+// when one stops or it takes an hour; says what a long wait is made of.
+template <class F, class Done>
+void waitFollowers(std::vector<std::unique_ptr<F>> const& followers, qint64 since, char const* what, Done const& done)
+{
+    for (int waited = 0;; waited += 20) {
+        int behind = 0;
+        for (auto const& f : followers) {
+            if (f->stopped) fail(QStringLiteral("a follower stopped: %1").arg(f->why));
+            if (f->state != int(ReplicationClient::State::Live) || !done(*f)) ++behind;
+        }
+        if (!behind) return;
+        if (waited && waited % 5000 == 0) {
+            int byState[6] = {}, reconnects = 0;
+            for (auto const& f : followers) {
+                ++byState[f->state];
+                reconnects += f->disconnections;
+            }
+            std::fprintf(stderr, "%.0f s: %d not %s; connecting %d, loading %d, behind %d, live %d, disconnected %d; %d reconnections\n",
+                         double(monotonicNs() - since) / 1e9, behind, what, byState[1], byState[2], byState[3], byState[4], byState[0],
+                         reconnects);
+        }
+        if (waited > 60 * 60 * 1000) fail(QStringLiteral("%1 followers not %2 after an hour").arg(behind).arg(what));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
 
 int fanoutBench(Options const& o)
 {
@@ -491,26 +563,7 @@ int fanoutBench(Options const& o)
     std::vector<std::unique_ptr<Follower>> followers;
     qint64 const connecting = monotonicNs();
     auto waitAll = [&](quint64 sequence, char const* what) {
-        for (int waited = 0;; waited += 20) {
-            int behind = 0;
-            for (auto const& f : followers) {
-                if (f->stopped) fail(QStringLiteral("a follower stopped: %1").arg(f->why));
-                if (f->applied < sequence || f->state != int(ReplicationClient::State::Live)) ++behind;
-            }
-            if (!behind) return;
-            if (waited && waited % 5000 == 0) {   // what a long wait is made of
-                int byState[6] = {}, reconnects = 0;
-                for (auto const& f : followers) {
-                    ++byState[f->state];
-                    reconnects += f->disconnections;
-                }
-                std::fprintf(stderr, "%.0f s: %d not %s; connecting %d, loading %d, behind %d, live %d, disconnected %d; %d reconnections\n",
-                             double(monotonicNs() - connecting) / 1e9, behind, what, byState[1], byState[2], byState[3], byState[4],
-                             byState[0], reconnects);
-            }
-            if (waited > 60 * 60 * 1000) fail(QStringLiteral("%1 followers not %2 after an hour").arg(behind).arg(what));
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
+        waitFollowers(followers, connecting, what, [sequence](Follower const& f) { return f.applied >= sequence; });
     };
     // One at a time: fifty snapshots applied at once on a small machine starve
     // the sessions' heartbeats, and those reconnections are not what is measured.
@@ -536,7 +589,8 @@ int fanoutBench(Options const& o)
     for (auto& f : followers) f->finish = true;
     for (auto& f : followers) f->thread.join();
     ServedExchange::Usage const served = x.usage();
-    QMap<QString, QByteArray> const reference = x.checksums();
+    // What a session of the login holds: its firm's copy.
+    QMap<QString, QByteArray> const reference = x.checksums(login);
     qint64 const serverPid = x.pid();
     x.quit();
 
@@ -578,9 +632,10 @@ int fanoutBench(Options const& o)
     for (quint64 s = start + 1; s <= last; ++s) serverTurn.push_back(double(after[s] - before[s]) / 1e6);
     std::sort(serverTurn.begin(), serverTurn.end());
 
-    std::printf("exchange (pid %lld) played %llu batches at pace %d ms; the last follower applied the last one %.3f s after the first was played: "
-                "%.1f batches/s\n",
-                serverPid, (unsigned long long)batches, o.pace, seconds, seconds > 0 ? double(batches) / seconds : 0.0);
+    std::printf("exchange (pid %lld) played the day's %d batches at pace %d ms, %llu of them to %s's firm; the last follower applied the last one "
+                "%.3f s after the first was played: %.1f batches/s\n",
+                serverPid, x.playedBatches(), o.pace, (unsigned long long)batches, qPrintable(login), seconds,
+                seconds > 0 ? double(batches) / seconds : 0.0);
     std::printf("exchange applied -> follower applied, %zu deliveries: p50 %.1f ms, p99 %.1f ms, max %.1f ms "
                 "(from the exchange starting to apply: p99 %.1f ms; its own turn per batch: median %.2f ms, max %.2f ms)\n",
                 latencies.size(), percentile(latencies, 0.5), percentile(latencies, 0.99), latencies.empty() ? 0 : latencies.back(),
@@ -596,6 +651,7 @@ int fanoutBench(Options const& o)
     QJsonObject result{{"market", o.market},
                        {"clients", o.clients},
                        {"pace_ms", o.pace},
+                       {"day_batches", x.playedBatches()},
                        {"batches", double(batches)},
                        {"seconds", seconds},
                        {"batches_per_s", seconds > 0 ? double(batches) / seconds : 0.0},
@@ -642,6 +698,12 @@ int main(int argc, char** argv)
         else if (!std::strcmp(argv[k], "--clients") && hasValue) o.clients = std::max(1, std::atoi(argv[++k]));
         else if (!std::strcmp(argv[k], "--pace") && hasValue) o.pace = std::max(0, std::atoi(argv[++k]));
         else if (!std::strcmp(argv[k], "--security") && hasValue) o.security = QString::fromLocal8Bit(argv[++k]);
+        else if (!std::strcmp(argv[k], "--stream-of") && hasValue) o.streamOf = QString::fromLocal8Bit(argv[++k]);
+        else if (!std::strcmp(argv[k], "--messages-per-second") && hasValue) o.messagesPerSecond = std::max(0, std::atoi(argv[++k]));
+        else if (!std::strcmp(argv[k], "--message-burst") && hasValue) o.messageBurst = std::max(0, std::atoi(argv[++k]));
+        else if (!std::strcmp(argv[k], "--seconds") && hasValue) o.seconds = std::max(1, std::atoi(argv[++k]));
+        else if (!std::strcmp(argv[k], "--outstanding") && hasValue) o.outstanding = std::max(1, std::atoi(argv[++k]));
+        else if (!std::strcmp(argv[k], "--rate") && hasValue) o.rate = std::max(1, std::atoi(argv[++k]));
         else {
             std::fprintf(stderr, "replication-bench: unknown argument '%s'\n%s", argv[k], usage);
             return 2;
