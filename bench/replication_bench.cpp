@@ -894,9 +894,9 @@ private:
     // catch up; the slot is not lost.
     void sendOrHold()
     {
-        if (m_held == 0 && send(monotonicNs())) return;
         ++m_held;
-        ++heldBack;
+        sendHeld();
+        if (m_held > 0) ++heldBack;
     }
     void sendHeld()
     {
