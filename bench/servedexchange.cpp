@@ -6,6 +6,7 @@
 
 #include <QDeadlineTimer>
 #include <QFile>
+#include <algorithm>
 #include <time.h>
 
 namespace bench {
@@ -18,6 +19,12 @@ qint64 monotonicNs()
 }
 
 namespace {
+// A login goes to the served process as a word of a command line.
+bool isWord(QString const& text)
+{
+    return !text.isEmpty() && std::none_of(text.begin(), text.end(), [](QChar c) { return c.isSpace() || c.category() == QChar::Other_Control; });
+}
+
 qint64 statusField(char const* field)
 {
     QFile status(QStringLiteral("/proc/self/status"));
@@ -43,8 +50,13 @@ ServedExchange::~ServedExchange()
     if (m_process.state() != QProcess::NotRunning) quit();
 }
 
-bool ServedExchange::start(QString const& program, QString const& market, QString const& schema, QString const& login, QString& error)
+bool ServedExchange::start(QString const& program, QString const& market, QString const& schema, QStringList const& logins, QString& error,
+                           QStringList const& serveArguments)
 {
+    if (logins.isEmpty() || !std::all_of(logins.begin(), logins.end(), isWord)) {
+        error = QStringLiteral("an exchange needs logins without spaces to serve: %1").arg(logins.join(QStringLiteral(", ")));
+        return false;
+    }
     QProcess certificates;
     certificates.start(QStringLiteral("bash"), {QStringLiteral(SOURCE_DIR "/scripts/make-certs.sh"), m_security.path()});
     if (!certificates.waitForFinished(60000) || certificates.exitCode() != 0) {
@@ -53,15 +65,16 @@ bool ServedExchange::start(QString const& program, QString const& market, QStrin
     }
     m_password = QByteArray("bench-") + QByteArray::number(QRandomGenerator::system()->generate64(), 16);
     try {
-        exchange::Users::setPassword(m_security.filePath(QStringLiteral("users")), login, m_password);
+        for (QString const& login : logins) exchange::Users::setPassword(m_security.filePath(QStringLiteral("users")), login, m_password);
     } catch (QString const& why) {
         error = why;
         return false;
     }
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     connect(&m_process, &QProcess::readyReadStandardOutput, this, &ServedExchange::readLines);
-    m_process.start(program, {QStringLiteral("serve"), QStringLiteral("--market"), market, QStringLiteral("--schema"), schema,
-                              QStringLiteral("--security"), m_security.path()});
+    m_process.start(program, QStringList{QStringLiteral("serve"), QStringLiteral("--market"), market, QStringLiteral("--schema"), schema,
+                                         QStringLiteral("--security"), m_security.path(), QStringLiteral("--stream-of"), logins.first()}
+                                 + serveArguments);
     if (!m_process.waitForStarted(30000)) {
         error = QStringLiteral("cannot start %1: %2").arg(program, m_process.errorString());
         return false;
@@ -76,6 +89,8 @@ bool ServedExchange::start(QString const& program, QString const& market, QStrin
     m_port = quint16(words.value(1).toUInt());
     m_startSequence = words.value(2).toULongLong();
     m_loadedPeak = words.value(3).toLongLong();
+    m_messagesPerSecond = words.value(4).toInt();
+    m_messageBurst = words.value(5).toInt();
     return m_port != 0;
 }
 
@@ -96,16 +111,25 @@ bool ServedExchange::waitPlayed(int ms)
     return m_played;
 }
 
-QMap<QString, QByteArray> ServedExchange::checksums(int ms)
+QMap<QString, QByteArray> ServedExchange::checksums(QString const& login, int ms)
 {
     QMap<QString, QByteArray> sums;
-    m_process.write("checksums\n");
+    if (!login.isEmpty() && !isWord(login)) return sums;
+    m_process.write(login.isEmpty() ? QByteArray("checksums\n") : "checksums " + login.toUtf8() + '\n');
     QByteArray line;
     while (waitLine("checksum", ms, line) && line != "checksums end") {
         QList<QByteArray> const words = line.split(' ');
         sums.insert(QString::fromUtf8(words.value(1)), QByteArray::fromHex(words.value(2)));
     }
     return sums;
+}
+
+quint64 ServedExchange::lastSequenceOf(QString const& login, int ms)
+{
+    if (!isWord(login)) return 0;
+    m_process.write("last " + login.toUtf8() + '\n');
+    QByteArray line;
+    return waitLine("last ", ms, line) ? line.split(' ').value(1).toULongLong() : 0;
 }
 
 ServedExchange::Usage ServedExchange::usage(int ms)
@@ -144,6 +168,7 @@ void ServedExchange::handle(QByteArray const& line)
         QList<QByteArray> const w = line.split(' ');
         m_stamps.push_back({w.value(1).toULongLong(), w.value(2).toLongLong(), w.value(3).toLongLong()});
     } else if (line.startsWith("played ")) {
+        m_playedBatches = line.split(' ').value(1).toInt();
         m_last = line.split(' ').value(2).toULongLong();
         m_played = true;
         emit played(m_last);

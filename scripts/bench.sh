@@ -47,6 +47,12 @@ for size in 100k 1m; do
 done
 echo "== replication: fanout of 50 on 100k" >&2
 "$build/bench/replication-bench" fanout --market "$markets/100k" --clients 50 --json "$results/fanout.json" >&2
+# Orders over the session: 50 sessions of the 100k market's firms placing
+# orders on one exchange, closed loop with its message limit raised (the
+# rate it takes them at), then 10 a second each under its default limit
+# (send to answer). An exchange process of its own for each.
+echo "== replication: orders of 50 sessions on 100k" >&2
+"$build/bench/replication-bench" orders --market "$markets/100k" --clients 50 --json "$results/orders.json" >&2
 # The terminal's event loop while the 100k market's log replays at full speed
 # from its file, and while it follows an exchange playing the same day (each
 # a program of its own; the snapshot load is not part of the stall).
@@ -166,6 +172,21 @@ rows.append(("fan-out: exchange's peak memory (VmHWM)", "%.0f MB" % (fan["server
              "+%.0f MB serving" % ((fan["server_peak_bytes"] - fan["server_loaded_peak_bytes"]) / 1e6), "(reported)", ""))
 rows.append(("fan-out: followers identical to the exchange", "%d of %d" % (fan["identical"], n), "", "", "all",
              "met" if fan["identical"] == n else "MISSED"))
+orders = json.loads(results("orders.json"))
+closed, steady = orders["closed_loop"], orders["open_loop"]
+n = orders["clients"]
+rows.append(("orders: accepted/s, %d sessions, %d awaiting each, limit raised" % (n, orders["outstanding"]), "%.0f/s" % closed["accepted_per_s"],
+             "%d/s (the default limit: %d x %d)" % (orders["default_limit_ceiling_per_s"], n, steady["messages_per_second"]),
+             "%.1fx the limit" % (closed["accepted_per_s"] / orders["default_limit_ceiling_per_s"]), "(reported)", ""))
+rows.append(("orders at %d/s (%d/s a session): send -> answer, p99" % (n * orders["rate_per_session"], orders["rate_per_session"]),
+             show(steady["latency_p99_ms"] / 1e3),
+             "p50 %s, max %s" % (show(steady["latency_p50_ms"] / 1e3), show(steady["latency_max_ms"] / 1e3)), "", "(reported)", ""))
+rows.append(("orders at %d/s: send -> batch at the firm's other sessions, p99" % (n * orders["rate_per_session"]),
+             show(steady["second_session_p99_ms"] / 1e3),
+             "p50 %s, max %s" % (show(steady["second_session_p50_ms"] / 1e3), show(steady["second_session_max_ms"] / 1e3)), "", "(reported)", ""))
+rejected = closed["rejected"] + steady["rejected"]
+rows.append(("orders rejected", "%d of %d" % (rejected, closed["accepted"] + steady["accepted"] + rejected), "", "", "0",
+             "met" if rejected == 0 else "MISSED"))
 
 def longest(name):
     m = re.search(r"longest ([0-9.]+) ms", results(name))
