@@ -18,6 +18,7 @@
 #include <QTcpSocket>
 #include <QTimer>
 #include <algorithm>
+#include <deque>
 
 using namespace replication;
 
@@ -148,6 +149,14 @@ public:
     {
         if (!m_streaming || m_closing) return;
         while (m_socket->bytesToWrite() < kHighWater) {
+            // An answer goes once what its transaction changed has gone:
+            // a trader sees the order before the word that it was taken.
+            if (!m_answers.empty() && !m_snapshot &&
+                (m_answers.front().day != m_server->m_dayNumber || m_next > m_answers.front().after)) {
+                write(m_answers.front().frame);
+                m_answers.pop_front();
+                continue;
+            }
             if (m_snapshot) {
                 if (m_offset < m_snapshot->data.size()) {
                     int const n = int(qMin<qint64>(kSnapshotPiece, m_snapshot->data.size() - m_offset));
@@ -177,10 +186,12 @@ public:
         if (m_closing || m_finished) return;
         QJsonArray ids;
         for (qint64 order : orders) ids.append(QString::number(order));   // exact past 2^53
-        write(jsonFrame(FrameType::Answer, QJsonObject{{QStringLiteral("id"), double(id)},
-                                                       {QStringLiteral("code"), code},
-                                                       {QStringLiteral("text"), text},
-                                                       {QStringLiteral("orders"), ids}}));
+        m_answers.push_back(Answer{m_server->m_dayNumber, m_stream->last(),
+                                   jsonFrame(FrameType::Answer, QJsonObject{{QStringLiteral("id"), double(id)},
+                                                                            {QStringLiteral("code"), code},
+                                                                            {QStringLiteral("text"), text},
+                                                                            {QStringLiteral("orders"), ids}})});
+        pump();
     }
 
     // A last word, then the connection is closed.
@@ -353,6 +364,13 @@ private:
     QString m_peer, m_login, m_why;
     QString m_firm;   // its login's, when it logged in
     ReplicationServer::Stream* m_stream = nullptr;
+    struct Answer
+    {
+        int day;          // of the stream's numbering
+        quint64 after;    // the stream's last batch when it was answered
+        QByteArray frame;
+    };
+    std::deque<Answer> m_answers;   // behind the batches before them
     quint64 m_from = 0;
     QString m_helloDay, m_helloHistory;
     double m_tokens;
@@ -613,24 +631,23 @@ std::shared_ptr<ReplicationServer::Snapshot const> ReplicationServer::snapshot(S
 {
     std::shared_ptr<Snapshot>& cached = stream.snapshots[compressed ? 1 : 0];
     if (cached && cached->sequence == stream.last()) return cached;
-    // The tables are written out once per sequence; the compressed form is
-    // made from that text when a client first asks for it.
-    std::shared_ptr<Snapshot>& text = stream.snapshots[0];
-    if (!text || text->sequence != stream.last()) {
-        text = std::make_shared<Snapshot>();
-        text->sequence = stream.last();
-        for (QString const& name : m_database->tableNamesInSchemaOrder()) {
-            QSharedPointer<Table> const table = m_database->table(name);
-            int lines = 0;
-            text->data += BatchEncoder::encodeTablesLines({table.data()}, kSnapshotRowsPerLine, lines, m_router.filter(stream.firm, name));
-            text->lines += lines;
-        }
-        text->bytes = text->data.size();
+    // Written out once per sequence and per form asked for, a table at a
+    // time; the compressed form is compressed as it is written, so that a
+    // firm's snapshot holds its compressed bytes, not the text as well.
+    auto made = std::make_shared<Snapshot>();
+    made->sequence = stream.last();
+    made->compressed = compressed;
+    Compressor compressor;
+    QStringList const names = m_database->tableNamesInSchemaOrder();
+    for (int i = 0; i < names.size(); ++i) {
+        QSharedPointer<Table> const table = m_database->table(names[i]);
+        int lines = 0;
+        QByteArray const text = BatchEncoder::encodeTablesLines({table.data()}, kSnapshotRowsPerLine, lines, m_router.filter(stream.firm, names[i]));
+        made->lines += lines;
+        made->bytes += text.size();
+        made->data += compressed ? compressor.compress(text.constData(), text.size(), i + 1 == names.size()) : text;
     }
-    if (!compressed) return text;
-    auto made = std::make_shared<Snapshot>(*text);
-    made->data = Compressor().compress(text->data.constData(), text->data.size(), true);
-    made->compressed = true;
+    if (compressed && names.isEmpty()) made->data = compressor.compress(nullptr, 0, true);
     cached = made;
     return made;
 }
@@ -684,6 +701,9 @@ void ReplicationServer::accept(qintptr descriptor)
         delete socket;
         return;
     }
+    // A frame goes when written: an answer or a batch held back for the
+    // next packet costs a trader tens of milliseconds.
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     QString const address = socket->peerAddress().toString();
     QString const peer = QStringLiteral("%1:%2").arg(address).arg(socket->peerPort());
     int pending = 0;
