@@ -90,7 +90,11 @@ public:
     {
         m_socket = new QSslSocket(this);
         m_socket->setReadBufferSize(8 * 1024 * 1024);
-        connect(m_socket, &QTcpSocket::connected, this, [this] { m_tcpConnected = true; });
+        connect(m_socket, &QTcpSocket::connected, this, [this] {
+            m_tcpConnected = true;
+            // A transaction goes when sent, not with the next heartbeat's packet.
+            m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        });
         if (m_settings.insecure) {
             connect(m_socket, &QTcpSocket::connected, this, [this] { onConnected(); });
         } else {
