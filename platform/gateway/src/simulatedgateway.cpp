@@ -456,13 +456,23 @@ SimulatedGateway::Outcome SimulatedGateway::placeOrder(RawTransaction const& tx)
     }
     int const sess = currentSession(db, tx.stockId);
 
-    // Strictly increasing, and above every order already replicated.
-    qint64 top = m_lastOrderId;
-    forEachRow(*orders.table, [&](Record const& r) {
-        top = std::max(top, integer(*orders.table, r, orders.orderId));
-        return true;
-    });
-    qint64 const orderId = top + 1;
+    // Strictly increasing, and above every order already replicated: the
+    // table is read once, then each batch's new rows are watched, so that
+    // an order costs the same at the end of a day as at its start.
+    if (m_watchedOrders.toStrongRef() != orders.table) {
+        m_watchedOrders = orders.table;
+        m_topOrderId = 0;
+        int const column = orders.orderId;
+        forEachRow(*orders.table, [&](Record const& r) {
+            m_topOrderId = std::max(m_topOrderId, integer(*orders.table, r, column));
+            return true;
+        });
+        Table const* table = orders.table.data();
+        m_ordersWatch = TableWatch(orders.table, QStringLiteral("gateway: order ids"), [this, table, column](RowChanges const& changes) {
+            for (Record const& r : changes.inserted) m_topOrderId = std::max(m_topOrderId, integer(*table, r, column));
+        });
+    }
+    qint64 const orderId = std::max(m_lastOrderId, m_topOrderId) + 1;
 
     RowImage row(*orders.table);
     row.setInt("stock_id", tx.stockId);

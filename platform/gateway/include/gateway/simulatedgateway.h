@@ -4,6 +4,8 @@
 
 #include <QList>
 #include <QObject>
+#include <QWeakPointer>
+#include <database/table.h>
 #include <QString>
 #include <mutex>
 
@@ -100,6 +102,10 @@ private:
     ICore* m_core;
     TransactionService* m_service = nullptr;
     qint64 m_lastOrderId = 0;
+    // The highest order id of the orders table, kept by watching it.
+    QWeakPointer<Table> m_watchedOrders;
+    TableWatch m_ordersWatch;
+    qint64 m_topOrderId = 0;
     mutable std::mutex m_mutex;   // the queue: take() may come from any thread
     QList<Item> m_queue;
     bool m_scheduled = false;
