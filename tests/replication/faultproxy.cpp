@@ -43,6 +43,14 @@ public:
         connect(client, &QTcpSocket::disconnected, this, [this] { end(); });
         m_upstream->connectToHost(QStringLiteral("127.0.0.1"), owner->m_exchangePort);
         m_owner->m_streamed << 0;
+        m_owner->m_pipes << this;
+    }
+    ~Pipe() override { m_owner->m_pipes.removeOne(this); }
+
+    void stall(int ms)
+    {
+        note(QStringLiteral("stalled %1 ms after byte %2").arg(ms).arg(m_sent));
+        m_stallUntil = m_clock.elapsed() + ms;
     }
 
 private:
@@ -213,6 +221,16 @@ FaultProxy::FaultProxy(quint16 exchangePort, QObject* parent) : QObject(parent),
     });
 }
 
-FaultProxy::~FaultProxy() = default;
+FaultProxy::~FaultProxy()
+{
+    // Before the list they take themselves out of goes.
+    QList<Pipe*> const pipes = m_pipes;
+    qDeleteAll(pipes);
+}
 
 quint16 FaultProxy::port() const { return m_server->serverPort(); }
+
+void FaultProxy::stallNow(int ms)
+{
+    for (Pipe* pipe : qAsConst(m_pipes)) pipe->stall(ms);
+}

@@ -42,6 +42,9 @@ public:
     int connections() const { return m_connections; }
     // Each fault as it was carried out, for a failing test's message.
     QStringList const& done() const { return m_done; }
+    // Stalls every open connection for `ms` from now, as a Stall at the
+    // byte it stands at: for a test that must choose the moment.
+    void stallNow(int ms);
     // Bytes the exchange sent on each connection so far.
     QList<qint64> const& streamed() const { return m_streamed; }
 
@@ -53,4 +56,5 @@ private:
     int m_connections = 0;
     QStringList m_done;
     QList<qint64> m_streamed;
+    QList<Pipe*> m_pipes;
 };

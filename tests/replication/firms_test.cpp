@@ -1,4 +1,5 @@
 // Each firm its own rows, and orders over the session.
+#include "faultproxy.h"
 #include "harness.h"
 
 #include <core/defaultcore.h>
@@ -368,4 +369,49 @@ TEST(FirmRouting, EveryTableOfTheSchemaIsListedAlikeInTheCodeAndInTheDocument)
     QStringList const tables = db.tableNames();
     EXPECT_EQ(QStringList(coded.keys()), tables);
     EXPECT_EQ(documented, coded);
+}
+
+// A session with a backlog past its high-water mark (its reader stalled)
+// still gets its order's batch before the answer: the trader never reads
+// "accepted" for an order its tables do not show yet.
+TEST(FirmThreads, AnAnswerNeverOvertakesItsOrdersBatchOnASlowSession)
+{
+    Exchange x(QStringLiteral("2026-11-20"));
+    FaultProxy proxy(x.server->port());
+    Terminal trader(kTraderA);
+    trader.start(proxy.port());
+    ASSERT_TRUE(trader.caughtUpWith(x));
+    QString price;
+    Record const security = tradable(x.db, price);
+    ASSERT_FALSE(security.isEmpty());
+    bool shownWhenAnswered = false;
+    QObject::connect(&trader.transport, &SessionTransport::answered, [&](RawTransaction const&, int, QString const&, QList<qint64> const& ids) {
+        shownWhenAnswered = !ids.isEmpty() && !orderIn(trader.db, ids.first()).isEmpty();
+    });
+
+    // Within the heartbeat timeout, so the trader is still live and sends.
+    proxy.stallNow(kHeartbeatTimeoutMs * 2 / 3);
+    std::vector<Record> const all = rowsOf(x.db, QStringLiteral("securities"));
+    for (int round = 0; round < 40 && x.server->queuedBytes() < 2 * 1024 * 1024; ++round) {
+        QByteArray line = R"({"table":"securities","ops":[)";
+        for (std::size_t i = 0; i < all.size(); ++i)
+            line += QStringLiteral(R"(%1{"update":{"stock_id":%2,"board_id":%3,"sec_id":%4,"date_bid":"2026-11-20 10:%5:00"}})")
+                        .arg(i ? "," : "")
+                        .arg(all[i].data(QStringLiteral("stock_id")).toInteger())
+                        .arg(all[i].data(QStringLiteral("board_id")).toInteger())
+                        .arg(all[i].data(QStringLiteral("sec_id")).toInteger64())
+                        .arg(round % 60, 2, 10, QLatin1Char('0'))
+                        .toUtf8();
+        apply(x, line + "]}");
+        QCoreApplication::processEvents();
+    }
+    ASSERT_GT(x.server->queuedBytes(), 1024 * 1024) << "no backlog past the high-water mark";
+    ASSERT_EQ(trader.client.state(), State::Live);
+
+    RawTransaction tx = place(security, QStringLiteral("FA01002"), price);
+    ASSERT_EQ(trader.send(tx, 20000), 1);
+    ASSERT_EQ(tx.answer.code(), SessionTransport::Accepted) << tx.answer.text().toStdString();
+    EXPECT_TRUE(shownWhenAnswered);
+    ASSERT_TRUE(trader.caughtUpWith(x));
+    EXPECT_EQ(differing(checksums(trader.db), checksums(x, kTraderA)), QStringList());
 }
