@@ -124,6 +124,7 @@ datetime StockTimeDirectory::timeByStockId(int stock) const
 datetime StockTimeDirectory::correctedLocalTime(int stock) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
+    if (stock == m_memoStock && !m_memoTable.isNull()) return datetime(datetime::now().value() + m_memoOffset);
     QSharedPointer<Table> t = table();
     if (!t) return datetime::now();
     Record r = recordById(stock == -1 ? 1 : stock);
@@ -140,10 +141,17 @@ datetime StockTimeDirectory::correctedLocalTime(int stock) const
             any = true;
         }
     }
+    m_memoTable = t;
+    m_memoStock = stock;
+    m_memoOffset = offset;
     return datetime(datetime::now().value() + offset);
 }
 
-void StockTimeDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
+void StockTimeDirectory::dependentEndUpdate(Table*)
+{
+    m_memoTable.clear();   // the offsets may have changed
+    Q_EMIT dataChanged();
+}
 
 // The one instance of each directory class here.
 DIRECTORY_SINGLETON_DEFINE(SessionDirectory)

@@ -93,4 +93,9 @@ private:
 
     int m_stockId = -1, m_diffVsCurTime = -1, m_serverTime = -1;
     DirectoryKey<int> m_byId;
+    // The offset of the market asked for last, until the table's next batch:
+    // an option board asks for one market's time once per option.
+    mutable QWeakPointer<Table> m_memoTable;
+    mutable int m_memoStock = 0;
+    mutable qint64 m_memoOffset = 0;
 };
