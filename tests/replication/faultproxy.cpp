@@ -51,6 +51,7 @@ public:
     {
         note(QStringLiteral("stalled %1 ms after byte %2").arg(ms).arg(m_sent));
         m_stallUntil = m_clock.elapsed() + ms;
+        m_wake.start(ms);   // 0: the stall ends now
     }
 
 private:

@@ -43,7 +43,8 @@ public:
     // Each fault as it was carried out, for a failing test's message.
     QStringList const& done() const { return m_done; }
     // Stalls every open connection for `ms` from now, as a Stall at the
-    // byte it stands at: for a test that must choose the moment.
+    // byte it stands at, for a test that must choose the moment; 0 ends a
+    // stall.
     void stallNow(int ms);
     // Bytes the exchange sent on each connection so far.
     QList<qint64> const& streamed() const { return m_streamed; }

@@ -383,6 +383,11 @@ TEST(FirmThreads, AnAnswerNeverOvertakesItsOrdersBatchOnASlowSession)
     Exchange x(QStringLiteral("2026-11-20"));
     FaultProxy proxy(x.server->port());
     Terminal trader(kTraderA);
+    // Patient enough that the stall below, however long a slow build takes
+    // to make the backlog, is not a dead exchange.
+    ReplicationClient::Settings patient = testClientSettings();
+    patient.heartbeatTimeoutMs = 60000;
+    trader.client.setSettings(patient);
     trader.start(proxy.port());
     ASSERT_TRUE(trader.caughtUpWith(x));
     QString price;
@@ -393,8 +398,8 @@ TEST(FirmThreads, AnAnswerNeverOvertakesItsOrdersBatchOnASlowSession)
         shownWhenAnswered = !ids.isEmpty() && !orderIn(trader.db, ids.first()).isEmpty();
     });
 
-    // Within the heartbeat timeout, so the trader is still live and sends.
-    proxy.stallNow(kHeartbeatTimeoutMs * 2 / 3);
+    // The trader stays live (nothing tells it otherwise) and sends.
+    proxy.stallNow(50000);
     std::vector<Record> const all = rowsOf(x.db, QStringLiteral("securities"));
     for (int round = 0; round < 40 && x.server->queuedBytes() < 2 * 1024 * 1024; ++round) {
         QByteArray line = R"({"table":"securities","ops":[)";
@@ -413,7 +418,12 @@ TEST(FirmThreads, AnAnswerNeverOvertakesItsOrdersBatchOnASlowSession)
     ASSERT_EQ(trader.client.state(), State::Live);
 
     RawTransaction tx = place(security, QStringLiteral("FA01002"), price);
-    ASSERT_EQ(trader.send(tx, 20000), 1);
+    ASSERT_EQ(trader.core.transactionService()->send(tx), 1);
+    // Answered at the exchange, behind a backlog it cannot send yet.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return x.gateway.lastOrderId() > 0 && x.gateway.pending() == 0; }, 20000));
+    QTest::qWait(100);
+    proxy.stallNow(0);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return tx.answer.isAnswered(); }, 60000));
     ASSERT_EQ(tx.answer.code(), SessionTransport::Accepted) << tx.answer.text().toStdString();
     EXPECT_TRUE(shownWhenAnswered);
     ASSERT_TRUE(trader.caughtUpWith(x));
