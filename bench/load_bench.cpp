@@ -29,6 +29,9 @@ void reportMemory(benchmark::State& state)
     state.counters["rss_per_row"] = growth / double(p.rows);
     state.counters["payload_per_row"] = double(p.bytes) / double(p.rows);
     state.counters["memory_ratio"] = growth / allowance;
+    // What the load held at its most against what it keeps.
+    state.counters["peak_growth_bytes"] = double(first->peakAfter - first->residentBefore);
+    state.counters["peak_over_settled"] = double(first->peakAfter - first->residentBefore) / growth;
 }
 
 void loadOurs(benchmark::State& state, bench::LoadMode mode)

@@ -1,4 +1,5 @@
 #include "market.h"
+#include "process.h"
 
 #include <core/icore.h>
 #include <database/database.h>
@@ -63,17 +64,18 @@ LoadRun loadMarket(LoadMode mode)
     db->loadSchema(options().schema);
     registerDirectories();
     LoadRun run;
-    run.residentBefore = residentBytes();
+    run.residentBefore = residentNowBytes();
     std::size_t heapBefore = mallinfo2().uordblks;
     auto started = std::chrono::steady_clock::now();
     run.batches = mode == LoadMode::Streaming ? db->loadFile(snapshotPath()) : db->loadFileAtomically(snapshotPath());
     run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    run.residentAfter = residentBytes();
+    run.residentAfter = residentNowBytes();
+    run.peakAfter = peakResidentBytes();
     run.heapGrowth = qint64(mallinfo2().uordblks) - qint64(heapBefore);
     g_loaded = true;
     if (!g_first) {
         malloc_trim(0);
-        run.residentAfterTrim = residentBytes();
+        run.residentAfterTrim = residentNowBytes();
         g_first.reset(new LoadRun(run));
         g_firstMode = mode;
     }
@@ -113,15 +115,6 @@ std::vector<SecurityKey> shuffledSecurityKeys()
     return keys;
 }
 
-qint64 residentBytes()
-{
-    long pages = 0, resident = 0;
-    std::FILE* f = std::fopen("/proc/self/statm", "r");
-    if (!f) return -1;
-    int n = std::fscanf(f, "%ld %ld", &pages, &resident);
-    std::fclose(f);
-    return n == 2 ? qint64(resident) * sysconf(_SC_PAGESIZE) : -1;
-}
 
 Payload payloadOf(Database const& db)
 {

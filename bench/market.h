@@ -39,6 +39,9 @@ struct LoadRun
     // The first load of a process also reads it again after handing the
     // heap's free pages back, which shows what the load left unused.
     qint64 residentAfterTrim = 0;
+    // The most the process held up to the end of the load (VmHWM): for the
+    // first load of a process, its peak while loading.
+    qint64 peakAfter = 0;
     qint64 heapGrowth = 0;   // bytes the allocator hands out, all threads
 };
 enum class LoadMode { Streaming, Atomically };
@@ -63,8 +66,6 @@ std::vector<SecurityKey> const& securityKeys();
 // lookups do not walk the index.
 std::vector<SecurityKey> shuffledSecurityKeys();
 
-// Resident set size of this process, bytes.
-qint64 residentBytes();
 
 // Raw column payload of a database: rows times the columns' value sizes,
 // plus the UTF-16 text of variable strings. `indexEntries` counts one entry

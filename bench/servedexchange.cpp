@@ -7,16 +7,9 @@
 #include <QDeadlineTimer>
 #include <QFile>
 #include <algorithm>
-#include <time.h>
 
 namespace bench {
 
-qint64 monotonicNs()
-{
-    timespec t;
-    clock_gettime(CLOCK_MONOTONIC, &t);
-    return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
-}
 
 namespace {
 // A login goes to the served process as a word of a command line.
@@ -25,25 +18,7 @@ bool isWord(QString const& text)
     return !text.isEmpty() && std::none_of(text.begin(), text.end(), [](QChar c) { return c.isSpace() || c.category() == QChar::Other_Control; });
 }
 
-qint64 statusField(char const* field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly)) return 0;
-    for (QByteArray const& line : status.readAll().split('\n'))
-        if (line.startsWith(field)) return line.mid(int(qstrlen(field))).trimmed().split(' ').value(0).toLongLong() * 1024;
-    return 0;
-}
 } // namespace
-
-qint64 peakResidentBytes() { return statusField("VmHWM:"); }
-qint64 residentNowBytes() { return statusField("VmRSS:"); }
-
-qint64 processCpuNs()
-{
-    timespec t;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-    return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
-}
 
 ServedExchange::~ServedExchange()
 {

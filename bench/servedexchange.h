@@ -22,6 +22,8 @@
 //   usage PEAK_BYTES RESIDENT_BYTES CPU_NS  on "usage"
 // and reads "play PACE_MS", "checksums", "last", "usage" and "quit".
 // It takes its sessions' transactions through the simulated exchange.
+#include "process.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QMap>
@@ -35,13 +37,6 @@
 #include <vector>
 
 namespace bench {
-
-// CLOCK_MONOTONIC in nanoseconds: one clock for every process of the machine.
-qint64 monotonicNs();
-// VmHWM and VmRSS of this process, bytes; the CPU time of all its threads.
-qint64 peakResidentBytes();
-qint64 residentNowBytes();
-qint64 processCpuNs();
 
 class ServedExchange : public QObject
 {
