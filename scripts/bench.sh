@@ -30,7 +30,7 @@ run() {   # run NAME MARKET FILTER: one process per group, so that each starts c
 # Loading first, in a process of its own: its resident-memory figure needs a
 # heap that no earlier load has grown.
 run load 100k '^load\.'
-run load-1m 1m '^load\.ours\.loadFile$'
+run load-1m 1m '^load\.ours\.loadFile/'
 run lookups 100k '^(hit|miss|text|code)\.'
 run updates 100k '^update_'
 run miss-1m 1m '^miss\.'
@@ -104,9 +104,9 @@ def faster(figure, group, ours, peerPrefix, times, per=1):
 
 o, p = seconds(lookups["hit.ours.recordById"]), seconds(lookups["hit.peer.qhash_qmutex"])
 rows.append(("recordById, cached hit (100k)", show(o), "%s (qhash_qmutex)" % show(p), "%.2fx the peer" % (o / p),
-             "<= 1.5x the peer", "met" if o / p <= 1.5 else "MISSED"))
-faster("recordById, cache miss (100k)", lookups, "miss.ours.recordById", "miss.peer.", 5)
-faster("recordById, cache miss (1M)", big, "miss.ours.recordById", "miss.peer.", 5)
+             "<= 1.3x the peer", "met" if o / p <= 1.3 else "MISSED"))
+faster("recordById, cache miss (100k)", lookups, "miss.ours.recordById", "miss.peer.", 4)
+faster("recordById, cache miss (1M)", big, "miss.ours.recordById", "miss.peer.", 4)
 faster("recordByTextId (100k)", lookups, "text.ours.recordByTextId", "text.peer.", 3)
 faster("BoardDirectory::idByCode", lookups, "code.ours.BoardDirectory_idByCode", "code.peer.", 3)
 faster("apply 10k updates, bid/ask, per row", updates, "update_prices.ours.apply", "update_prices.peer.", 5, 10000)
@@ -145,7 +145,10 @@ if "engine.peer.quantlib_BlackCalculator" in volat:
 cold = seconds(volat["volat_result.ours.cold"])
 parts = sum(seconds(b) for name, b in volat.items() if name.startswith("volat_result.part."))
 rows.append(("getVolatResultBySecId, 1000 options, cold", show(cold), "%s (sum of its parts alone)" % show(parts),
-             "%.2fx the parts" % (cold / parts), "<= 1.5x the parts", "met" if cold <= 1.5 * parts else "MISSED"))
+             "%.2fx the parts" % (cold / parts), "<= 1.3x the parts", "met" if cold <= 1.3 * parts else "MISSED"))
+shuffled = seconds(volat["volat_result.info.cold_shuffled"])
+rows.append(("getVolatResultBySecId, 1000 options anywhere, cold", show(shuffled), "%s (sum of its parts alone)" % show(parts),
+             "%.2fx the parts" % (shuffled / parts), "<= 1.8x the parts", "met" if shuffled <= 1.8 * parts else "MISSED"))
 warm = seconds(volat["volat_result.ours.warm"])
 rows.append(("getVolatResultBySecId, 1000 options, warm", show(warm), "%s (cold)" % show(cold),
              "%.1fx faster" % (cold / warm), ">= 20x faster than cold", "met" if cold / warm >= 20 else "MISSED"))
