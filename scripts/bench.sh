@@ -37,6 +37,7 @@ run miss-1m 1m '^miss\.'
 run volat 100k '^(engine|volat_result)\.'
 run margin 100k '^vm(_sa)?\.'
 run encode 100k '^encode\.'
+run json 100k '^json\.'
 
 # Following an exchange over the network: connecting until live against
 # loading the same snapshot from its file (and the snapshot's bytes on the
@@ -128,6 +129,10 @@ if "peak_over_settled" in big_load:
     rows.append(("peak resident memory while loading 1M", "%.0f MB" % (big_load["peak_growth_bytes"] / 1e6),
                  "%.0f MB settled" % (big_load["rss_growth_bytes"] / 1e6), "%.2fx settled" % ratio, "<= 1.25x settled",
                  "met" if ratio <= 1.25 else "MISSED"))
+parse = medians("json")
+o, p = seconds(parse["json.ours.cursor_walk"]), seconds(parse["json.peer.simdjson_ondemand_walk"])
+rows.append(("JSON, every key and value of the 100k snapshot", show(o), "%s (simdjson on-demand)" % show(p), "%.2fx the peer" % (o / p),
+             "<= 1x the peer (else simdjson)", "met" if o <= p else "MISSED"))
 m = load["load.ours.loadFile"]
 if "rss_growth_bytes" in m:
     perRow = m["rss_growth_bytes"] / m["rows"]
