@@ -137,9 +137,7 @@ public:
     // Of the stream of `firm` (empty: of the logins without a firm);
     // 0 for a firm the market's users do not name.
     quint64 lastSequence(QString const& firm) const;
-    // Whether `firm`'s copy of the table holds this row: what a session of
-    // the firm is sent of it.
-    BatchEncoder::RowFilter rowsOf(QString const& firm, QString const& table) const { return m_router.filter(firm, table); }
+    // Whom the tables' rows go to: what a session of each firm is sent.
     FirmRouter const& router() const { return m_router; }
     int sessionCount() const { return int(m_sessions.size()); }
     // What the sessions' connections hold unsent: a session is refilled up to

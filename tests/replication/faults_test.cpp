@@ -222,7 +222,7 @@ TEST_F(FaultThreads, AFollowerRestartedFromItsLastSequenceResumesThere)
     QList<quint64> applied;
     QObject::connect(&again, &ReplicationClient::batchApplied, [&](quint64 seq, QString const&) { applied << seq; });
     again.start(QStringLiteral("127.0.0.1"), x.server->port(), QStringLiteral("FA01U01"), testPassword(QStringLiteral("FA01U01")), where);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return again.state() == State::Live && again.lastApplied() == x.lastFor(f.login); }, 15000));
+    ASSERT_TRUE(caughtUp(again, x, f.login, 15000));
     ASSERT_EQ(opened.size(), 1);
     EXPECT_TRUE(opened[0][2].toBool());   // resumed, no snapshot
     ASSERT_EQ(quint64(applied.size()), x.lastFor(f.login) - where.sequence);

@@ -16,11 +16,7 @@ namespace {
 QString const kFirmA = QStringLiteral("FA01"), kFirmB = QStringLiteral("FB01");
 QString const kTraderA = QStringLiteral("FA01U01"), kSecondA = QStringLiteral("FA01U02"), kTraderB = QStringLiteral("FB01U01");
 
-QString firmOf(QString const& code)
-{
-    QString const c = code.trimmed();
-    return c.size() >= 4 ? c.left(4) : QString();
-}
+using exchange::firmOf;
 
 QString text(Record const& row, char const* column) { return row.data(QLatin1String(column)).toString().trimmed(); }
 

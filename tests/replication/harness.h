@@ -118,8 +118,14 @@ inline QMap<QString, QByteArray> checksums(Exchange const& x, QString const& log
 {
     QString const firm = x.server->router().firmOfLogin(login);
     QMap<QString, QByteArray> sums;
-    for (QString const& name : x.db.tableNames()) sums.insert(name, tableChecksum(*x.db.table(name), x.server->rowsOf(firm, name)));
+    for (QString const& name : x.db.tableNames()) sums.insert(name, tableChecksum(*x.db.table(name), x.server->router().filter(firm, name)));
     return sums;
+}
+
+// Live at the end of the stream of `login`'s firm.
+inline bool caughtUp(ReplicationClient const& client, Exchange const& x, QString const& login, int ms)
+{
+    return QTest::qWaitFor([&] { return client.state() == State::Live && client.lastApplied() == x.lastFor(login); }, ms);
 }
 
 // A terminal's side: the core's database, so that the library's directories
@@ -162,10 +168,7 @@ struct Follower
     {
         client.start(QStringLiteral("127.0.0.1"), port, login, testPassword(login), from);
     }
-    bool caughtUpWith(Exchange const& x, int ms = 15000)
-    {
-        return QTest::qWaitFor([&] { return client.state() == State::Live && client.lastApplied() == x.lastFor(login); }, ms);
-    }
+    bool caughtUpWith(Exchange const& x, int ms = 15000) { return caughtUp(client, x, login, ms); }
 };
 
 // A follower of its own database (not the core's), with a login, a password
@@ -194,10 +197,7 @@ struct Client
         client.start(QStringLiteral("127.0.0.1"), port, login, password);
     }
     // Live at the end of its firm's stream.
-    bool caughtUpWith(Exchange const& x, int ms = 15000)
-    {
-        return QTest::qWaitFor([&] { return client.state() == State::Live && client.lastApplied() == x.lastFor(login); }, ms);
-    }
+    bool caughtUpWith(Exchange const& x, int ms = 15000) { return caughtUp(client, x, login, ms); }
     bool stopped(int ms = 15000)
     {
         return QTest::qWaitFor([&] { return client.state() == State::Stopped; }, ms);
