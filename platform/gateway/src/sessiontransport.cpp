@@ -11,6 +11,11 @@
 
 namespace {
 QString transportText(char const* source) { return QCoreApplication::translate("SessionTransport", source); }
+
+QString notSent(QString const& why)
+{
+    return transportText(QT_TRANSLATE_NOOP("SessionTransport", "Транзакция не отправлена: нет связи с биржей (%1)")).arg(why);
+}
 } // namespace
 
 SessionTransport::SessionTransport(ICore* core, ReplicationClient* client, QObject* parent)
@@ -57,7 +62,7 @@ bool SessionTransport::accepts(RawTransaction const& transaction) const
 void SessionTransport::declined(QString const& why) const
 {
     // Told from the event loop, after the sender has its result, as an answer would be.
-    QString const text = transportText(QT_TRANSLATE_NOOP("SessionTransport", "Транзакция не отправлена: нет связи с биржей (%1)")).arg(why);
+    QString const text = notSent(why);
     ICore* core = m_core;
     QTimer::singleShot(0, const_cast<SessionTransport*>(this),
                        [core, text] { UserNotification(RejectedKind, UserNotification::escapedAnswer(text)).sendTo(core); });
@@ -78,7 +83,7 @@ void SessionTransport::take(RawTransaction const& transaction)
     m_pending.insert(id, transaction);
     if (!m_client->sendTransaction(id, message)) {
         // Not live since accepts(): on this thread that cannot be, but nothing is kept either way.
-        QTimer::singleShot(0, this, [this, id] { finish(id, Lost, transportText(QT_TRANSLATE_NOOP("SessionTransport", "Транзакция не отправлена: нет связи с биржей (%1)")).arg(m_client->stateText())); });
+        QTimer::singleShot(0, this, [this, id] { finish(id, Lost, notSent(m_client->stateText())); });
     }
 }
 
