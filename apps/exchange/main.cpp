@@ -127,9 +127,8 @@ int main(int argc, char** argv)
     server.setUsers(logins);
     // The sessions' transactions go to the gateway, each checked against its session's firm.
     server.setGateway(&gateway);
-    // The exchange reads none of the notifications its gateway raises; kept,
-    // they would grow with every order of the day.
-    QObject::connect(&gateway, &SimulatedGateway::answered, [&core] { core.clearNotifications(); });
+    // The exchange reads none of the notifications its gateway raises.
+    core.setKeepingNotifications(false);
     if (!common.insecure()) server.setTls(common.certificateChain(), common.privateKey());
     try {
         if (parser.isSet(journal)) {

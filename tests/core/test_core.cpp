@@ -200,3 +200,17 @@ TEST(UserNotification, SendingHandsTheTextToTheCoreWhichRecordsAndSignalsIt)
     ASSERT_EQ(spy.count(), 2);
     EXPECT_EQ(spy.at(1).at(0).toString(), QStringLiteral("Закрыт поток ликвидности S1"));
 }
+
+// A core that keeps no notifications (a server's) still tells them to its listeners.
+TEST(DefaultCoreKeeping, NotificationsNotKeptAreStillSignalled)
+{
+    DefaultCore core;
+    QStringList heard;
+    QObject::connect(core.coreSignals(), &CoreSignals::userNotification, [&](QString const& text) { heard << text; });
+    core.notify(QStringLiteral("1|kept|"), 0, nullptr, nullptr);
+    EXPECT_EQ(core.notifications(), QStringList{QStringLiteral("1|kept|")});
+    core.setKeepingNotifications(false);
+    core.notify(QStringLiteral("1|not kept|"), 0, nullptr, nullptr);
+    EXPECT_TRUE(core.notifications().isEmpty());
+    EXPECT_EQ(heard, (QStringList{QStringLiteral("1|kept|"), QStringLiteral("1|not kept|")}));
+}

@@ -28,10 +28,17 @@ void DefaultCore::notify(QString const& text, int, void*, void*)
 {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_notifications.append(text);
+        if (m_keepNotifications) m_notifications.append(text);
     }
     // Emitted unlocked: a receiver may read the list back.
     emit m_signals->userNotification(text);
+}
+
+void DefaultCore::setKeepingNotifications(bool keep)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_keepNotifications = keep;
+    if (!keep) m_notifications.clear();
 }
 
 QString DefaultCore::currentLogin() const

@@ -56,6 +56,10 @@ public:
     // Every notification text received, oldest first.
     QStringList notifications() const;
     void clearNotifications();
+    // Whether received notifications are kept for notifications() (they are
+    // by default); a server that raises one per order and reads none keeps
+    // none, so that its memory does not grow with its day.
+    void setKeepingNotifications(bool keep);
 
 private:
     std::unique_ptr<Database> m_database;
@@ -65,6 +69,7 @@ private:
     mutable std::mutex m_mutex;   // guards the login and the notification list
     QString m_login;
     QStringList m_notifications;
+    bool m_keepNotifications = true;
     std::atomic<bool> m_passwordWarning{true};
     std::atomic<int> m_passwordWarningDays{7};
 };
