@@ -101,6 +101,22 @@ struct Credentials
     }
 };
 
+// A follower of the served exchange: a database of its own and a client
+// that verifies and logs in with the exchange's credentials.
+struct BenchClient
+{
+    Database db;
+    ReplicationClient client{&db};
+    Credentials const& credentials;
+
+    BenchClient(QString const& schema, Credentials const& with) : credentials(with)
+    {
+        db.loadSchema(schema);
+        credentials.use(client);
+    }
+    void start(quint16 port, QString const& login) { client.start(QStringLiteral("127.0.0.1"), port, login, credentials.password); }
+};
+
 [[noreturn]] void fail(QString const& message)
 {
     std::fprintf(stderr, "replication-bench: %s\n", qPrintable(message));
@@ -166,6 +182,7 @@ int serve(Options const& o)
     // The exchange's own core, so that its simulated exchange takes the
     // sessions' transactions against the tables it serves.
     DefaultCore core;
+    core.setKeepingNotifications(false);   // one per order, read by nobody: as the exchange program
     Database& db = *core.database();
     SimulatedGateway gateway(&core);
     std::unique_ptr<BatchReader> log;
@@ -358,10 +375,8 @@ struct Connection
 
 Connection connectOnce(Options const& o, QString const& login, Credentials const& credentials, quint16 port)
 {
-    Database db;
-    db.loadSchema(o.schema);
-    ReplicationClient client(&db);
-    credentials.use(client);
+    BenchClient follower(o.schema, credentials);
+    ReplicationClient& client = follower.client;
     QEventLoop loop;
     Connection c;
     QString stopped;
@@ -384,7 +399,7 @@ Connection connectOnce(Options const& o, QString const& login, Credentials const
         }
     });
     QTimer::singleShot(30 * 60 * 1000, &loop, [&] { stopped = QStringLiteral("not live after 30 minutes"); loop.quit(); });
-    client.start(QStringLiteral("127.0.0.1"), port, login, credentials.password);
+    follower.start(port, login);
     loop.exec();
     client.stop();
     if (!stopped.isEmpty()) fail(QStringLiteral("connecting: ") + stopped);
@@ -495,10 +510,8 @@ struct Follower
 
     void run(Options const& o, QString const& login, Credentials const& credentials, quint16 port)
     {
-        Database db;
-        db.loadSchema(o.schema);
-        ReplicationClient client(&db);
-        credentials.use(client);
+        BenchClient follower(o.schema, credentials);
+        ReplicationClient& client = follower.client;
         QEventLoop loop;
         stamps.reserve(4096);
         QObject::connect(&client, &ReplicationClient::batchApplied, [&](quint64 sequence, QString const&) {
@@ -525,11 +538,11 @@ struct Follower
             else tick();
         });
         poll.start(5);
-        client.start(QStringLiteral("127.0.0.1"), port, login, credentials.password);
+        follower.start(port, login);
         loop.exec();
         detach();
         client.stop();
-        sums = checksums(db);
+        sums = checksums(follower.db);
     }
 
 protected:
