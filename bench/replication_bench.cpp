@@ -281,7 +281,7 @@ int serve(Options const& o)
                 QString const login = QString::fromUtf8(command.mid(10));
                 QString const firm = server.router().firmOfLogin(login);
                 for (QString const& name : db.tableNames()) {
-                    QByteArray const sum = login.isEmpty() ? tableChecksum(*db.table(name)) : tableChecksum(*db.table(name), server.rowsOf(firm, name));
+                    QByteArray const sum = login.isEmpty() ? tableChecksum(*db.table(name)) : tableChecksum(*db.table(name), server.router().filter(firm, name));
                     std::printf("checksum %s %s\n", qPrintable(name), sum.toHex().constData());
                 }
                 std::printf("checksums end\n");
