@@ -596,11 +596,17 @@ void ReplicationClient::start(QString const& host, quint16 port, QString const& 
     m_state = State::Disconnected;
     m_notifier = new QSocketNotifier(m_shared->events.descriptor(), QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &ReplicationClient::drain);
-    // Qt sets its TLS library up once per process, at first use. Done here,
-    // before the worker starts, every worker only reads what was set up,
-    // however many clients start at once.
+    // Qt sets its TLS library up, and registers the types a socket's signals
+    // carry, once per process, at first use. Done here, before the worker
+    // starts, every worker only reads what was set up, however many clients
+    // start at once.
     QSslSocket::supportsSsl();
     (void)QSslConfiguration::defaultConfiguration();
+    static bool const socketTypesRegistered = [] {
+        QSslSocket registering;
+        return true;
+    }();
+    (void)socketTypesRegistered;
     // A thread of the standard library, like the file reader's: its start and
     // join are what every thread checker sees; the link, its socket and its
     // timers are made, run and destroyed on it.
