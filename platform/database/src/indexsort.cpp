@@ -113,11 +113,13 @@ int lowerBoundIn(unsigned char const* keys, int count, unsigned char const* prob
     return int(std::size_t(base - keys) / width) + (keyBefore<W, Upper>(base, probe, width) ? 1 : 0);
 }
 
+// Write: the lines are fetched to be written (a row about to be referenced).
+template <int Write = 0>
 inline void prefetchRange(void const* from, std::size_t bytes)
 {
     auto at = reinterpret_cast<std::uintptr_t>(from) & ~std::uintptr_t(63);
     for (auto end = reinterpret_cast<std::uintptr_t>(from) + bytes; at < end; at += 64)
-        __builtin_prefetch(reinterpret_cast<void const*>(at));
+        __builtin_prefetch(reinterpret_cast<void const*>(at), Write);
 }
 
 // The one search over key copies: the bound of a probe over the whole list
@@ -279,7 +281,14 @@ int IndexSort::searchKeyCopyLocked(unsigned char const* probe, int after, Record
     int pos = boundByKeys<false>(m_records, low, probe, &part, &offset);
     if (pos >= m_records.count()) return -1;
     if (std::memcmp(m_records.keyAt(part, offset), probe, std::size_t(m_records.keyWidth())) != 0) return -1;
-    if (found) *found = m_records.partitionAt(part).items[std::size_t(offset)];
+    if (found) {
+        // Taking the reference writes the row's first line, an atomic that
+        // later loads cannot pass: fetch the whole row first, so that the
+        // caller's reads of its columns wait on memory together with it.
+        Record const& item = m_records.partitionAt(part).items[std::size_t(offset)];
+        if (m_table) prefetchRange<1>(item.row(), std::size_t(m_table->rowSize()));
+        *found = item;
+    }
     return pos;
 }
 
