@@ -2,6 +2,8 @@
 
 #include "masterindex.h"
 
+#include <absl/container/flat_hash_map.h>
+
 #include <algorithm>
 #include <mutex>
 #include <vector>
@@ -115,72 +117,54 @@ void StockDirectory::dependentEndUpdate(Table*) { Q_EMIT dataChanged(); }
 
 // ---- StockSecDirectory ------------------------------------------------------
 
+// The pair packed in 12 bytes, so that an entry with its decimals takes 16.
+struct StockSecDirectory::Decimals
+{
+    struct Key
+    {
+        int stock;
+        std::uint32_t secLow;
+        std::int32_t secHigh;
+        Key(int s, long long secId) : stock(s), secLow(std::uint32_t(secId)), secHigh(std::int32_t(secId >> 32)) {}
+        bool operator==(Key const& o) const { return stock == o.stock && secLow == o.secLow && secHigh == o.secHigh; }
+        template <class H>
+        friend H AbslHashValue(H h, Key const& k)
+        {
+            return H::combine(std::move(h), k.stock, k.secLow, k.secHigh);
+        }
+    };
+    absl::flat_hash_map<Key, int> byKey;
+};
+
 StockSecDirectory::StockSecDirectory(QObject* parent)
-    : Directory(parent, staticMetaObject)
+    : Directory(parent, staticMetaObject), m_decimalsByKey(std::make_unique<Decimals>())
 {
     resolveColumns({{m_stockId, "stock_id"}, {m_secId, "sec_id"}, {m_decimals, "decimals"}});
     // Registered after the table was filled, so the rows so far come from here.
     build();
 }
 
+StockSecDirectory::~StockSecDirectory() = default;
+
 int StockSecDirectory::decimalsById(int stock, long long secId) const
 {
     DIRECTORY_UPDATING_THREAD_ONLY();
-    int part = 0, offset = 0;
-    if (!locate(Key{stock, secId}, part, offset)) return 0;
-    return m_decimalsByKey.partitionAt(part).items[std::size_t(offset)].decimals;
+    auto it = m_decimalsByKey->byKey.find(Decimals::Key(stock, secId));
+    return it == m_decimalsByKey->byKey.end() ? 0 : it->second;
 }
 
-StockSecDirectory::Key StockSecDirectory::keyOf(Record const& record) const
+// Stores the pair's decimals and tells of it, unless it held them already.
+void StockSecDirectory::store(int stock, long long secId, int decimals)
 {
-    return Key{record.data(m_stockId).toInteger(), record.data(m_secId).toInteger64()};
+    auto [it, added] = m_decimalsByKey->byKey.try_emplace(Decimals::Key(stock, secId), decimals);
+    if (!added) {
+        if (it->second == decimals) return;
+        it->second = decimals;
+    }
+    Q_EMIT dataChanged(stock, secId);
 }
 
-bool StockSecDirectory::locate(Key const& key, int& part, int& offset) const
-{
-    // Without branches on the comparisons: the search waits on memory, not
-    // on mispredicted jumps.
-    auto before = [](Entry const& e, Key const& k) {
-        return (e.stock < k.stock) | ((e.stock == k.stock) & (e.secId < k.secId));
-    };
-    int parts = m_decimalsByKey.partitionCount();
-    int lo = 0, hi = parts;
-    while (lo < hi) {
-        int mid = lo + (hi - lo) / 2;
-        if (before(m_decimalsByKey.partitionAt(mid).items.back(), key)) lo = mid + 1;
-        else hi = mid;
-    }
-    if (lo == parts) {
-        // Past every pair: at the end of the last block.
-        part = parts ? parts - 1 : 0;
-        offset = parts ? m_decimalsByKey.partitionAt(part).count() : 0;
-        return false;
-    }
-    auto const& items = m_decimalsByKey.partitionAt(lo).items;
-    Entry const* base = items.data();
-    for (std::size_t n = items.size(); n > 1;) {
-        std::size_t half = n / 2;
-        base = before(base[half], key) ? base + half : base;
-        n -= half;
-    }
-    part = lo;
-    offset = int(base - items.data()) + (before(*base, key) ? 1 : 0);
-    Entry const& e = items[std::size_t(offset)];
-    return e.stock == key.stock && e.secId == key.secId;
-}
-
-void StockSecDirectory::storeAt(Key const& key, int decimals, bool found, int part, int offset)
-{
-    Entry entry;
-    entry.stock = key.stock;
-    entry.secId = key.secId;
-    entry.decimals = decimals;
-    if (found) m_decimalsByKey.replaceAt(part, offset, entry);
-    else m_decimalsByKey.insertAt(part, offset, entry);
-    Q_EMIT dataChanged(key.stock, key.secId);
-}
-
-void StockSecDirectory::clear() { m_decimalsByKey.clear(); }
+void StockSecDirectory::clear() { m_decimalsByKey->byKey.clear(); }
 
 void StockSecDirectory::build()
 {
@@ -188,50 +172,27 @@ void StockSecDirectory::build()
     if (!t) return;
     {
         std::lock_guard<Table const> lock(*t);
-        // Sorted once and packed, rather than inserted pair by pair; of
-        // pairs seen twice the later row wins, as it would by inserting.
-        std::vector<Entry> all;
-        for (int p = 0; p < m_decimalsByKey.partitionCount(); ++p)
-            for (Entry const& e : m_decimalsByKey.partitionAt(p).items) all.push_back(e);
-        for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it) {
-            if (!filter(*it)) continue;
-            Entry e;
-            Key k = keyOf(*it);
-            e.stock = k.stock;
-            e.secId = k.secId;
-            e.decimals = it->data(m_decimals).toInteger();
-            all.push_back(e);
-        }
-        auto less = [](Entry const& a, Entry const& b) { return a.key() < b.key(); };
-        std::stable_sort(all.begin(), all.end(), less);
-        std::vector<Entry> unique;
-        unique.reserve(all.size());
-        for (Entry const& e : all) {
-            if (!unique.empty() && !less(unique.back(), e)) unique.back() = e;
-            else unique.push_back(e);
-        }
-        m_decimalsByKey.assign(std::move(unique));
+        auto& byKey = m_decimalsByKey->byKey;
+        byKey.reserve(byKey.size() + std::size_t(t->rowCount()));
+        // Of pairs seen twice the later row wins, as it would by inserting.
+        for (auto it = t->masterIndex()->begin(); it != t->masterIndex()->end(); ++it)
+            if (filter(*it))
+                byKey.insert_or_assign(Decimals::Key(it->data(m_stockId).toInteger(), it->data(m_secId).toInteger64()),
+                                       it->data(m_decimals).toInteger());
     }
     Q_EMIT dataChanged(0, 0);
 }
 
 void StockSecDirectory::add(Record const& record)
 {
-    Key key = keyOf(record);
-    int decimals = record.data(m_decimals).toInteger();
-    int part = 0, offset = 0;
-    bool found = locate(key, part, offset);
-    if (found && m_decimalsByKey.partitionAt(part).items[std::size_t(offset)].decimals == decimals) return;
-    storeAt(key, decimals, found, part, offset);
+    store(record.data(m_stockId).toInteger(), record.data(m_secId).toInteger64(), record.data(m_decimals).toInteger());
 }
 
 void StockSecDirectory::remove(Record const& record, int)
 {
-    Key key = keyOf(record);
-    int part = 0, offset = 0;
-    if (!locate(key, part, offset)) return;
-    m_decimalsByKey.removeAt(part, offset);
-    Q_EMIT dataChanged(key.stock, key.secId);
+    int stock = record.data(m_stockId).toInteger();
+    long long secId = record.data(m_secId).toInteger64();
+    if (m_decimalsByKey->byKey.erase(Decimals::Key(stock, secId))) Q_EMIT dataChanged(stock, secId);
 }
 
 void StockSecDirectory::update(Record const& record, int firstColumn, int lastColumn, int position)
@@ -243,12 +204,12 @@ void StockSecDirectory::update(Record const& record, int firstColumn, int lastCo
     // Most updates are prices: a batch whose changed columns stop short of
     // "decimals" cannot have changed it, so the map is not even consulted.
     if (firstColumn >= 0 && lastColumn >= 0 && (m_decimals < firstColumn || m_decimals > lastColumn)) return;
-    Key key = keyOf(record);
+    int stock = record.data(m_stockId).toInteger();
+    long long secId = record.data(m_secId).toInteger64();
     int decimals = record.data(m_decimals).toInteger();
-    int part = 0, offset = 0;
-    bool found = locate(key, part, offset);
-    int stored = found ? m_decimalsByKey.partitionAt(part).items[std::size_t(offset)].decimals : 0;
-    if (stored != decimals) storeAt(key, decimals, found, part, offset);
+    // A pair it does not know reads as 0 decimals already.
+    auto it = m_decimalsByKey->byKey.find(Decimals::Key(stock, secId));
+    if ((it == m_decimalsByKey->byKey.end() ? 0 : it->second) != decimals) store(stock, secId, decimals);
 }
 
 bool StockSecDirectory::filter(Record const&) const { return true; }

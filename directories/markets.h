@@ -7,7 +7,7 @@
 
 #include <QChar>
 #include <QList>
-#include <database/partitionlist.h>
+#include <memory>
 #include <QObject>
 #include <QString>
 
@@ -71,6 +71,7 @@ class DIRECTORY_EXPORT StockSecDirectory : public Directory
     DIRECTORY_SINGLETON(StockSecDirectory)
 public:
     explicit StockSecDirectory(QObject* parent);
+    ~StockSecDirectory() override;
 
     // 0 when the pair is unknown.
     int decimalsById(int stock, long long secId) const;
@@ -87,31 +88,15 @@ Q_SIGNALS:
     void dataChanged(int stock, long long secId);
 
 private:
-    struct Key
-    {
-        int stock;
-        long long secId;
-        bool operator<(Key const& o) const { return stock != o.stock ? stock < o.stock : secId < o.secId; }
-    };
-    // One pair and its decimals: 16 bytes. The ordered map keeps them in
-    // sorted blocks rather than a node per pair, which would cost four
-    // times as much for a table of a hundred thousand securities.
-    struct Entry
-    {
-        int stock = 0;
-        int decimals = 0;
-        long long secId = 0;
-        Key key() const { return Key{stock, secId}; }
-    };
-    Key keyOf(Record const& record) const;
-    // Where `key` is or would go; true when it is there.
-    bool locate(Key const& key, int& part, int& offset) const;
-    void storeAt(Key const& key, int decimals, bool found, int part, int offset);
+    struct Decimals;
+    void store(int stock, long long secId, int decimals);
 
     int m_stockId = -1;
     int m_secId = -1;
     int m_decimals = -1;
-    PartitionList<Entry> m_decimalsByKey;
+    // Pair to decimals: a flat hash, one line per lookup, since a batch that
+    // changes "decimals" looks up every row's pair.
+    std::unique_ptr<Decimals> m_decimalsByKey;
 };
 
 // A board named by its market and its number.

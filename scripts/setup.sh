@@ -13,7 +13,8 @@ packages=(build-essential cmake qtbase5-dev qttools5-dev qttools5-dev-tools libg
           libargon2-dev     # the exchange's password hashes
           openssl           # the replication tests' certificates, made when they run
           libquantlib0-dev  # independent option prices for the engine's tests and benchmark
-          libsimdjson-dev)  # the JSON parser the benchmark measures the database's own against
+          libsimdjson-dev   # the JSON parser the benchmark measures the database's own against
+          libabsl-dev)      # flat hash maps
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
