@@ -211,12 +211,22 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
                 // Known to exist only through the overlay (a dry run): nothing to fold into.
                 break;
             }
-            if (e.update < 0) {
+            bool first = e.update < 0;
+            if (first) {
                 e.update = int(plan.updates.size());
                 if (plan.updates.empty()) plan.updates.reserve(batch.ops.size());
-                plan.updates.push_back({e.row, Record(table), int(plan.updateColumns.size()), 0});
+                plan.updates.push_back({e.row, op.image, int(plan.updateColumns.size()), 0, false});
             }
             BatchPlan::Update& u = plan.updates[std::size_t(e.update)];
+            if (!first && !u.ownImage) {
+                // A second operation on the row: the values so far move to
+                // an image of the plan's own, which the later ones overwrite.
+                Record own(table);
+                for (int k = 0; k < u.columnCount; ++k)
+                    copyColumn(table, own.row(), u.image.row(), plan.updateColumns[std::size_t(u.firstColumn + k)]);
+                u.image = own;
+                u.ownImage = true;
+            }
             if (u.firstColumn + u.columnCount != int(plan.updateColumns.size())) {
                 // A later operation on an earlier row: its run moves to the
                 // end, where it can grow.
@@ -227,7 +237,7 @@ BatchPlan BatchApplier::plan(Batch const& batch, KeyOverlay* overlay, bool keysO
             }
             for (int c : op.columns) {
                 if (table->keyColumnNumbers().contains(c)) continue;
-                copyColumn(table, u.image.row(), op.image.row(), c);
+                if (u.ownImage) copyColumn(table, u.image.row(), op.image.row(), c);
                 auto runBegin = plan.updateColumns.begin() + u.firstColumn;
                 if (std::find(runBegin, runBegin + u.columnCount, c) != runBegin + u.columnCount) continue;
                 plan.updateColumns.push_back(c);

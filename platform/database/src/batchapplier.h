@@ -22,7 +22,10 @@ struct BatchPlan
     std::vector<Record> inserts;         // images of new rows
     // An updated row, its new values and the columns they change: a run of
     // `columnCount` numbers in updateColumns from `firstColumn`.
-    struct Update { Record row; Record image; int firstColumn = 0; int columnCount = 0; };
+    // `image` holds the new values of the update's columns: the operation's
+    // own decoded row while one operation changes the row (`ownImage`
+    // false, never written), a copy of the plan's when a second one does.
+    struct Update { Record row; Record image; int firstColumn = 0; int columnCount = 0; bool ownImage = false; };
     std::vector<Update> updates;
     std::vector<int> updateColumns;      // one allocation for every update's columns
     std::vector<Record> deletes;
