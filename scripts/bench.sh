@@ -38,6 +38,10 @@ run volat 100k '^(engine|volat_result)\.'
 run margin 100k '^vm(_sa)?\.'
 run encode 100k '^encode\.'
 run json 100k '^json\.'
+# The key-copy search beside the layouts it was measured against (the
+# library's own is the fences).
+run layouts 100k '^layout\.'
+run layouts-1m 1m '^layout\.'
 
 # Following an exchange over the network: connecting until live against
 # loading the same snapshot from its file (and the snapshot's bytes on the
@@ -214,6 +218,11 @@ def longest(name):
 live, replay = longest("terminal-follow.txt"), longest("terminal-stall.txt")
 rows.append(("terminal's longest stall following the 100k day live", show(live / 1e3), "%s (replaying it from file)" % show(replay / 1e3),
              "%.2fx the replay" % (live / replay), "< 50 ms", "met" if live < 50 else "MISSED"))
+
+small, large = medians("layouts"), medians("layouts-1m")
+print("Search layouts, one lookup (100k / 1M): " + ", ".join(
+    "%s %s / %s" % (name.split(".")[1], show(seconds(small[name])), show(seconds(large[name])))
+    for name in sorted(small, key=lambda n: seconds(large.get(n, small[n]))) if name in large))
 
 head = ("figure", "ours", "peer", "ratio", "target", "")
 widths = [max(len(str(r[i])) for r in rows + [head]) for i in range(len(head))]
