@@ -27,6 +27,7 @@ MasterIndex_Column_Pure* MasterIndex_Column_Cached::fallback(Table* table, QStri
     return new MasterIndex_Column_Cached(table, columns);
 }
 
+template class MasterIndex_Struct_Cached<int>;
 template class MasterIndex_Struct_Cached<int, int, int>;
 template class MasterIndex_Struct_Cached<int, int, long long>;
 template class MasterIndex_Struct_Cached<ucharn<12>>;

@@ -366,6 +366,7 @@ public:
     }
 };
 
+extern template class MasterIndex_Struct_Cached<int>;
 extern template class MasterIndex_Struct_Cached<int, int, int>;
 extern template class MasterIndex_Struct_Cached<int, int, long long>;
 extern template class MasterIndex_Struct_Cached<ucharn<12>>;

@@ -1,5 +1,6 @@
 #include "volatility.h"
 
+#include "cachedindex.h"
 #include "masterindex.h"
 
 namespace {
@@ -35,7 +36,9 @@ VolatCoeffDirectory::VolatCoeffDirectory(QObject* parent, QMetaObject const& cls
     resolveColumns({{m_optionSeriesId, "option_series_id"}, {m_a, "a"}, {m_b, "b"}, {m_c, "c"}, {m_d, "d"},
                     {m_e, "e"}, {m_s, "s"}});
     QSharedPointer<Table> t = table();
-    m_index = ownIndex(new MasterIndex_Column(t.data(), QList<int>{m_optionSeriesId}));
+    // Typed, with key copies and a cache: an option board asks for the same
+    // series over and over, a market-wide pass for every series in turn.
+    m_index = ownIndex(MasterIndex_Struct_Cached<int>::create(t.data(), QStringList{QStringLiteral("option_series_id")}));
     m_index->build();
     m_byId = DirectoryKey<int>(t, m_index, {m_optionSeriesId});
 }

@@ -69,7 +69,7 @@ private:
 
     QString m_tableName;
     int m_optionSeriesId = -1, m_a = -1, m_b = -1, m_c = -1, m_d = -1, m_e = -1, m_s = -1;
-    MasterIndex_Column* m_index = nullptr;
+    MasterIndex_Column_Pure* m_index = nullptr;
     DirectoryKey<int> m_byId;
 };
 
