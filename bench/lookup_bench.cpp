@@ -63,6 +63,35 @@ void hitOurs(benchmark::State& state)
     reportSearches(state, searches);
 }
 
+// The parts of a cached hit, each alone: the cached index's own lookup (its
+// mutex, its hash, the record), and the table reference every directory
+// lookup takes from its weak pointer first (the table may be gone).
+void hitPartCachedIndex(benchmark::State& state)
+{
+    bench::ensureMarketLoaded();
+    SecurityMaster const* master = typedMaster();
+    if (!master) return state.SkipWithError("securities has no typed cached master index");
+    std::vector<SecurityKeyStruct> keys;
+    for (SecurityKey const& k : fewKeys()) keys.emplace_back(k.stock, k.board, k.secId);
+    for (auto const& k : keys)
+        if (master->findKey(k, -1).isEmpty()) return state.SkipWithError("a known key was not found");
+    std::size_t i = 0;
+    for (auto _ : state) {
+        Record r = master->findKey(keys[i++ & 7], -1);
+        benchmark::DoNotOptimize(r.row());
+    }
+}
+
+void hitPartTableReference(benchmark::State& state)
+{
+    bench::ensureMarketLoaded();
+    QWeakPointer<Table> weak = securities();
+    for (auto _ : state) {
+        QSharedPointer<Table> t = weak.toStrongRef();
+        benchmark::DoNotOptimize(t.data());
+    }
+}
+
 // A bare hash of every row under a mutex: the least a thread-safe lookup by
 // key can cost.
 void hitPeerHash(benchmark::State& state)
@@ -272,6 +301,8 @@ void codePeer(benchmark::State& state)
 int const registered = [] {
     benchmark::RegisterBenchmark("hit.ours.recordById", hitOurs);
     benchmark::RegisterBenchmark("hit.peer.qhash_qmutex", hitPeerHash);
+    benchmark::RegisterBenchmark("hit.part.cached_index", hitPartCachedIndex);
+    benchmark::RegisterBenchmark("hit.part.table_reference", hitPartTableReference);
     benchmark::RegisterBenchmark("miss.ours.recordById", missOurs);
     benchmark::RegisterBenchmark("miss.part.search_only", missSearchOnly);
     benchmark::RegisterBenchmark("miss.peer.sqlite_composite_pk", missPeer, bench::KeyForm::Composite);
