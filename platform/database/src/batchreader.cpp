@@ -93,8 +93,9 @@ BatchReader::BatchReader(Database const& db, QString const& path, qint64 maxLine
     }
     m_lines.reset(new LineSource(m_file, m_maxLineBytes));
     int const threads = decoders > 0 ? decoders : defaultDecoders();
-    // A few batches waiting per thread, and the one it decodes.
-    m_window = (kQueueDepth + 1) * threads;
+    // A few batches waiting, and the one each thread decodes: more waiting
+    // would only hold memory, since the consumer is the slower side.
+    m_window = kQueueDepth + threads;
     for (int i = 0; i < threads; ++i) m_threads.emplace_back([this] { run(); });
 }
 

@@ -66,7 +66,7 @@ public:
 
 private:
     class LineSource;
-    // Batches read but not yet taken, per decoding thread.
+    // Batches decoded and waiting for the consumer, at most.
     static constexpr qint64 kQueueDepth = 4;
     void run();
     bool takeReady(Item& item);   // under m_mutex
