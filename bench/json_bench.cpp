@@ -1,10 +1,8 @@
-// Reading the snapshot's batch lines: the database's own JSON cursor against
-// simdjson's on-demand parser (Debian's libsimdjson-dev), each walking every
-// key and value of every line: strings unescaped, literals read, numbers
-// read as checked text by ours and converted by simdjson. Neither builds
-// rows: this is the parsing alone, the part a parser library would replace.
+// Reading the snapshot's batch lines with simdjson's on-demand parser, the
+// one the batch decoder reads through, walking every key and value of every
+// line: strings unescaped, literals read, numbers converted. No rows are
+// built: this is the parsing alone, the floor under the decoder's time.
 #include "market.h"
-#include "json.h"
 
 #include <QFile>
 #include <benchmark/benchmark.h>
@@ -41,45 +39,6 @@ Lines const& snapshotLines()
     return read;
 }
 
-void walkOurs(JsonCursor& c, std::string& scratch, std::size_t& touched)
-{
-    switch (c.peek()) {
-    case JsonCursor::Object:
-        c.expect('{');
-        if (c.tryConsume('}')) return;
-        do {
-            c.readString(scratch);
-            touched += scratch.size();
-            c.expect(':');
-            walkOurs(c, scratch, touched);
-        } while (c.tryConsume(','));
-        c.expect('}');
-        return;
-    case JsonCursor::Array:
-        c.expect('[');
-        if (c.tryConsume(']')) return;
-        do walkOurs(c, scratch, touched); while (c.tryConsume(','));
-        c.expect(']');
-        return;
-    case JsonCursor::String:
-        c.readString(scratch);
-        touched += scratch.size();
-        return;
-    case JsonCursor::Number: {
-        char const* b;
-        char const* e;
-        c.readNumber(b, e);
-        touched += std::size_t(e - b);
-        return;
-    }
-    case JsonCursor::True: case JsonCursor::False: case JsonCursor::Null:
-        c.readLiteral(c.peek());
-        ++touched;
-        return;
-    case JsonCursor::End: c.fail(QStringLiteral("unexpected end of line"));
-    }
-}
-
 void walkSimdjson(simdjson::ondemand::value v, std::size_t& touched)
 {
     switch (v.type().value()) {
@@ -98,23 +57,6 @@ void walkSimdjson(simdjson::ondemand::value v, std::size_t& touched)
     case simdjson::ondemand::json_type::null: touched += v.is_null() ? 1 : 2; return;
     }
 }
-
-void parseOurs(benchmark::State& state)
-{
-    Lines const& l = snapshotLines();
-    if (l.lines.empty()) return state.SkipWithError("no snapshot");
-    std::string scratch;
-    for (auto _ : state) {
-        std::size_t touched = 0;
-        for (auto const& [offset, length] : l.lines) {
-            JsonCursor c(l.text.data() + offset, l.text.data() + offset + length);
-            walkOurs(c, scratch, touched);
-        }
-        benchmark::DoNotOptimize(touched);
-    }
-    state.SetBytesProcessed(qint64(state.iterations()) * qint64(l.text.size()));
-}
-BENCHMARK(parseOurs)->Name("json.ours.cursor_walk")->Unit(benchmark::kMillisecond);
 
 void parsePeer(benchmark::State& state)
 {

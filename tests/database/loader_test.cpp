@@ -226,3 +226,57 @@ TEST(LoaderThreads, IndexFailuresDoNotStopALoad)
         EXPECT_EQ(failing.keys, QStringList({"1", "3", "4"})) << atomically;
     }
 }
+
+// Several decoding threads hand the batches out in file order, however their
+// decoding times interleave (every fifth line is thousands of rows, the rest
+// one), and nothing after the first faulty line, though later lines (a fault
+// among them) are decoded before it is taken. A consumer that stops early
+// leaves the threads waiting for room, and lets them go.
+TEST(LoaderThreads, ManyDecodingThreadsHandOutBatchesInFileOrderUpToTheFirstFault)
+{
+    QTemporaryDir dir;
+    auto line = [](int id) {
+        QByteArray text = QStringLiteral(R"({"table":"items","ops":[{"insert":{"grp":1,"id":%1}})").arg(id).toUtf8();
+        for (int k = 1; id % 5 == 1 && k <= 3000; ++k)
+            text += QStringLiteral(R"(,{"insert":{"grp":2,"id":%1,"name":"x"}})").arg(id * 10000 + k).toUtf8();
+        return text + "]}\n";
+    };
+    QByteArray good, faulty;
+    for (int id = 1; id <= 60; ++id) {
+        good += line(id) + (id % 7 ? "" : "\n");   // blank lines are skipped
+        faulty += id == 32 ? QByteArray("{\"table\":\"items\",\"ops\":[{\"insert\":{\"grp\":1,\"id\":01}}]}\n")
+                  : id == 45 ? QByteArray("{oops\n")
+                             : line(id);
+    }
+    QString const goodPath = writeFile(dir, "good.jsonl", good);
+    QString const faultyPath = writeFile(dir, "faulty.jsonl", faulty);
+    TestDb t;
+    for (int decoders : {1, 2, 4}) {
+        for (QString const& path : {goodPath, faultyPath}) {
+            BatchReader reader(t.db, path, BatchReader::kMaxLineBytes, decoders);
+            BatchReader::Item item;
+            QList<qint64> ids;
+            QString error;
+            qint64 lastBytes = 0;
+            while (reader.next(item)) {
+                if (!item.error.isEmpty()) {
+                    EXPECT_TRUE(error.isEmpty()) << "a second error: " << item.error.toStdString();
+                    error = item.error;
+                    continue;
+                }
+                EXPECT_GT(item.bytesRead, lastBytes);
+                lastBytes = item.bytesRead;
+                ids << item.batch.ops.front().image.data("id").rawInt64();
+            }
+            EXPECT_TRUE(reader.atEnd());
+            QList<qint64> expected;
+            for (qint64 id = 1; id <= (path == goodPath ? 60 : 31); ++id) expected << id;
+            EXPECT_EQ(ids, expected) << decoders;
+            EXPECT_EQ(error.toStdString(), path == goodPath ? std::string() : (faultyPath + ":32: row 1: bad JSON at byte 49: bad number").toStdString()) << decoders;
+        }
+        BatchReader early(t.db, goodPath, BatchReader::kMaxLineBytes, decoders);
+        BatchReader::Item item;
+        ASSERT_TRUE(early.next(item));
+        EXPECT_TRUE(item.error.isEmpty());
+    }
+}

@@ -2,12 +2,14 @@
 #include <database/database.h>
 #include <database/exception.h>
 #include "datetimetext.h"
-#include "json.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <string>
+#include <memory>
+#include <simdjson.h>
+#include <string_view>
 #include <unordered_map>
 
 namespace {
@@ -96,84 +98,254 @@ BatchDecoder::BatchDecoder(Database const& database) : m_database(database) {}
 
 namespace {
 
+namespace sj = simdjson::ondemand;
+
+// A fault in the text itself, at the byte it was found.
+struct JsonFault
+{
+    QString reason;
+    char const* at;
+};
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+// The parser takes a number's text as it is: the grammar is checked here,
+// so that "01", "1.", "1e" or "-" never reach a column.
+bool isJsonNumber(std::string_view t)
+{
+    std::size_t i = 0, n = t.size();
+    auto digits = [&] { std::size_t s = i; while (i < n && isDigit(t[i])) ++i; return i > s; };
+    if (i < n && t[i] == '-') ++i;
+    if (i < n && t[i] == '0') ++i;
+    else if (!digits()) return false;
+    if (i < n && t[i] == '.') { ++i; if (!digits()) return false; }
+    if (i < n && (t[i] == 'e' || t[i] == 'E')) {
+        ++i;
+        if (i < n && (t[i] == '+' || t[i] == '-')) ++i;
+        if (!digits()) return false;
+    }
+    return i == n;
+}
+
+std::string_view trimmedToken(std::string_view t)
+{
+    while (!t.empty() && (t.back() == ' ' || t.back() == '\t' || t.back() == '\r' || t.back() == '\n')) t.remove_suffix(1);
+    return t;
+}
+
+// The parser refuses a line as a whole for these; the byte is found here,
+// on the refused line only.
+char const* firstBadUtf8(char const* p, char const* end)
+{
+    auto const* u = reinterpret_cast<unsigned char const*>(p);
+    auto const* e = reinterpret_cast<unsigned char const*>(end);
+    while (u < e) {
+        unsigned char const c = *u;
+        int more = 0;
+        unsigned lo = 0x80, hi = 0xBF;
+        if (c < 0x80) { ++u; continue; }
+        if (c >= 0xC2 && c <= 0xDF) more = 1;
+        else if (c == 0xE0) { more = 2; lo = 0xA0; }
+        else if (c == 0xED) { more = 2; hi = 0x9F; }   // no encoded surrogates
+        else if (c >= 0xE1 && c <= 0xEF) more = 2;
+        else if (c == 0xF0) { more = 3; lo = 0x90; }
+        else if (c >= 0xF1 && c <= 0xF3) more = 3;
+        else if (c == 0xF4) { more = 3; hi = 0x8F; }
+        else return reinterpret_cast<char const*>(u);
+        for (int k = 1; k <= more; ++k) {
+            unsigned const b = u + k < e ? u[k] : 0;
+            if (b < (k == 1 ? lo : 0x80) || b > (k == 1 ? hi : 0xBF)) return reinterpret_cast<char const*>(u);
+        }
+        u += more + 1;
+    }
+    return p;
+}
+
+char const* firstRawControlInString(char const* p, char const* end)
+{
+    bool inString = false;
+    for (char const* q = p; q < end; ++q) {
+        auto const c = static_cast<unsigned char>(*q);
+        if (!inString) { inString = c == '"'; continue; }
+        if (c < 0x20) return q;
+        if (c == '\\') ++q;
+        else if (c == '"') inString = false;
+    }
+    return p;
+}
+
+// Each thread keeps its parser and padded copy between lines; past this
+// many bytes of line they are let go after the line, so that one long
+// line does not pin its memory for the thread's life.
+constexpr std::size_t kKeptCapacity = std::size_t(1) << 20;
+
+struct Scratch
+{
+    sj::parser parser;
+    std::unique_ptr<char[]> padded;
+    std::size_t paddedSize = 0;
+};
+
+[[noreturn]] void refuseLine(QString const& origin, QString const& where, char const* text, JsonFault const& f)
+{
+    throw Exception(QStringLiteral("%1: %2bad JSON at byte %3: %4").arg(origin, where).arg(f.at - text + 1).arg(f.reason));
+}
+
 class Decoder
 {
 public:
-    Decoder(Database const& db, QByteArray const& line) : m_db(db), m_cur(line.constData(), line.constData() + line.size()) {}
+    Decoder(Database const& db, char const* begin, std::size_t length, sj::document& doc)
+        : m_db(db), m_begin(begin), m_end(begin + length), m_doc(doc)
+    {
+    }
 
     Batch run(QString const& origin)
     {
         Batch batch;
         batch.origin = origin;
-        m_cur.expect('{');
-        char const* opsAt = nullptr;
-        bool seenTable = false, seenOps = false;
-        if (!m_cur.tryConsume('}')) {
-            do {
-                m_cur.readString(m_key);
-                m_cur.expect(':');
-                if (m_key == "table") {
-                    if (seenTable) m_cur.fail(QStringLiteral("\"table\" given twice"));
-                    seenTable = true;
-                    if (m_cur.peek() != JsonCursor::String) m_cur.fail(QStringLiteral("\"table\" must be a string"));
-                    m_cur.readString(m_text);
-                    QString name = QString::fromUtf8(m_text.data(), int(m_text.size()));
-                    batch.table = m_db.table(name);
-                    if (!batch.table) throw Exception(QStringLiteral("%1: unknown table '%2'").arg(origin, name));
-                } else if (m_key == "ops") {
-                    if (seenOps) m_cur.fail(QStringLiteral("\"ops\" given twice"));
-                    seenOps = true;
-                    if (batch.table) readOps(batch);
-                    else { opsAt = m_cur.position(); m_cur.skipValue(); }
-                } else {
-                    m_cur.fail(QStringLiteral("unknown key \"%1\"").arg(QString::fromStdString(m_key)));
-                }
-            } while (m_cur.tryConsume(','));
-            m_cur.expect('}');
+        sj::object root = rootObject();
+        bool seenTable = false, seenOps = false, opsLater = false;
+        for (auto member : root) {
+            sj::field field;
+            check(std::move(member).get(field));
+            char const* const keyAt = keyPosition(field);
+            std::string_view const key = keyOf(field);
+            sj::value& v = field.value();
+            if (key == "table") {
+                if (seenTable) fault(QStringLiteral("\"table\" given twice"), keyAt);
+                seenTable = true;
+                if (typeOf(v) != sj::json_type::string) fault(QStringLiteral("\"table\" must be a string"), v.raw_json_token().data());
+                std::string_view const text = stringOf(v);
+                QString name = QString::fromUtf8(text.data(), int(text.size()));
+                batch.table = m_db.table(name);
+                if (!batch.table) throw Exception(QStringLiteral("%1: unknown table '%2'").arg(origin, name));
+            } else if (key == "ops") {
+                if (seenOps) fault(QStringLiteral("\"ops\" given twice"), keyAt);
+                seenOps = true;
+                // Before the table is known its rows cannot be read: passed
+                // over now, read on a second pass.
+                if (batch.table) readOps(batch, v);
+                else opsLater = true;
+            } else {
+                fault(QStringLiteral("unknown key \"%1\"").arg(QString::fromUtf8(key.data(), int(key.size()))), keyAt);
+            }
         }
-        if (!m_cur.atEnd()) m_cur.fail(QStringLiteral("text after the batch"));
+        char const* after = nullptr;
+        if (!m_doc.current_location().get(after) && after < m_end) fault(QStringLiteral("text after the batch"), after);
         if (!seenTable) throw Exception(QStringLiteral("%1: the batch names no table").arg(origin));
         if (!seenOps) throw Exception(QStringLiteral("%1: the batch has no \"ops\"").arg(origin));
-        if (opsAt) {
-            JsonCursor saved = m_cur;
-            m_cur.seek(opsAt);
-            readOps(batch);
-            m_cur = saved;
+        if (opsLater) {
+            m_doc.rewind();
+            for (auto member : rootObject()) {
+                sj::field field;
+                check(std::move(member).get(field));
+                if (keyOf(field) == "ops") { readOps(batch, field.value()); break; }
+            }
         }
         return batch;
     }
 
-    int row() const { return m_row; }
+    // The operation a fault lies in, 0 outside the operations.
+    int row() const { return m_inOps ? m_row : 0; }
 
 private:
-    void readOps(Batch& batch)
+    [[noreturn]] void fault(QString const& reason, char const* at) const { throw JsonFault{reason, std::min(at, m_end)}; }
+
+    // Where the parser stopped: the token it could not take.
+    [[noreturn]] void stuck() 
+    {
+        char const* at = nullptr;
+        if (m_doc.current_location().get(at) || at >= m_end) fault(QStringLiteral("unexpected end of line"), m_end);
+        fault(QStringLiteral("unexpected character '%1'").arg(QChar::fromLatin1(*at)), at);
+    }
+
+    void check(simdjson::error_code e)
+    {
+        if (e == simdjson::MEMALLOC) throw std::bad_alloc();
+        if (e) stuck();
+    }
+
+    sj::object rootObject()
+    {
+        sj::value root;
+        sj::json_type type{};
+        if (m_doc.get_value().get(root) || root.type().get(type) || type != sj::json_type::object) {
+            char const* at = m_begin;
+            while (at < m_end && (*at == ' ' || *at == '\t' || *at == '\r')) ++at;
+            fault(QStringLiteral("expected '{'"), at);
+        }
+        sj::object object;
+        check(root.get_object().get(object));
+        return object;
+    }
+
+    sj::json_type typeOf(sj::value& v)
+    {
+        sj::json_type type{};
+        check(v.type().get(type));
+        return type;
+    }
+
+    // The key's opening quote; taken before the key is read, which lets go of it.
+    static char const* keyPosition(sj::field const& field) { return field.key().raw() - 1; }
+
+    std::string_view keyOf(sj::field& field)
+    {
+        char const* const at = keyPosition(field);
+        std::string_view key;
+        if (field.unescaped_key().get(key)) fault(QStringLiteral("bad escape or lone surrogate in string"), at);
+        return key;
+    }
+
+    std::string_view stringOf(sj::value& v)
+    {
+        char const* const at = v.raw_json_token().data();
+        std::string_view text;
+        if (v.get_string().get(text)) fault(QStringLiteral("bad escape or lone surrogate in string"), at);
+        return text;
+    }
+
+    void readOps(Batch& batch, sj::value& value)
     {
         Table const* table = batch.table.data();
         buildColumnMap(table);
-        m_cur.expect('[');
-        if (m_cur.tryConsume(']')) return;
-        do {
+        if (typeOf(value) != sj::json_type::array) fault(QStringLiteral("expected '['"), value.raw_json_token().data());
+        sj::array ops;
+        check(value.get_array().get(ops));
+        m_inOps = true;
+        for (auto element : ops) {
             ++m_row;
+            sj::value v;
+            check(std::move(element).get(v));
+            if (typeOf(v) != sj::json_type::object) fault(QStringLiteral("expected '{'"), v.raw_json_token().data());
+            sj::object object;
+            check(v.get_object().get(object));
             BatchOp op;
-            m_cur.expect('{');
-            m_cur.readString(m_key);
-            m_cur.expect(':');
-            if (m_key == "clear") {
-                if (m_cur.peek() != JsonCursor::True) rowFail(QStringLiteral("\"clear\" must be true"));
-                m_cur.readLiteral(JsonCursor::True);
-                op.kind = BatchOp::Clear;
-            } else {
-                if (m_key == "insert") op.kind = BatchOp::Insert;
-                else if (m_key == "update") op.kind = BatchOp::Update;
-                else if (m_key == "delete") op.kind = BatchOp::Delete;
-                else rowFail(QStringLiteral("unknown operation \"%1\"").arg(QString::fromStdString(m_key)));
-                readRow(table, op);
+            int keys = 0;
+            for (auto member : object) {
+                sj::field field;
+                check(std::move(member).get(field));
+                if (keys++) rowFail(QStringLiteral("an operation holds exactly one key"));
+                std::string_view const key = keyOf(field);
+                sj::value& body = field.value();
+                if (key == "clear") {
+                    bool yes = false;
+                    if (typeOf(body) != sj::json_type::boolean) rowFail(QStringLiteral("\"clear\" must be true"));
+                    if (body.get_bool().get(yes)) fault(QStringLiteral("bad literal"), body.raw_json_token().data());
+                    if (!yes) rowFail(QStringLiteral("\"clear\" must be true"));
+                    op.kind = BatchOp::Clear;
+                } else {
+                    if (key == "insert") op.kind = BatchOp::Insert;
+                    else if (key == "update") op.kind = BatchOp::Update;
+                    else if (key == "delete") op.kind = BatchOp::Delete;
+                    else rowFail(QStringLiteral("unknown operation \"%1\"").arg(QString::fromUtf8(key.data(), int(key.size()))));
+                    readRow(table, op, body);
+                }
             }
-            if (m_cur.tryConsume(',')) rowFail(QStringLiteral("an operation holds exactly one key"));
-            m_cur.expect('}');
+            if (keys == 0) rowFail(QStringLiteral("an operation holds exactly one key"));
             batch.ops.push_back(std::move(op));
-        } while (m_cur.tryConsume(','));
-        m_cur.expect(']');
+        }
+        m_inOps = false;
     }
 
     void buildColumnMap(Table const* table)
@@ -183,25 +355,25 @@ private:
             m_columns.emplace(table->columnDef(i).name.toStdString(), i);
     }
 
-    void readRow(Table const* table, BatchOp& op)
+    void readRow(Table const* table, BatchOp& op, sj::value& value)
     {
-        if (m_cur.peek() != JsonCursor::Object) rowFail(QStringLiteral("a row must be an object"));
+        if (typeOf(value) != sj::json_type::object) rowFail(QStringLiteral("a row must be an object"));
+        sj::object object;
+        check(value.get_object().get(object));
         op.image = Record(table);
         std::vector<char> seen(std::size_t(table->columnCount()), 0);
-        m_cur.expect('{');
-        if (!m_cur.tryConsume('}')) {
-            do {
-                m_cur.readString(m_key);
-                auto it = m_columns.find(m_key);
-                if (it == m_columns.end()) rowFail(QStringLiteral("unknown column '%1'").arg(QString::fromStdString(m_key)));
-                int col = it->second;
-                if (seen[std::size_t(col)]) rowFail(QStringLiteral("column '%1' given twice").arg(QString::fromStdString(m_key)));
-                seen[std::size_t(col)] = 1;
-                m_cur.expect(':');
-                readValue(table, op.image, col);
-                op.columns.push_back(col);
-            } while (m_cur.tryConsume(','));
-            m_cur.expect('}');
+        for (auto member : object) {
+            sj::field field;
+            check(std::move(member).get(field));
+            std::string_view const key = keyOf(field);
+            m_key.assign(key.data(), key.size());
+            auto it = m_columns.find(m_key);
+            if (it == m_columns.end()) rowFail(QStringLiteral("unknown column '%1'").arg(QString::fromStdString(m_key)));
+            int col = it->second;
+            if (seen[std::size_t(col)]) rowFail(QStringLiteral("column '%1' given twice").arg(QString::fromStdString(m_key)));
+            seen[std::size_t(col)] = 1;
+            readValue(table, op.image, col, field.value());
+            op.columns.push_back(col);
         }
         std::sort(op.columns.begin(), op.columns.end());
         for (int k : table->keyColumnNumbers()) {
@@ -221,24 +393,41 @@ private:
         }
     }
 
-    void readValue(Table const* table, Record const& image, int col)
+    void readValue(Table const* table, Record const& image, int col, sj::value& v)
     {
         ColumnDef const& def = table->columnDef(col);
         Field f = table->dataPtr(image.row(), col);
-        JsonCursor::Kind kind = m_cur.peek();
-        if (kind == JsonCursor::Null) {
-            m_cur.readLiteral(kind);
+        sj::json_type const kind = typeOf(v);
+        std::string_view const token = v.raw_json_token();
+        if (kind == sj::json_type::null) {
+            bool null = false;
+            if (v.is_null().get(null) || !null) fault(QStringLiteral("bad literal"), token.data());
             if (!def.nullable) rowFail(QStringLiteral("%1 cannot be null").arg(columnText(def)));
             return;
         }
         auto wrong = [&](char const* what) {
             rowFail(QStringLiteral("%1 (%2) needs %3").arg(columnText(def), FieldType::typeName(def.typeCode()), QLatin1String(what)));
         };
+        auto text = [&](char const* what) {
+            if (kind != sj::json_type::string) wrong(what);
+            return stringOf(v);
+        };
         char const* b = nullptr;
         char const* e = nullptr;
         auto numberOrString = [&](bool allowString) {
-            if (kind == JsonCursor::Number) { m_cur.readNumber(b, e); return; }
-            if (kind == JsonCursor::String && allowString) { m_cur.readString(m_text); b = m_text.data(); e = b + m_text.size(); return; }
+            if (kind == sj::json_type::number) {
+                std::string_view const number = trimmedToken(token);
+                if (!isJsonNumber(number)) fault(QStringLiteral("bad number"), token.data());
+                b = number.data();
+                e = b + number.size();
+                return;
+            }
+            if (kind == sj::json_type::string && allowString) {
+                std::string_view const s = stringOf(v);
+                b = s.data();
+                e = b + s.size();
+                return;
+            }
             wrong(allowString ? "a number or a string of digits" : "a number");
         };
         switch (def.typeCode()) {
@@ -285,19 +474,17 @@ private:
             return;
         }
         case FieldType::DateTime: {
-            if (kind != JsonCursor::String) wrong("a date-time string");
-            m_cur.readString(m_text);
+            std::string_view const s = text("a date-time string");
             std::int64_t ms = 0;
-            if (!dbtime::parse(m_text.data(), int(m_text.size()), ms))
-                rowFail(QStringLiteral("%1: '%2' is not a date-time").arg(columnText(def), QString::fromStdString(m_text)));
+            if (!dbtime::parse(s.data(), int(s.size()), ms))
+                rowFail(QStringLiteral("%1: '%2' is not a date-time").arg(columnText(def), QString::fromUtf8(s.data(), int(s.size()))));
             f.setRawDateTime(ms);
             return;
         }
         case FieldType::Char:
         case FieldType::VarChar: {
-            if (kind != JsonCursor::String) wrong("a string");
-            m_cur.readString(m_text);
-            QString s = QString::fromUtf8(m_text.data(), int(m_text.size()));
+            std::string_view const raw = text("a string");
+            QString s = QString::fromUtf8(raw.data(), int(raw.size()));
             Invisible const bad = invisibleIn(s);
             if (bad.position)
                 rowFail(QStringLiteral("%1: the text holds the invisible character U+%2 at position %3")
@@ -309,9 +496,8 @@ private:
             return;
         }
         case FieldType::Block: {
-            if (kind != JsonCursor::String) wrong("a base64 string");
-            m_cur.readString(m_text);
-            QByteArray bytes = QByteArray::fromBase64(QByteArray::fromRawData(m_text.data(), int(m_text.size())),
+            std::string_view const raw = text("a base64 string");
+            QByteArray bytes = QByteArray::fromBase64(QByteArray::fromRawData(raw.data(), int(raw.size())),
                                                       QByteArray::AbortOnBase64DecodingErrors);
             if (bytes.size() != 404) rowFail(QStringLiteral("%1: needs 404 bytes in base64").arg(columnText(def)));
             std::memcpy(f.data(), bytes.constData(), 404);
@@ -324,24 +510,63 @@ private:
     }
 
     Database const& m_db;
-    JsonCursor m_cur;
+    char const* m_begin;
+    char const* m_end;
+    sj::document& m_doc;
     std::string m_key;
-    std::string m_text;
     std::unordered_map<std::string, int> m_columns;
     int m_row = 0;
+    bool m_inOps = false;
 };
 
 } // namespace
 
 Batch BatchDecoder::decode(QByteArray const& line, QString const& origin) const
 {
-    Decoder d(m_database, line);
+    thread_local std::unique_ptr<Scratch> scratch;
+    if (!scratch) scratch.reset(new Scratch);
+    std::size_t const length = std::size_t(line.size());
+    // The parser reads a little past the text: a line with that much room
+    // behind it is read in place, others are copied.
+    char const* text = line.constData();
+    static_assert(kReadAhead >= simdjson::SIMDJSON_PADDING, "the parser reads further ahead");
+    if (std::size_t(line.capacity()) < length + std::size_t(kReadAhead)) {
+        if (scratch->paddedSize < length + simdjson::SIMDJSON_PADDING) {
+            scratch->paddedSize = length + simdjson::SIMDJSON_PADDING;
+            scratch->padded.reset(new char[scratch->paddedSize]);
+        }
+        std::memcpy(scratch->padded.get(), text, length);
+        std::memset(scratch->padded.get() + length, 0, simdjson::SIMDJSON_PADDING);
+        text = scratch->padded.get();
+    }
+    struct LetGoOfLongLines
+    {
+        std::unique_ptr<Scratch>& s;
+        ~LetGoOfLongLines() { if (s->parser.capacity() > kKeptCapacity || s->paddedSize > kKeptCapacity) s.reset(); }
+    } letGo{scratch};
+
+    char const* const end = text + length;
+    auto refuse = [&](QString const& where, JsonFault const& f) { refuseLine(origin, where, text, f); };
+    sj::document doc;
+    simdjson::error_code const e = scratch->parser.iterate(text, length, length + simdjson::SIMDJSON_PADDING).get(doc);
+    switch (e) {
+    case simdjson::SUCCESS: break;
+    case simdjson::MEMALLOC: throw std::bad_alloc();
+    // Faults the parser finds in the whole line before reading it: no row
+    // is known yet.
+    case simdjson::UTF8_ERROR: refuse(QString(), {QStringLiteral("invalid UTF-8"), firstBadUtf8(text, end)}); break;
+    case simdjson::UNCLOSED_STRING: refuse(QString(), {QStringLiteral("unterminated string"), end}); break;
+    case simdjson::UNESCAPED_CHARS: refuse(QString(), {QStringLiteral("control character in string"), firstRawControlInString(text, end)}); break;
+    case simdjson::EMPTY: refuse(QString(), {QStringLiteral("expected '{'"), end}); break;
+    default: refuse(QString(), {QString::fromLatin1(simdjson::error_message(e)), text}); break;
+    }
+    Decoder d(m_database, text, length, doc);
     try {
         return d.run(origin);
-    } catch (JsonError const& e) {
-        QString where = d.row() ? QStringLiteral("row %1: ").arg(d.row()) : QString();
-        throw Exception(QStringLiteral("%1: %2bad JSON at byte %3: %4").arg(origin, where).arg(e.offset + 1).arg(e.reason));
-    } catch (RowError const& e) {
-        throw Exception(QStringLiteral("%1: row %2: %3").arg(origin).arg(d.row()).arg(e.reason));
+    } catch (JsonFault const& f) {
+        refuse(d.row() ? QStringLiteral("row %1: ").arg(d.row()) : QString(), f);
+    } catch (RowError const& r) {
+        throw Exception(QStringLiteral("%1: row %2: %3").arg(origin).arg(d.row()).arg(r.reason));
     }
+    Q_UNREACHABLE();
 }

@@ -39,6 +39,11 @@ public:
     explicit BatchDecoder(Database const& database);
     Batch decode(QByteArray const& line, QString const& origin) const;
 
+    // The parser reads up to this many bytes past a line's text: a line
+    // whose capacity() leaves that room behind its size() is read in
+    // place; any other is copied first.
+    static constexpr int kReadAhead = 64;
+
 private:
     Database const& m_database;
 };

@@ -4,16 +4,21 @@
 #include <QString>
 #include <condition_variable>
 #include <cstdio>
-#include <deque>
 #include <limits>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 class Database;
 
-// Reads and decodes a JSON Lines file of batches on a thread of its own,
-// a few batches ahead of the consumer, which applies them on the updating
-// thread. A bounded queue keeps memory flat however slow the consumer is.
+// Reads and decodes a JSON Lines file of batches on threads of its own, a
+// few batches ahead of the consumer, which applies them on the updating
+// thread. Each decoding thread takes whole lines in turn; the consumer gets
+// the batches strictly in file order, and nothing after the first faulty
+// line. A bound on the batches in flight keeps memory flat however slow the
+// consumer is.
 //
 // The consumer either waits (next) or, on a thread that must not block (a
 // GUI thread between events), asks without waiting (tryNext) and, when
@@ -33,9 +38,14 @@ public:
     // longer line ends the file with an error naming it.
     static constexpr qint64 kMaxLineBytes = std::numeric_limits<int>::max();
 
+    // Decoding threads by default: as many as the machine runs at once, at
+    // most four (past that the consumer is the bottleneck).
+    static int defaultDecoders();
+
     // Throws Exception when the file cannot be opened. `maxLineBytes` may
-    // lower the limit on a line, never raise it.
-    BatchReader(Database const& db, QString const& path, qint64 maxLineBytes = kMaxLineBytes);
+    // lower the limit on a line, never raise it; `decoders` of 0 takes the
+    // default.
+    BatchReader(Database const& db, QString const& path, qint64 maxLineBytes = kMaxLineBytes, int decoders = 0);
     ~BatchReader();
     BatchReader(BatchReader const&) = delete;
     BatchReader& operator=(BatchReader const&) = delete;
@@ -55,22 +65,37 @@ public:
     int readyDescriptor() const { return m_readyFd; }
 
 private:
-    static constexpr std::size_t kQueueDepth = 4;
-    void push(Item&& item);
+    class LineSource;
+    // Batches decoded and waiting for the consumer, at most.
+    static constexpr qint64 kQueueDepth = 4;
     void run();
-    void updateReady();   // under m_mutex
+    bool takeReady(Item& item);   // under m_mutex
+    void updateReady();           // under m_mutex
 
     BatchDecoder m_decoder;
     QString m_path;
     qint64 m_maxLineBytes;
     std::FILE* m_file = nullptr;
     qint64 m_total = 0;
-    std::thread m_thread;
+    qint64 m_window = kQueueDepth;
+    std::vector<std::thread> m_threads;
+
+    // The file's lines, read by one decoding thread at a time. Taken before
+    // m_mutex, never while holding it.
+    std::mutex m_readMutex;
+    std::unique_ptr<LineSource> m_lines;
+    qint64 m_lineNo = 0;
+    qint64 m_bytesRead = 0;
+    bool m_readDone = false;
+
     mutable std::mutex m_mutex;
-    std::condition_variable m_cv;
-    std::deque<Item> m_queue;
+    std::condition_variable m_cv;      // an item is ready, or the end
+    std::condition_variable m_room;    // the consumer took one, or stop
+    std::map<qint64, Item> m_ready;    // by their place among the batches
+    qint64 m_assigned = 0;             // places handed to decoding threads
+    qint64 m_taken = 0;                // places the consumer took
+    qint64 m_count = -1;               // how many there are, once known
     bool m_stop = false;
-    bool m_done = false;
     int m_readyFd = -1;
-    bool m_readySignalled = false;   // under m_mutex: the descriptor is readable
+    bool m_readySignalled = false;     // the descriptor is readable
 };
