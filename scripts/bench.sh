@@ -136,10 +136,9 @@ if "peak_over_settled" in big_load:
     rows.append(("peak resident memory while loading 1M", "%.0f MB" % (big_load["peak_growth_bytes"] / 1e6),
                  "%.0f MB settled" % (big_load["rss_growth_bytes"] / 1e6), "%.2fx settled" % ratio, "<= 1.25x settled",
                  "met" if ratio <= 1.25 else "MISSED"))
-parse = medians("json")
-o, p = seconds(parse["json.ours.cursor_walk"]), seconds(parse["json.peer.simdjson_ondemand_walk"])
-rows.append(("JSON, every key and value of the 100k snapshot", show(o), "%s (simdjson on-demand)" % show(p), "%.2fx the peer" % (o / p),
-             "<= 1x the peer (else simdjson)", "met" if o <= p else "MISSED"))
+walk = seconds(medians("json")["json.part.simdjson_ondemand_walk"])
+rows.append(("JSON walk of the 100k snapshot (simdjson, the decoder's parser)", show(walk), "%s (loadFile)" % show(seconds(load["load.ours.loadFile"])),
+             "%.0f%% of the load" % (100 * walk / seconds(load["load.ours.loadFile"])), "(reported)", ""))
 m = load["load.ours.loadFile"]
 if "rss_growth_bytes" in m:
     perRow = m["rss_growth_bytes"] / m["rows"]

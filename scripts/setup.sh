@@ -13,7 +13,7 @@ packages=(build-essential cmake qtbase5-dev qttools5-dev qttools5-dev-tools libg
           libargon2-dev     # the exchange's password hashes
           openssl           # the replication tests' certificates, made when they run
           libquantlib0-dev  # independent option prices for the engine's tests and benchmark
-          libsimdjson-dev   # the JSON parser the benchmark measures the database's own against
+          libsimdjson-dev   # the batch decoder's JSON parser
           libabsl-dev)      # flat hash maps
 missing=()
 for p in "${packages[@]}"; do
