@@ -111,7 +111,8 @@ bool quickRound(double value, int places, __int128& m)
     double whole = std::floor(scaled);
     double fraction = scaled - whole;
     if (std::fabs(fraction - 0.5) < 0x1p-10) return false;
-    auto r = static_cast<__int128>(whole) + (fraction > 0.5);
+    // Below 2^40: a 64-bit conversion is exact, and one instruction.
+    auto r = static_cast<__int128>(static_cast<std::int64_t>(whole) + (fraction > 0.5));
     m = value < 0 ? -r : r;
     return true;
 }
@@ -369,7 +370,8 @@ bool decimal::fromDouble(double value, short places, short scale, decimal& out)
     Digits x;
     __int128 m;
     if (quickRound(value, places, m)) {
-        if (!rescaled(m, places, scale, kDecimal, m)) return false;
+        // Below 2^40 a mantissa fits at its own scale.
+        if (places != scale && !rescaled(m, places, scale, kDecimal, m)) return false;
         out = fromMantissa(std::int64_t(m), scale);
         return true;
     }
