@@ -351,8 +351,12 @@ private:
     void buildColumnMap(Table const* table)
     {
         m_columns.clear();
-        for (int i = 0; i < table->columnCount(); ++i)
-            m_columns.emplace(table->columnDef(i).name.toStdString(), i);
+        m_names.clear();
+        m_order.clear();
+        for (int i = 0; i < table->columnCount(); ++i) {
+            m_names.push_back(table->columnDef(i).name.toStdString());
+            m_columns.emplace(m_names.back(), i);
+        }
     }
 
     void readRow(Table const* table, BatchOp& op, sj::value& value)
@@ -361,16 +365,27 @@ private:
         sj::object object;
         check(value.get_object().get(object));
         op.image = Record(table);
-        std::vector<char> seen(std::size_t(table->columnCount()), 0);
+        std::vector<char>& seen = m_seen;
+        seen.assign(std::size_t(table->columnCount()), 0);
+        op.columns.reserve(m_order.size());
+        std::size_t place = 0;
         for (auto member : object) {
             sj::field field;
             check(std::move(member).get(field));
             std::string_view const key = keyOf(field);
-            m_key.assign(key.data(), key.size());
-            auto it = m_columns.find(m_key);
-            if (it == m_columns.end()) rowFail(QStringLiteral("unknown column '%1'").arg(QString::fromStdString(m_key)));
-            int col = it->second;
-            if (seen[std::size_t(col)]) rowFail(QStringLiteral("column '%1' given twice").arg(QString::fromStdString(m_key)));
+            // The rows of a batch mostly name their columns in one order:
+            // the previous row's column at this place is tried first.
+            int col = place < m_order.size() ? m_order[place] : -1;
+            if (col < 0 || m_names[std::size_t(col)] != key) {
+                m_key.assign(key.data(), key.size());
+                auto it = m_columns.find(m_key);
+                if (it == m_columns.end()) rowFail(QStringLiteral("unknown column '%1'").arg(QString::fromStdString(m_key)));
+                col = it->second;
+                if (place < m_order.size()) m_order[place] = col;
+                else m_order.push_back(col);
+            }
+            ++place;
+            if (seen[std::size_t(col)]) rowFail(QStringLiteral("column '%1' given twice").arg(QString::fromUtf8(key.data(), int(key.size()))));
             seen[std::size_t(col)] = 1;
             readValue(table, op.image, col, field.value());
             op.columns.push_back(col);
@@ -515,6 +530,9 @@ private:
     sj::document& m_doc;
     std::string m_key;
     std::unordered_map<std::string, int> m_columns;
+    std::vector<std::string> m_names;   // by column
+    std::vector<int> m_order;           // the columns the last row named, in its order
+    std::vector<char> m_seen;           // by column, for the row being read
     int m_row = 0;
     bool m_inOps = false;
 };
