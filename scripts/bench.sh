@@ -21,6 +21,9 @@ for size in 100k:100000 1m:1000000; do
 done
 
 reps=${BENCH_REPETITIONS:-5}
+# The figures before the network groups are taken at this load; those groups
+# run many processes and raise it themselves.
+started_load=$(cut -d' ' -f1-3 /proc/loadavg)
 run() {   # run NAME MARKET FILTER: one process per group, so that each starts clean
   echo "== $1: $3 on $2" >&2
   "$build/bench/directory-bench" --market "$markets/$2" --benchmark_filter="$3" \
@@ -67,7 +70,7 @@ QT_QPA_PLATFORM=offscreen "$build/bench/terminal-stall-bench" --market "$markets
 QT_QPA_PLATFORM=offscreen "$build/bench/terminal-stall-bench" --market "$markets/100k" --follow > "$results/terminal-follow.txt"
 
 echo
-echo "Machine: $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p'); load average $(cut -d' ' -f1-3 /proc/loadavg)"
+echo "Machine: $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p'); load average $started_load at the start, $(cut -d' ' -f1-3 /proc/loadavg) at the end"
 python3 - "$results" <<'EOF'
 import json, sys, os, re
 
