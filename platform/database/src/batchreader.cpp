@@ -77,8 +77,7 @@ private:
     std::string m_gathered;
 };
 
-
-int BatchReader::defaultDecoders() { return std::max(1, std::min(QThread::idealThreadCount(), 4)); }
+int BatchReader::defaultDecoders() { return std::max(1, std::min(QThread::idealThreadCount() - 1, 4)); }
 
 BatchReader::BatchReader(Database const& db, QString const& path, qint64 maxLineBytes, int decoders)
     : m_decoder(db), m_path(path), m_maxLineBytes(std::min(maxLineBytes, kMaxLineBytes))
