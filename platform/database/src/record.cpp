@@ -27,19 +27,8 @@ Record& Record::operator=(Record const& other) noexcept
     return *this;
 }
 
-Record& Record::operator=(Record&& other) noexcept
+void Record::drop()
 {
-    if (this != &other) {
-        release();
-        m_row = other.m_row;
-        other.m_row = nullptr;
-    }
-    return *this;
-}
-
-void Record::release()
-{
-    if (!m_row) return;
     unsigned char* row = m_row;
     m_row = nullptr;
     auto* h = reinterpret_cast<RowHeader*>(row);

@@ -31,7 +31,17 @@ public:
     Record(Record&& other) noexcept : m_row(other.m_row) { other.m_row = nullptr; }
     ~Record() { release(); }
     Record& operator=(Record const& other) noexcept;
-    Record& operator=(Record&& other) noexcept;
+    // Inline: a list that shifts its records moves each one, mostly onto an
+    // empty one.
+    Record& operator=(Record&& other) noexcept
+    {
+        if (this != &other) {
+            release();
+            m_row = other.m_row;
+            other.m_row = nullptr;
+        }
+        return *this;
+    }
 
     static Record const null;
 
@@ -55,7 +65,11 @@ public:
 private:
     RowHeader* header() const { return reinterpret_cast<RowHeader*>(m_row); }
     void retain() const { if (m_row) header()->ref.fetch_add(1, std::memory_order_relaxed); }
-    void release();
+    void release()
+    {
+        if (m_row) drop();
+    }
+    void drop();   // gives up the reference to a row
 
     unsigned char* m_row = nullptr;
 };
