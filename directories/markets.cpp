@@ -207,9 +207,17 @@ void StockSecDirectory::update(Record const& record, int firstColumn, int lastCo
     int stock = record.data(m_stockId).toInteger();
     long long secId = record.data(m_secId).toInteger64();
     int decimals = record.data(m_decimals).toInteger();
-    // A pair it does not know reads as 0 decimals already.
-    auto it = m_decimalsByKey->byKey.find(Decimals::Key(stock, secId));
-    if ((it == m_decimalsByKey->byKey.end() ? 0 : it->second) != decimals) store(stock, secId, decimals);
+    // One lookup: a known pair is changed in place; a pair it does not know
+    // reads as 0 decimals already.
+    auto& byKey = m_decimalsByKey->byKey;
+    auto it = byKey.find(Decimals::Key(stock, secId));
+    if (it == byKey.end()) {
+        if (decimals != 0) store(stock, secId, decimals);
+        return;
+    }
+    if (it->second == decimals) return;
+    it->second = decimals;
+    Q_EMIT dataChanged(stock, secId);
 }
 
 bool StockSecDirectory::filter(Record const&) const { return true; }
